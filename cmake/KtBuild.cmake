@@ -1,0 +1,43 @@
+# What every library, program and test of this project is built with, so that adding one is one line.
+
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+find_package(Threads REQUIRED)
+
+if(KT_SANITIZE)
+  add_compile_options(-fsanitize=${KT_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${KT_SANITIZE})
+endif()
+
+set(KT_WARNINGS -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+
+function(kt_set_warnings target)
+  target_compile_options(${target} PRIVATE ${KT_WARNINGS} $<$<BOOL:${KT_WERROR}>:-Werror>)
+endfunction()
+
+# kt_add_library(NAME SOURCES file... [LINKS public-library...] [USES private-library...])
+# makes the target NAME and its alias NAME::NAME, with the headers in include/.
+function(kt_add_library name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINKS;USES" ${ARGN})
+  add_library(${name} ${ARG_SOURCES})
+  add_library(${name}::${name} ALIAS ${name})
+  target_include_directories(${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}/include)
+  target_compile_features(${name} PUBLIC cxx_std_11)
+  target_link_libraries(${name} PUBLIC ${ARG_LINKS} PRIVATE ${ARG_USES})
+  set_target_properties(${name} PROPERTIES
+    VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR} POSITION_INDEPENDENT_CODE ON)
+  kt_set_warnings(${name})
+endfunction()
+
+# kt_add_program(NAME SOURCES file... USES library...)
+function(kt_add_program name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;USES" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE ${ARG_USES})
+  kt_set_warnings(${name})
+endfunction()
