@@ -1,0 +1,86 @@
+/// The scoped guards through which locks are taken. A guard takes its lock where it is constructed
+/// and releases it at the end of its scope, exceptions and forced unwinding included.
+///
+/// A guard belongs to the thread that built it and ends there. The lock given to it must not be an
+/// empty pointer. Statuses of the platform calls are ignored, but for the try-lock's.
+#pragma once
+
+#include <pthread.h>
+
+#include <boost/shared_ptr.hpp>
+
+#include <ktthread/KTMutex.h>
+#include <ktthread/export.h>
+
+namespace KT {
+
+/// Holds a mutex, and keeps it alive.
+class KTTHREAD_EXPORT KTCriticalSection {
+public:
+    /// Blocks until it holds `mutex`.
+    explicit KTCriticalSection(boost::shared_ptr<KTMutex> mutex);
+    ~KTCriticalSection();
+    KTCriticalSection(const KTCriticalSection&) = delete;
+    KTCriticalSection& operator=(const KTCriticalSection&) = delete;
+
+    /// Unlocks now and lets go of the mutex; the destructor then does nothing. At most once a guard.
+    void forceUnlockNow();
+
+private:
+    boost::shared_ptr<KTMutex> mutex;
+};
+
+/// Holds a reader/writer lock shared, and keeps it alive.
+class KTTHREAD_EXPORT KTCriticalSectionRead {
+public:
+    /// Blocks until it has a shared hold on `lock`.
+    explicit KTCriticalSectionRead(boost::shared_ptr<KTMutexRW> lock);
+    ~KTCriticalSectionRead();
+    KTCriticalSectionRead(const KTCriticalSectionRead&) = delete;
+    KTCriticalSectionRead& operator=(const KTCriticalSectionRead&) = delete;
+
+private:
+    boost::shared_ptr<KTMutexRW> lock;
+};
+
+/// Holds a reader/writer lock exclusively, and keeps it alive.
+class KTTHREAD_EXPORT KTCriticalSectionWrite {
+public:
+    /// Blocks until it has the exclusive hold on `lock`.
+    explicit KTCriticalSectionWrite(boost::shared_ptr<KTMutexRW> lock);
+    ~KTCriticalSectionWrite();
+    KTCriticalSectionWrite(const KTCriticalSectionWrite&) = delete;
+    KTCriticalSectionWrite& operator=(const KTCriticalSectionWrite&) = delete;
+
+private:
+    boost::shared_ptr<KTMutexRW> lock;
+};
+
+/// Tries a mutex without blocking.
+///
+///     bool busy = false;
+///     KT::KTCriticalTrueIfLocked attempt(mutex, busy);
+///     if (!busy) {
+///         // the mutex is held until the end of this scope
+///     }
+///
+/// It does not keep the mutex alive: the caller's own reference must outlive the guard.
+class KTTHREAD_EXPORT KTCriticalTrueIfLocked {
+public:
+    /// Never blocks. `alreadyLocked` becomes false if the guard now holds `mutex`, true if not.
+    KTCriticalTrueIfLocked(boost::shared_ptr<KTMutex> mutex, bool& alreadyLocked);
+    ~KTCriticalTrueIfLocked();
+    KTCriticalTrueIfLocked(const KTCriticalTrueIfLocked&) = delete;
+    KTCriticalTrueIfLocked& operator=(const KTCriticalTrueIfLocked&) = delete;
+
+    /// Unlocks now; the destructor then does nothing. At most once a guard. On a guard that didn't
+    /// get the mutex it unlocks all the same, and takes the mutex from whoever holds it: look at
+    /// `alreadyLocked` first.
+    void forceUnlockNow();
+
+private:
+    pthread_mutex_t* mutex;
+    bool failed;
+};
+
+}  // namespace KT

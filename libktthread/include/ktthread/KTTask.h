@@ -1,0 +1,111 @@
+/// The unit of work that a pool runs.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+#include <boost/shared_ptr.hpp>
+#include <boost/weak_ptr.hpp>
+
+#include <ro/os.h>
+
+#include <ktthread/export.h>
+
+namespace KT {
+
+class KTThread;
+
+/// The abstract task. A client derives from it, holds it by boost::shared_ptr and enqueues it.
+///
+///     struct Greet : KT::KTTask {
+///         Greet() { setTaskName("greet"); }
+///         void run() override
+///         {
+///             setExecutionTime();
+///             std::puts("hello");
+///             setEndTime();
+///         }
+///     };
+///
+/// | state        | set by                                                        |
+/// |--------------|---------------------------------------------------------------|
+/// | 0 (waiting)  | the constructor, setCreationTime                              |
+/// | 1 (running)  | the worker just before run(), setExecutionTime                |
+/// | 2 (finished) | the worker after run(), a KTError included, setEndTime        |
+///
+/// The task has no lock. Its state and its link to a worker may be read while a worker changes them;
+/// the name, autoDelete and the stamps belong to whoever is responsible for the task at that stage:
+/// the client until it enqueues, the body while it runs, the client again once the state is 2. The
+/// worker moves the state but stamps no time: a body that wants its waiting time counted calls
+/// setExecutionTime() first thing.
+class KTTHREAD_EXPORT KTTask {
+public:
+    /// A task named "undefined", created now.
+    KTTask();
+    virtual ~KTTask();
+    KTTask(const KTTask&) = delete;
+    KTTask& operator=(const KTTask&) = delete;
+
+    /// The body, called once per execution on a worker's thread. It may throw KTError, which is
+    /// logged; any other exception that leaves it ends the process. A forced shutdown cancels the
+    /// thread inside it: let no destructor or noexcept function in it reach a cancellation point.
+    virtual void run() = 0;
+
+    /// Asks the body to return early; does nothing unless overridden. Called on the thread that
+    /// shuts the pool down, while run() goes on: raise a flag that run() polls, and don't block.
+    virtual void exitTask();
+
+    virtual const std::string& getTaskName() const;
+
+    /// Stamps the creation time now and sets the state to waiting.
+    void setCreationTime();
+
+    /// Stamps the start of the body now and sets the state to running.
+    void setExecutionTime();
+
+    /// Stamps the end of the body now and sets the state to finished: who waits goes on.
+    void setEndTime();
+
+    /// Microseconds between creation and start of the body, wrapping at 2^31 (some 35 minutes).
+    /// Meaningful only for a task that called setExecutionTime(), zero stamps otherwise.
+    std::int32_t getIdleTime() const;
+
+    /// Microseconds between start and end of the body, wrapping at 2^31, if both were stamped.
+    std::int32_t getExecutionTime() const;
+
+    /// Blocks until the state is finished, looking every 100 ms; a finished task returns at once. It
+    /// blocks for ever on a task that is never run, that a shutdown dropped or cut off: a client
+    /// that needs a limit waits on a condition of its own, raised at the end of run().
+    void waitForEndOfTask();
+
+    /// Links the task to the worker that runs it; the workers call it. Takes no ownership.
+    void setThread(boost::shared_ptr<KTThread> thread);
+
+    /// The kernel shows the first seven characters while the task runs.
+    void setTaskName(const std::string& name);
+
+    /// A report of six lines: name, the three stamps (UTC), the worker and the state. Any thread may
+    /// call it at any time. The days of a stamp are shown only while they are 0 or negative, so a
+    /// wall-clock stamp reads as the time of day. The worker's address has its "0x" twice, as the
+    /// format has always had it.
+    std::string toString() const;
+
+    /// True: the monitor drops its reference as soon as it has counted the task's waiting time. It
+    /// has no other effect.
+    bool autoDelete;
+
+protected:
+    std::string taskName;
+    ro::os::timeval creationTime;
+    ro::os::timeval executionTime;  ///< zero until stamped
+    ro::os::timeval endTime;        ///< zero until stamped
+    std::atomic<std::int32_t> state;
+
+private:
+    friend class KTThread;
+
+    boost::weak_ptr<KTThread> managingThread;
+};
+
+}  // namespace KT

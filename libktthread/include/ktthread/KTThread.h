@@ -1,0 +1,111 @@
+/// One worker of a pool.
+#pragma once
+
+#include <atomic>
+
+#include <pthread.h>
+
+#include <boost/enable_shared_from_this.hpp>
+#include <boost/shared_ptr.hpp>
+#include <boost/smart_ptr/intrusive_ptr.hpp>
+#include <boost/weak_ptr.hpp>
+
+#include <ro/os.h>
+
+#include <ktthread/KTCondition.h>
+#include <ktthread/KTMutex.h>
+#include <ktthread/KTTask.h>
+#include <ktthread/export.h>
+
+namespace KT {
+
+class KTStartedThreads;
+class KTThreadPool;
+
+/// The start routine of every worker thread; `arg` is the KTThread that launched it.
+KTTHREAD_EXPORT void* _KT_Thread_Pool_Atom(void* arg);
+
+/// A worker: an object that owns one POSIX thread. The pool makes, launches, stops and releases its
+/// workers; a client meets them only through setStackSize, and in the names of its threads:
+///
+/// | name                  | the worker                                            |
+/// |-----------------------|-------------------------------------------------------|
+/// | "KTThread [new]"      | has started                                           |
+/// | "KTThread [sleeping]" | waits for a wake-up                                   |
+/// | "KTThread [idle]"     | was woken and looks for work                          |
+/// | "KTTask: N [running]" | runs the task named N                                 |
+/// | "KTTask: N [finished]"| has run it; the name stays until the next one is set  |
+///
+/// The kernel keeps 15 characters of them. A worker holds itself and its pool for as long as its
+/// loop runs.
+class KTTHREAD_EXPORT KTThread : public boost::enable_shared_from_this<KTThread> {
+public:
+    /// A worker for slot `index` of `pool`, not yet launched. It keeps a weak reference to the pool
+    /// and shares the pool's wake mutex and condition. Throws std::bad_alloc.
+    KTThread(boost::shared_ptr<KTThreadPool> pool, int index, boost::shared_ptr<KTMutex> wakeMutex,
+             boost::shared_ptr<KTCondition> wakeCondition);
+
+    /// Joins the thread; on the worker's own thread, detaches it instead. A worker without a thread
+    /// has nothing to join.
+    ~KTThread();
+
+    KTThread(const KTThread&) = delete;
+    KTThread& operator=(const KTThread&) = delete;
+
+    /// Bytes of stack of every worker launched from now on, in the whole process. 0: the default,
+    /// 655360. A size that the platform refuses (a negative one, or too small a one) gives the
+    /// platform's own default. Call it before pools are made: it is not ordered with a launch.
+    static void setStackSize(int size);
+
+    /// Names the calling thread. The kernel keeps 15 characters.
+    static void setThreadName(const char* name);
+
+    /// Starts the thread; returns 0. Throws KTError, after one log record, if the platform can't
+    /// make one: the worker then stays as it was. To be called once.
+    int launch();
+
+    /// Asks the worker to stop: it ends after the task that it runs, whose exitTask() is called
+    /// here. Neither wakes the worker nor waits for it. May be called from any thread.
+    void killThread();
+
+    /// Throws boost::bad_weak_ptr while no shared pointer owns the worker.
+    boost::shared_ptr<KTThread> getThis() { return shared_from_this(); }
+
+    /// Takes the next task of the pool; false if there is none. The worker's own thread calls it.
+    bool getTask();
+
+    /// Asks the pool whether this worker must retire. The worker's own thread calls it.
+    bool apoptosis();
+
+    /// Runs the task taken, reports its end to the pool and lets go of it. The worker's own thread
+    /// calls it. Whatever but a KTError leaves the task's body leaves this too.
+    void runTask();
+
+private:
+    friend class KTThreadPool;
+    friend void* _KT_Thread_Pool_Atom(void* arg);
+
+    void loop(KTThreadPool* livePool);
+    void runCounted(KTThreadPool* livePool);
+    void sleepOnce();
+
+    boost::shared_ptr<KTMutex> wakeMutex;
+    boost::shared_ptr<KTCondition> wakeCondition;
+    /// Shared by whoever uses currentTask, exclusive only while runTask clears it.
+    boost::shared_ptr<KTMutexRW> taskLock;
+    ro::os::timeval launchTime;
+    /// Never added to, so the pool's sum is always zero. Kept for those who read it.
+    ro::os::timeval idleTime;
+    int index;
+    pthread_t threadHandle;
+    boost::weak_ptr<KTThreadPool> pool;
+    std::atomic<bool> killed;
+    /// Under taskLock; getTask and killThread both hold it shared, hence accessed atomically.
+    boost::shared_ptr<KTTask> currentTask;
+    /// Whether threadHandle names a thread. Written by launch before another thread may look.
+    bool launched;
+    /// The count of the pool's threads, which outlives pool and worker. Empty without a pool.
+    boost::intrusive_ptr<KTStartedThreads> startedThreads;
+};
+
+}  // namespace KT

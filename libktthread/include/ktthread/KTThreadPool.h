@@ -1,0 +1,169 @@
+/// The self-sizing pool of worker threads.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <deque>
+#include <vector>
+
+#include <boost/enable_shared_from_this.hpp>
+#include <boost/shared_ptr.hpp>
+#include <boost/smart_ptr/intrusive_ptr.hpp>
+
+#include <ro/os.h>
+
+#include <ktthread/KTCondition.h>
+#include <ktthread/KTMonitor.h>
+#include <ktthread/KTMutex.h>
+#include <ktthread/KTTask.h>
+#include <ktthread/KTThread.h>
+#include <ktthread/KTThreadPoolStatus.h>
+#include <ktthread/export.h>
+
+namespace KT {
+
+/// A pool of workers that run tasks in arrival order.
+///
+///     const boost::shared_ptr<KT::KTThreadPool> pool(new KT::KTThreadPool(2, 8, 10, 0, 0));
+///     pool->init(2, 8, 10, 0, 0);
+///     pool->enqueue(boost::make_shared<Greet>());
+///     // ... wait for what the tasks do ...
+///     pool->close();
+///
+/// Growth: after each enqueue and after every `monitorParam1` ended tasks the monitor looks; with at
+/// most one worker idle the pool gets one more, up to `maxThreads` (and to 190 busy ones). Workers
+/// never end by idling: a pool of more than 18 workers shrinks when adjustThread is told to, down to
+/// as few as the count given says. Queueing: first in, first out, without a limit. Refusal: enqueue
+/// returns false before init and after shutdown. Shutdown drops the tasks not yet taken.
+///
+/// | state    | from        | enqueue | workers                                      |
+/// |----------|-------------|---------|----------------------------------------------|
+/// | made     | constructor | refuses | none; the count already says what is planned |
+/// | running  | init        | queues  | nbThreads of them                            |
+/// | stopped  | shutdown    | refuses | ending, or ended (see join)                  |
+/// | closed   | close       | refuses | ended; the pool can be let go of             |
+///
+/// A wake-up may be lost: a task that arrives while a worker is on its way to sleep may stay queued
+/// until the next wake-up of any worker. A client that waits for a task calls wake() now and then.
+///
+/// Every operation but the constructor and init may be called from any thread; the pool has a lock
+/// for each group of fields below and never holds two of them at once. Shut the pool down, and close
+/// it: pool, monitor and workers hold each other, and letting go of the pool alone frees nothing.
+class KTTHREAD_EXPORT KTThreadPool : public boost::enable_shared_from_this<KTThreadPool> {
+public:
+    /// Records the sizes and makes the locks; starts nothing. `monitorParam1` is the monitor's
+    /// period, in ended tasks; the other two are kept and used by nothing. Nothing is checked here.
+    /// Throws std::length_error for a negative `maxThreads`, std::bad_alloc.
+    KTThreadPool(int nbThreads, int maxThreads, int monitorParam1, int monitorParam2,
+                 int monitorParam3);
+
+    /// A pool that was not shut down says so on standard output and does it, gently.
+    ~KTThreadPool();
+
+    KTThreadPool(const KTThreadPool&) = delete;
+    KTThreadPool& operator=(const KTThreadPool&) = delete;
+
+    /// Makes the monitor and launches the first `nbThreads` workers. To be called once, on a pool
+    /// that a shared pointer owns, with the constructor's arguments and before other threads use the
+    /// pool; all but the first are ignored. Throws KTError if `nbThreads` is more than `maxThreads`
+    /// (nothing is made then) or if a thread can't be created (the pool is to be closed then),
+    /// boost::bad_weak_ptr without an owner, std::bad_alloc.
+    void init(int nbThreads, int maxThreads, int monitorParam1, int monitorParam2,
+              int monitorParam3);
+
+    /// Throws boost::bad_weak_ptr while no shared pointer owns the pool.
+    boost::shared_ptr<KTThreadPool> getThis() { return shared_from_this(); }
+
+    /// Queues `task` and wakes a worker. False, and nothing queued, if the pool doesn't run. False
+    /// for an empty pointer, which is queued all the same. Doesn't wait for the task. Throws
+    /// std::bad_alloc.
+    bool enqueue(boost::shared_ptr<KTTask> task);
+
+    /// Removes and returns the oldest task; empty if there is none. The workers call it.
+    boost::shared_ptr<KTTask> getTask();
+
+    /// Reports an ended task to the monitor, if there is one. The workers call it.
+    void taskEnded(boost::shared_ptr<KTTask> task);
+
+    /// A positive `delta` starts that many workers, and cancels retirements still to come: true if
+    /// all were started. A negative one, in a pool of more than 18 workers, lets that many retire,
+    /// in place of any earlier request, but never the last one (then false). 0, or a pool without
+    /// workers: false. Throws std::bad_alloc, boost::bad_weak_ptr.
+    bool adjustThread(int delta);
+
+    /// Starts up to 5 workers more, and cancels retirements still to come. False only in a pool that
+    /// is full, true even if threads couldn't be created. A pool that was shut down is not guarded:
+    /// it runs again, and is to be shut down again. Throws std::bad_alloc, boost::bad_weak_ptr.
+    bool xIncreaseThread();
+
+    /// Whether `thread` must end now; it is out of the pool then. The workers call it.
+    bool apoptosis(boost::shared_ptr<KTThread> thread);
+
+    /// Sets the idle time of every live worker to zero.
+    void resetSumThreadIdle();
+
+    /// The sum of the live workers' idle times. No worker ever adds to its own, so it is zero.
+    ro::os::timeval computeSumThreadIdle();
+
+    /// Drops the tasks not yet taken, asks the running ones to end (KTTask::exitTask) and tells the
+    /// workers to stop; waits for nothing. `force` also cancels their threads: a task is then cut
+    /// off at its next cancellation point and never gets its final state. Not to be called by one of
+    /// the pool's own workers. A second call does no harm. Throws std::bad_alloc before it has done
+    /// anything.
+    void shutdown(bool force);
+
+    /// If tasks are queued, wakes one worker; returns whether any were.
+    bool wake();
+
+    /// Waits until every thread that the pool ever started has ended. At most `timeoutMs`
+    /// milliseconds, no limit if negative. False when the time is over, and at once on a pool that
+    /// runs and from one of its own workers. A cancellation point.
+    bool join(int timeoutMs = -1);
+
+    /// Shuts down, joins and lets go of the monitor: the last reference to the pool then destroys
+    /// it. False when the join said so; call it again then, forced or with more time.
+    bool close(bool force = false, int timeoutMs = -1);
+
+    KTThreadPoolStatus status() const;
+
+private:
+    friend class KTMonitor;
+    friend class KTThread;
+
+    typedef std::vector<boost::shared_ptr<KTThread> > Workers;
+
+    std::size_t slotsInUse() const;
+    void signalOne();
+    void wakeAll();
+    bool allowRetirementLocked(int delta);
+    bool growLocked(int count, Workers& displaced);
+    bool startWorkerLocked(Workers& displaced);
+    bool inTableLocked(const boost::shared_ptr<KTThread>& thread) const;
+    void setAsideLocked(bool force, Workers& cancelled);
+    void tellUntold();
+
+    const int monitorParam1;
+    const int monitorParam2;
+    const int monitorParam3;
+    // poolMutex: threads, retiredThreads, nbThreads, nbThreadsToRemove. enqueue and the monitor read
+    // nbThreads without it, shutdown the slots of threads.
+    Workers threads;
+    Workers retiredThreads;
+    // queueMutex
+    std::deque<boost::shared_ptr<KTTask> > tasks;
+    std::atomic<int> nbThreads;
+    const int maxThreads;
+    /// Set by init, dropped by close, accessed atomically.
+    boost::shared_ptr<KTMonitor> monitor;
+    int nbThreadsToRemove;
+    boost::shared_ptr<KTMutex> poolMutex;
+    boost::shared_ptr<KTMutexRW> busyLock;
+    boost::shared_ptr<KTMutex> queueMutex;
+    boost::shared_ptr<KTMutex> wakeMutex;
+    boost::shared_ptr<KTCondition> wakeCondition;
+    // busyLock
+    int nbBusyThreads;
+    boost::intrusive_ptr<KTStartedThreads> startedThreads;
+};
+
+}  // namespace KT

@@ -1,0 +1,16 @@
+/// The figures of KTThreadPool::status.
+#pragma once
+
+namespace KT {
+
+/// What a pool does at the moment. Each figure is right by itself; together they may be of slightly
+/// different moments.
+struct KTThreadPoolStatus {
+    int threads;          ///< live workers
+    int busyThreads;      ///< workers that run a task; workers cut off in one stay counted
+    int maxThreads;       ///< the most workers that the pool may have
+    int threadsToRemove;  ///< workers that may still retire
+    int queuedTasks;      ///< tasks that no worker has taken yet
+};
+
+}  // namespace KT

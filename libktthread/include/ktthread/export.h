@@ -1,0 +1,4 @@
+#pragma once
+
+/// Marks what libktthread exports; everything else in the library is hidden.
+#define KTTHREAD_EXPORT __attribute__((visibility("default")))

@@ -1,0 +1,183 @@
+/// What happens when the memory runs out, at each allocation in turn.
+#include <cstdlib>
+#include <functional>
+#include <new>
+
+#include <gtest/gtest.h>
+
+#include "Pools.h"
+
+namespace {
+
+/// The allocations of this thread: how many are alive, and how many are left until one fails.
+thread_local long alive = 0;
+thread_local long untilFailure = -1;
+
+void* allocate(std::size_t size)
+{
+    if (untilFailure >= 0 && untilFailure-- == 0) {
+        throw std::bad_alloc();
+    }
+    void* const memory = std::malloc(size);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    ++alive;
+    return memory;
+}
+
+void release(void* memory)
+{
+    alive -= memory != nullptr;
+    std::free(memory);
+}
+
+/// Runs `operation` with the n-th allocation failing, for each n until it goes through. Each failure
+/// must be a bad_alloc that leaks nothing. Returns how many failed.
+int failEachAllocation(const std::function<void()>& operation)
+{
+    operation();  // what is made once and kept is made now
+    for (int n = 0;; ++n) {
+        const long before = alive;
+        untilFailure = n;
+        try {
+            operation();
+            untilFailure = -1;
+            return n;
+        } catch (const std::bad_alloc&) {
+            untilFailure = -1;
+            EXPECT_EQ(alive, before) << "allocation " << n << " failed and something leaked";
+        }
+    }
+}
+
+TEST(Allocation, FactoriesThrowAndLeakNothing)
+{
+    EXPECT_EQ(failEachAllocation([] { KT::KTMutex::createKTMutex(); }), 3);
+    EXPECT_EQ(failEachAllocation([] { KT::KTMutexRW::createKTMutexRW(); }), 3);
+    EXPECT_EQ(failEachAllocation([] { KT::KTCondition::createKTCondition(); }), 3);
+}
+
+TEST(Allocation, PoolConstructionThrowsAndLeaksNothing)
+{
+    EXPECT_GT(failEachAllocation([] { KT::KTThreadPool pool(0, 4, 0, 0, 0); }), 15);
+}
+
+TEST(Allocation, RegistrationThrowsAndTheNameCountsAsUnknown)
+{
+    KT::KTConditionManager manager;
+    int failures = 0;
+    for (;; ++failures) {
+        untilFailure = failures;
+        try {
+            manager.addCondition("name");
+            untilFailure = -1;
+            break;
+        } catch (const std::bad_alloc&) {
+            untilFailure = -1;
+            // Neither blocks nor crashes.
+            manager.waitForCondition("name");
+            manager.triggerCondition("name");
+        }
+    }
+    EXPECT_GT(failures, 5);
+    EXPECT_EQ(inside::events(manager).size(), 1U);
+}
+
+TEST(Allocation, RefusedTaskIsNotQueuedAndNoLockStaysHeld)
+{
+    const Pool pool(new KT::KTThreadPool(1, 1, 0, 0, 0));
+    pool->init(0, 1, 0, 0, 0);
+    const auto task = makeTask();
+    int queued = 0;
+    // The deque asks for memory now and then: often enough to be met.
+    for (int i = 0; i < 500; ++i) {
+        untilFailure = 0;
+        try {
+            pool->enqueue(task);
+            ++queued;
+        } catch (const std::bad_alloc&) {
+        }
+        untilFailure = -1;
+        ASSERT_EQ(pool->status().queuedTasks, queued);
+        ASSERT_EQ(task.use_count(), queued + 1);
+    }
+    EXPECT_GT(queued, 0);
+    EXPECT_LT(queued, 500);
+    EXPECT_TRUE(pool->close());
+}
+
+TEST(Allocation, GrowthThrowsAndThePoolGoesOn)
+{
+    const Pool pool(new KT::KTThreadPool(1, 40, 0, 0, 0));
+    pool->init(1, 40, 0, 0, 0);
+    int grown = 0;
+    for (int n = 0; n < 20; ++n) {
+        untilFailure = n;
+        try {
+            grown += pool->adjustThread(1);
+        } catch (const std::bad_alloc&) {
+        }
+        untilFailure = -1;
+        EXPECT_EQ(pool->status().threads, 1 + grown);
+    }
+    EXPECT_GT(grown, 0);
+    EXPECT_LT(grown, 20);
+    const auto task = makeTask();
+    EXPECT_TRUE(pool->enqueue(task));
+    EXPECT_TRUE(untilFinished(pool, task));
+    EXPECT_TRUE(pool->close());
+}
+
+TEST(Allocation, ShutdownThrowsBeforeItHasDoneAnything)
+{
+    const Pool pool(new KT::KTThreadPool(1, 4, 0, 0, 0));
+    pool->init(1, 4, 0, 0, 0);
+    int failures = 0;
+    for (;; ++failures) {
+        untilFailure = failures;
+        try {
+            pool->shutdown(false);
+            untilFailure = -1;
+            break;
+        } catch (const std::bad_alloc&) {
+            untilFailure = -1;
+            EXPECT_EQ(pool->status().threads, 1);
+        }
+    }
+    EXPECT_GT(failures, 0);
+    EXPECT_EQ(pool->status().threads, 0);
+    EXPECT_TRUE(pool->close());
+}
+
+}  // namespace
+
+void* operator new(std::size_t size)
+{
+    return allocate(size);
+}
+
+void* operator new[](std::size_t size)
+{
+    return allocate(size);
+}
+
+void operator delete(void* memory) noexcept
+{
+    release(memory);
+}
+
+void operator delete[](void* memory) noexcept
+{
+    release(memory);
+}
+
+void operator delete(void* memory, std::size_t) noexcept
+{
+    release(memory);
+}
+
+void operator delete[](void* memory, std::size_t) noexcept
+{
+    release(memory);
+}

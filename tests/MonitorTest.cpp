@@ -1,0 +1,204 @@
+#include <string>
+#include <type_traits>
+
+#include <gtest/gtest.h>
+
+#include "Capture.h"
+#include "Platform.h"
+#include "Pools.h"
+
+namespace {
+
+using platform::Call;
+
+static_assert(!std::is_polymorphic<KT::KTMonitor>::value, "a plain observer");
+
+boost::shared_ptr<FunctionTask> taskThatWaited(std::int32_t microseconds)
+{
+    const auto task = makeTask();
+    inside::creationTime(*task) = ro::os::timeval{1000, 0};
+    inside::executionTime(*task) =
+        ro::os::timeval{1000 + microseconds / 1000000, microseconds % 1000000};
+    return task;
+}
+
+class Monitor : public PoolFixture {
+protected:
+    /// A pool whose counts are set by hand: no thread of its own.
+    Pool counting(int live, int busy, int maxThreads)
+    {
+        const Pool pool = made(live, maxThreads);
+        inside::nbBusyThreads(pool) = busy;
+        return pool;
+    }
+
+    static KT::KTMonitor watching(const Pool& pool, int period = 0)
+    {
+        return KT::KTMonitor(period, 0, 0, pool);
+    }
+};
+
+TEST_F(Monitor, AdjustsAfterEveryPeriodAndAtNoOtherTime)
+{
+    const Pool pool = counting(1, 0, 10);
+    KT::KTMonitor monitor(3, 0, 0, pool);
+    const platform::Recorder recorder;
+    for (int ended = 1; ended <= 10; ++ended) {
+        // With one worker, each look makes the pool grow: the busy count keeps up.
+        inside::nbBusyThreads(pool) = inside::nbThreads(pool);
+        monitor.assimilate(taskThatWaited(0));
+        EXPECT_EQ(recorder.count(Call::create), static_cast<std::size_t>(ended / 3));
+    }
+    inside::nbBusyThreads(pool) = 0;
+}
+
+class MonitorWithoutPeriod : public Monitor, public testing::WithParamInterface<int> {};
+
+TEST_P(MonitorWithoutPeriod, NeverAdjustsOnItsOwn)
+{
+    const Pool pool = counting(1, 1, 10);
+    KT::KTMonitor monitor(GetParam(), 0, 0, pool);
+    const platform::Recorder recorder;
+    for (int ended = 0; ended < 20; ++ended) {
+        monitor.assimilate(taskThatWaited(0));
+    }
+    // Months later the count has wrapped and passes every number there is.
+    inside::taskCount(monitor) = GetParam() - 1;
+    monitor.assimilate(taskThatWaited(0));
+    EXPECT_EQ(inside::taskCount(monitor), GetParam());
+    EXPECT_EQ(recorder.count(Call::create), 0U);
+    inside::nbBusyThreads(pool) = 0;
+}
+
+INSTANTIATE_TEST_SUITE_P(Periods, MonitorWithoutPeriod, testing::Values(0, -1, -7));
+
+TEST_F(Monitor, SumsIdleTimesWithTheirCarry)
+{
+    const Pool pool = counting(4, 0, 4);
+    KT::KTMonitor monitor(0, 0, 0, pool);
+    EXPECT_EQ(inside::idleSeconds(monitor), 0);
+    EXPECT_EQ(inside::idleMicroseconds(monitor), 0);
+    EXPECT_EQ(inside::taskCount(monitor), 0);
+    for (int i = 0; i < 3; ++i) {
+        monitor.assimilate(taskThatWaited(700000));
+    }
+    EXPECT_EQ(inside::idleSeconds(monitor), 2);
+    EXPECT_EQ(inside::idleMicroseconds(monitor), 100000);
+    EXPECT_EQ(inside::taskCount(monitor), 3);
+}
+
+TEST_F(Monitor, NegativeIdleTimesLowerTheSum)
+{
+    const Pool pool = counting(4, 0, 4);
+    KT::KTMonitor monitor(0, 0, 0, pool);
+    monitor.assimilate(taskThatWaited(-300000));
+    EXPECT_EQ(inside::idleSeconds(monitor), 0);
+    EXPECT_EQ(inside::idleMicroseconds(monitor), -300000);
+    monitor.assimilate(taskThatWaited(-1200000));
+    EXPECT_EQ(inside::idleSeconds(monitor), -1);
+    EXPECT_EQ(inside::idleMicroseconds(monitor), -500000);
+}
+
+TEST_F(Monitor, SumsWrap)
+{
+    const Pool pool = counting(4, 0, 4);
+    KT::KTMonitor monitor(0, 0, 0, pool);
+    inside::idleMicroseconds(monitor) = 999999;
+    const auto task = makeTask();
+    inside::creationTime(*task) = ro::os::timeval{0, 0};
+    inside::executionTime(*task) = ro::os::timeval{2147, 483647};
+    monitor.assimilate(task);
+    // 2147483647 + 999999 wraps to -2146483650.
+    EXPECT_EQ(inside::idleSeconds(monitor), -2146);
+    EXPECT_EQ(inside::idleMicroseconds(monitor), -483650);
+}
+
+TEST_F(Monitor, AsksForAWorkerWhenAtMostOneIsIdle)
+{
+    const Pool pool = counting(4, 3, 10);
+    KT::KTMonitor monitor(0, 0, 0, pool);
+    monitor.adjustPool();
+    EXPECT_EQ(pool->status().threads, 5);
+    inside::nbBusyThreads(pool) = 0;
+}
+
+TEST_F(Monitor, AsksForNothingWhenTwoAreIdle)
+{
+    const Pool pool = counting(4, 2, 10);
+    KT::KTMonitor monitor(0, 0, 0, pool);
+    monitor.adjustPool();
+    EXPECT_EQ(pool->status().threads, 4);
+    inside::nbBusyThreads(pool) = 0;
+}
+
+TEST_F(Monitor, AsksUpToTheBusyLimitOnly)
+{
+    const ConsoleCapture console;
+    const Pool pool = counting(190, 189, 400);
+    KT::KTMonitor monitor(0, 0, 0, pool);
+    monitor.adjustPool();
+    EXPECT_EQ(pool->status().threads, 191);
+    EXPECT_EQ(console.text(), "");
+    inside::nbBusyThreads(pool) = 190;
+    inside::nbThreads(pool) = 191;
+    monitor.adjustPool();
+    EXPECT_EQ(pool->status().threads, 191);
+    EXPECT_EQ(console.text(), "INFO: Thread limit reached: (190/196)\n");
+    inside::nbBusyThreads(pool) = 0;
+}
+
+TEST_F(Monitor, SaysTheCountPlusFiveAtTheLimit)
+{
+    const ConsoleCapture console;
+    const Pool pool = counting(200, 190, 400);
+    KT::KTMonitor monitor(0, 0, 0, pool);
+    monitor.adjustPool();
+    EXPECT_EQ(console.text(), "INFO: Thread limit reached: (190/205)\n");
+    EXPECT_EQ(pool->status().threads, 200);
+    inside::nbBusyThreads(pool) = 0;
+}
+
+TEST_F(Monitor, DropsItsReferenceToTheTask)
+{
+    const Pool pool = counting(4, 0, 4);
+    KT::KTMonitor monitor(0, 0, 0, pool);
+    for (const bool autoDelete : {false, true}) {
+        const auto task = taskThatWaited(1);
+        task->autoDelete = autoDelete;
+        monitor.assimilate(task);
+        EXPECT_EQ(task.use_count(), 1);
+    }
+}
+
+TEST_F(Monitor, HoldsItsPool)
+{
+    Pool pool(new KT::KTThreadPool(0, 1, 0, 0, 0));
+    const boost::weak_ptr<KT::KTThreadPool> watched(pool);
+    {
+        const KT::KTMonitor monitor(0, 0, 0, pool);
+        pool.reset();
+        EXPECT_FALSE(watched.expired());
+    }
+    EXPECT_TRUE(watched.expired());
+}
+
+TEST_F(Monitor, EachEnqueueMakesABusyPoolGrowByOne)
+{
+    const Pool pool = running(1, 3);
+    Gate gate;
+    for (int i = 1; i <= 5; ++i) {
+        ASSERT_TRUE(pool->enqueue(makeTask([&] { gate.pass(); })));
+        ASSERT_TRUE(eventually([&] {
+            pool->wake();
+            return gate.arrived() == std::min(i, 3);
+        }));
+    }
+    EXPECT_EQ(pool->status().threads, 3);
+    gate.open();
+    EXPECT_TRUE(eventually([&] {
+        pool->wake();
+        return gate.arrived() == 5 && pool->status().busyThreads == 0;
+    }));
+}
+
+}  // namespace

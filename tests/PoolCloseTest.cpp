@@ -1,0 +1,295 @@
+#include <atomic>
+#include <chrono>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "Capture.h"
+#include "Platform.h"
+#include "Pools.h"
+
+namespace {
+
+using platform::Call;
+
+class PoolClose : public PoolFixture {};
+class PoolJoin : public PoolFixture {};
+class PoolWake : public PoolFixture {};
+class PoolStatus : public PoolFixture {};
+
+TEST_F(PoolWake, SignalsOnlyIfTasksAreQueued)
+{
+    const Pool pool = made(1, 1);
+    pool->init(0, 1, 0, 0, 0);
+    const platform::Recorder recorder;
+    EXPECT_FALSE(pool->wake());
+    EXPECT_EQ(recorder.count(Call::signal), 0U);
+    pool->enqueue(makeTask());
+    EXPECT_TRUE(pool->wake());
+    EXPECT_EQ(recorder.count(Call::signal), 2U);
+}
+
+TEST_F(PoolWake, FindsATaskWhoseWakeUpWasLost)
+{
+    const Pool pool = fixed(1);
+    const auto task = makeTask();
+    std::thread client;
+    {
+        const OnTheWayToSleep held(pool);
+        client = std::thread([&] { pool->enqueue(task); });
+        ASSERT_TRUE(eventually([&] { return pool->status().queuedTasks == 1; }));
+    }
+    client.join();
+    EXPECT_TRUE(untilFinished(pool, task));
+}
+
+TEST_F(PoolWake, WakesAWorkerForATaskThatNobodySignalled)
+{
+    const Pool pool = fixed(1);
+    ASSERT_TRUE(untilAsleep(pool, 1));
+    const auto task = makeTask();
+    {
+        const KT::KTCriticalSection hold(inside::queueMutex(pool));
+        inside::tasks(pool).push_back(task);
+    }
+    EXPECT_EQ(inside::state(*task), 0);
+    EXPECT_TRUE(pool->wake());
+    EXPECT_TRUE(eventually([&] { return inside::state(*task) == 2; }));
+}
+
+TEST_F(PoolJoin, IsFalseAtOnceOnARunningPool)
+{
+    const Pool pool = fixed(1);
+    EXPECT_FALSE(pool->join());
+}
+
+TEST_F(PoolJoin, IsFalseAtOnceFromAnOwnWorkerAndNotFromAnother)
+{
+    const Pool stopped = fixed(1);
+    Gate gate;
+    std::atomic<int> own(-1);
+    const auto inside = makeTask([&] {
+        gate.pass();
+        own = stopped->join();
+    });
+    ASSERT_TRUE(stopped->enqueue(inside));
+    ASSERT_TRUE(gate.untilArrived(1));
+    stopped->shutdown(false);
+
+    const Pool other = fixed(1);
+    std::atomic<int> elsewhere(-1);
+    const auto joiner = makeTask([&] { elsewhere = stopped->join(); });
+    ASSERT_TRUE(other->enqueue(joiner));
+    gate.open();
+    ASSERT_TRUE(untilFinished(other, joiner));
+    EXPECT_EQ(own, 0);
+    EXPECT_EQ(elsewhere, 1);
+}
+
+TEST_F(PoolJoin, IsFalseAfterItsTimeAndTrueLater)
+{
+    const Pool pool = fixed(1);
+    Gate gate;
+    ASSERT_TRUE(pool->enqueue(makeTask([&] { gate.pass(); })));
+    ASSERT_TRUE(gate.untilArrived(1));
+    pool->shutdown(false);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(pool->join(150));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(150));
+    EXPECT_FALSE(pool->join(0));
+    gate.open();
+    EXPECT_TRUE(pool->join());
+    EXPECT_TRUE(pool->join(0));
+}
+
+TEST_F(PoolJoin, WaitsForThreadLocalObjectsOfTheTasks)
+{
+    struct Slow {
+        ~Slow()
+        {
+            ro::os::msleep(100);
+            *ended = true;
+        }
+        std::atomic<bool>* ended = nullptr;
+    };
+    std::atomic<bool> ended(false);
+    const Pool pool = fixed(1);
+    const auto task = makeTask([&] {
+        static thread_local Slow slow;
+        slow.ended = &ended;
+    });
+    ASSERT_TRUE(pool->enqueue(task));
+    ASSERT_TRUE(untilFinished(pool, task));
+    pool->shutdown(false);
+    EXPECT_TRUE(pool->join());
+    EXPECT_TRUE(ended);
+}
+
+TEST_F(PoolJoin, CountsRetiredWorkersToo)
+{
+    const ConsoleCapture console;
+    const Pool pool = fixed(20);
+    ASSERT_TRUE(untilAsleep(pool, 20));
+    ASSERT_TRUE(pool->adjustThread(-3));
+    const auto task = makeTask();
+    ASSERT_TRUE(pool->enqueue(task));
+    ASSERT_TRUE(untilFinished(pool, task));
+    pool->shutdown(false);
+    EXPECT_TRUE(pool->join());
+    EXPECT_TRUE(eventually([] { return threadsNamed("KTThread").empty(); }));
+}
+
+class PoolCloseOfEitherKind : public PoolFixture, public testing::WithParamInterface<bool> {};
+
+TEST_P(PoolCloseOfEitherKind, EndsWorkersThatTheShutdownDidNotTell)
+{
+    const Pool pool = fixed(2);
+    ASSERT_TRUE(untilAsleep(pool, 2));
+    // What a growth leaves behind that comes between the telling and the setting aside: exitTask is
+    // called while the shutdown tells its workers.
+    Gate gate;
+    const auto task = makeTask([&] { gate.pass(); });
+    const Pool grown = running(1, 3);
+    task->onExit = [&] {
+        EXPECT_TRUE(grown->adjustThread(1));
+        gate.open();
+    };
+    inside::nbThreads(grown) = 1;
+    ASSERT_TRUE(grown->enqueue(task));
+    ASSERT_TRUE(gate.untilArrived(1));
+    EXPECT_TRUE(grown->close(GetParam()));
+    EXPECT_TRUE(pool->close(GetParam()));
+    EXPECT_TRUE(eventually([] { return threadsNamed("KTT").empty(); }));
+}
+
+TEST_P(PoolCloseOfEitherKind, MayBeCalledAgainAndDestroysThePoolInTheEnd)
+{
+    Pool pool(new KT::KTThreadPool(2, 4, 0, 0, 0));
+    pool->init(2, 4, 0, 0, 0);
+    const boost::weak_ptr<KT::KTThreadPool> watched(pool);
+    Gate gate;
+    ASSERT_TRUE(pool->enqueue(makeTask([&] {
+        int previous = 0;
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &previous);
+        gate.pass();
+    })));
+    ASSERT_TRUE(gate.untilArrived(1));
+    EXPECT_FALSE(pool->close(GetParam(), 50));
+    EXPECT_TRUE(inside::monitor(pool)) << "not before the workers have ended";
+    gate.open();
+    EXPECT_TRUE(pool->close(GetParam()));
+    EXPECT_TRUE(pool->close(GetParam()));
+    EXPECT_FALSE(inside::monitor(pool));
+    EXPECT_FALSE(pool->enqueue(makeTask()));
+    pool.reset();
+    EXPECT_TRUE(watched.expired());
+}
+
+TEST_P(PoolCloseOfEitherKind, OutrunsGrowthsOnOtherThreads)
+{
+    const ConsoleCapture console;
+    for (int round = 0; round < 20; ++round) {
+        const Pool pool = running(2, 40);
+        std::atomic<bool> stop(false);
+        std::vector<std::thread> growers;
+        for (int i = 0; i < 2; ++i) {
+            growers.emplace_back([&] {
+                while (!stop) {
+                    pool->adjustThread(1);
+                    pool->enqueue(makeTask());
+                }
+            });
+        }
+        EXPECT_TRUE(pool->close(GetParam()));
+        stop = true;
+        for (std::thread& grower : growers) {
+            grower.join();
+        }
+        EXPECT_TRUE(eventually([] { return threadsNamed("KTT").empty(); }));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, PoolCloseOfEitherKind, testing::Bool());
+
+TEST_F(PoolClose, OutrunsABatchThatStartsThePoolAnew)
+{
+    const Pool pool = fixed(2);
+    Gate gate;
+    const auto task = makeTask([&] { gate.pass(); });
+    ASSERT_TRUE(pool->enqueue(task));
+    ASSERT_TRUE(gate.untilArrived(1));
+    std::thread closer([&] { EXPECT_TRUE(pool->close()); });
+    ASSERT_TRUE(eventually([&] { return pool->status().threads == 0; }));
+    EXPECT_TRUE(pool->xIncreaseThread());
+    gate.open();
+    closer.join();
+    EXPECT_TRUE(eventually([] { return threadsNamed("KTT").empty(); }));
+}
+
+TEST_F(PoolClose, FromAnOwnWorkerStopsThePoolAndIsFalse)
+{
+    const Pool pool = fixed(2);
+    std::atomic<int> closed(-1);
+    const auto task = makeTask([&] { closed = pool->close(); });
+    ASSERT_TRUE(pool->enqueue(task));
+    ASSERT_TRUE(untilFinished(pool, task));
+    EXPECT_EQ(closed, 0);
+    EXPECT_EQ(pool->status().threads, 0);
+    EXPECT_TRUE(pool->close());
+}
+
+TEST_F(PoolClose, IsSafeOnPoolsWithoutWorkers)
+{
+    const Pool unused = made(4, 8);
+    EXPECT_TRUE(unused->close());
+    KT::KTThreadPool unowned(0, 4, 0, 0, 0);
+    EXPECT_TRUE(unowned.close());
+}
+
+TEST_F(PoolClose, WorksWhenOnlyTheMonitorHoldsThePool)
+{
+    Pool pool(new KT::KTThreadPool(1, 1, 0, 0, 0));
+    pool->init(1, 1, 0, 0, 0);
+    const boost::weak_ptr<KT::KTThreadPool> watched(pool);
+    KT::KTThreadPool* const raw = pool.get();
+    pool.reset();
+    EXPECT_TRUE(raw->close());
+    EXPECT_TRUE(watched.expired());
+}
+
+TEST_F(PoolClose, LeavesNoTaskInTheQueue)
+{
+    const Pool pool = fixed(1);
+    const auto task = makeTask();
+    pool->shutdown(false);
+    // What an enqueue leaves behind that was under way during the shutdown.
+    inside::tasks(pool).push_back(task);
+    EXPECT_TRUE(pool->close());
+    EXPECT_EQ(pool->status().queuedTasks, 0);
+    EXPECT_EQ(task.use_count(), 1);
+}
+
+TEST_F(PoolStatus, ShowsEachFigure)
+{
+    const Pool pool = fixed(20);
+    ASSERT_TRUE(untilAsleep(pool, 20));
+    KT::KTThreadPoolStatus status = pool->status();
+    EXPECT_EQ(status.threads, 20);
+    EXPECT_EQ(status.busyThreads, 0);
+    EXPECT_EQ(status.maxThreads, 20);
+    EXPECT_EQ(status.threadsToRemove, 0);
+    EXPECT_EQ(status.queuedTasks, 0);
+
+    {
+        const KT::KTCriticalSection hold(inside::queueMutex(pool));
+        inside::tasks(pool).push_back(makeTask());
+        inside::tasks(pool).push_back(makeTask());
+    }
+    EXPECT_TRUE(pool->adjustThread(-2));
+    status = pool->status();
+    EXPECT_EQ(status.threadsToRemove, 2);
+    EXPECT_EQ(status.queuedTasks, 2);
+}
+
+}  // namespace

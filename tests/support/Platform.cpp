@@ -1,0 +1,271 @@
+#include "Platform.h"
+
+#include <atomic>
+#include <cstdarg>
+#include <utility>
+
+#include <dlfcn.h>
+#include <sys/prctl.h>
+
+namespace platform {
+namespace {
+
+/// A lock that makes none of the calls observed here.
+class SpinLock {
+public:
+    void lock()
+    {
+        while (taken.exchange(true, std::memory_order_acquire)) {
+        }
+    }
+    void unlock() { taken.store(false, std::memory_order_release); }
+
+private:
+    std::atomic<bool> taken{false};
+};
+
+struct State {
+    SpinLock lock;
+    bool recording = false;
+    std::vector<Record> records;
+    bool failing = false;
+    Call failingCall = Call::name;
+    int status = 0;
+    int calls = 0;
+    std::function<bool(int)> when;
+};
+
+/// Never destroyed: threads call in here until the process is gone.
+State& state()
+{
+    static State* const made = new State;
+    return *made;
+}
+
+class Hold {
+public:
+    Hold() { state().lock.lock(); }
+    ~Hold() { state().lock.unlock(); }
+    Hold(const Hold&) = delete;
+    Hold& operator=(const Hold&) = delete;
+};
+
+/// Records a call; the status to fail with, 0 to go on.
+int note(Call call, const void* object, long value = 0, const char* text = "")
+{
+    const Hold hold;
+    if (state().recording) {
+        state().records.push_back({call, object, value, text, pthread_self()});
+    }
+    if (state().failing && state().failingCall == call && state().when(++state().calls)) {
+        return state().status;
+    }
+    return 0;
+}
+
+template <typename Function>
+Function next(const char* name)
+{
+    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+Recorder::Recorder()
+{
+    const Hold hold;
+    state().records.clear();
+    state().recording = true;
+}
+
+Recorder::~Recorder()
+{
+    const Hold hold;
+    state().recording = false;
+}
+
+std::vector<Record> Recorder::records() const
+{
+    const Hold hold;
+    return state().records;
+}
+
+std::vector<Record> Recorder::records(Call call) const
+{
+    std::vector<Record> found;
+    for (Record& record : records()) {
+        if (record.call == call) {
+            found.push_back(std::move(record));
+        }
+    }
+    return found;
+}
+
+std::size_t Recorder::count(Call call, const void* object) const
+{
+    std::size_t found = 0;
+    for (const Record& record : records()) {
+        found += record.call == call && (object == nullptr || record.object == object);
+    }
+    return found;
+}
+
+std::vector<std::string> Recorder::names() const
+{
+    std::vector<std::string> found;
+    for (Record& record : records(Call::name)) {
+        found.push_back(std::move(record.text));
+    }
+    return found;
+}
+
+std::vector<std::string> Recorder::names(pthread_t thread) const
+{
+    std::vector<std::string> found;
+    for (Record& record : records(Call::name)) {
+        if (pthread_equal(record.thread, thread) != 0) {
+            found.push_back(std::move(record.text));
+        }
+    }
+    return found;
+}
+
+Failure::Failure(Call call, int status, std::function<bool(int)> when)
+{
+    const Hold hold;
+    state().failing = true;
+    state().failingCall = call;
+    state().status = status;
+    state().calls = 0;
+    state().when = std::move(when);
+}
+
+Failure::~Failure()
+{
+    const Hold hold;
+    state().failing = false;
+}
+
+}  // namespace platform
+
+using platform::Call;
+using platform::next;
+using platform::note;
+
+extern "C" {
+
+int prctl(int option, ...)
+{
+    va_list list;
+    va_start(list, option);
+    unsigned long args[4];
+    for (unsigned long& arg : args) {
+        arg = va_arg(list, unsigned long);
+    }
+    va_end(list);
+    if (option == PR_SET_NAME) {
+        const int failed = note(Call::name, nullptr, 0, reinterpret_cast<const char*>(args[0]));
+        if (failed != 0) {
+            return -1;
+        }
+    }
+    static const auto real = next<int (*)(int, ...)>("prctl");
+    return real(option, args[0], args[1], args[2], args[3]);
+}
+
+int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),
+                   void* arg)
+{
+    static const auto real = next<decltype(&pthread_create)>("pthread_create");
+    const int failed = note(Call::create, arg);
+    return failed != 0 ? failed : real(thread, attributes, start, arg);
+}
+
+int pthread_attr_setstacksize(pthread_attr_t* attributes, size_t size)
+{
+    static const auto real = next<decltype(&pthread_attr_setstacksize)>("pthread_attr_setstacksize");
+    const int failed = note(Call::stackSize, attributes, static_cast<long>(size));
+    return failed != 0 ? failed : real(attributes, size);
+}
+
+int pthread_attr_setinheritsched(pthread_attr_t* attributes, int inherit)
+{
+    static const auto real =
+        next<decltype(&pthread_attr_setinheritsched)>("pthread_attr_setinheritsched");
+    const int failed = note(Call::inheritSched, attributes, inherit);
+    return failed != 0 ? failed : real(attributes, inherit);
+}
+
+int pthread_attr_setschedpolicy(pthread_attr_t* attributes, int policy)
+{
+    static const auto real =
+        next<decltype(&pthread_attr_setschedpolicy)>("pthread_attr_setschedpolicy");
+    const int failed = note(Call::schedPolicy, attributes, policy);
+    return failed != 0 ? failed : real(attributes, policy);
+}
+
+int pthread_attr_setschedparam(pthread_attr_t* attributes, const sched_param* param)
+{
+    static const auto real =
+        next<decltype(&pthread_attr_setschedparam)>("pthread_attr_setschedparam");
+    const int failed = note(Call::schedPriority, attributes, param->sched_priority);
+    return failed != 0 ? failed : real(attributes, param);
+}
+
+int pthread_mutex_lock(pthread_mutex_t* mutex)
+{
+    static const auto real = next<decltype(&pthread_mutex_lock)>("pthread_mutex_lock");
+    const int failed = note(Call::lock, mutex);
+    return failed != 0 ? failed : real(mutex);
+}
+
+int pthread_cond_signal(pthread_cond_t* condition)
+{
+    static const auto real = next<decltype(&pthread_cond_signal)>("pthread_cond_signal");
+    const int failed = note(Call::signal, condition);
+    return failed != 0 ? failed : real(condition);
+}
+
+int pthread_cond_broadcast(pthread_cond_t* condition)
+{
+    static const auto real = next<decltype(&pthread_cond_broadcast)>("pthread_cond_broadcast");
+    const int failed = note(Call::broadcast, condition);
+    return failed != 0 ? failed : real(condition);
+}
+
+int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex)
+{
+    static const auto real = next<decltype(&pthread_cond_wait)>("pthread_cond_wait");
+    const int failed = note(Call::wait, condition);
+    return failed != 0 ? failed : real(condition, mutex);
+}
+
+int pthread_cond_destroy(pthread_cond_t* condition)
+{
+    static const auto real = next<decltype(&pthread_cond_destroy)>("pthread_cond_destroy");
+    const int failed = note(Call::destroy, condition);
+    return failed != 0 ? failed : real(condition);
+}
+
+int pthread_join(pthread_t thread, void** result)
+{
+    static const auto real = next<decltype(&pthread_join)>("pthread_join");
+    const int failed = note(Call::join, nullptr);
+    return failed != 0 ? failed : real(thread, result);
+}
+
+int pthread_detach(pthread_t thread)
+{
+    static const auto real = next<decltype(&pthread_detach)>("pthread_detach");
+    const int failed = note(Call::detach, nullptr);
+    return failed != 0 ? failed : real(thread);
+}
+
+int pthread_cancel(pthread_t thread)
+{
+    static const auto real = next<decltype(&pthread_cancel)>("pthread_cancel");
+    const int failed = note(Call::cancel, nullptr);
+    return failed != 0 ? failed : real(thread);
+}
+
+}  // extern "C"

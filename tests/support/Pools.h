@@ -1,0 +1,130 @@
+/// Tasks and pools for the tests.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <boost/make_shared.hpp>
+#include <boost/shared_ptr.hpp>
+
+#include <gtest/gtest.h>
+
+#include <ktthread/ktthread.h>
+
+#include "Inside.h"
+#include "Platform.h"
+#include "Waiting.h"
+
+/// A task made of two functions.
+class FunctionTask : public KT::KTTask {
+public:
+    explicit FunctionTask(std::function<void()> runBody, const std::string& name = "function")
+        : body(std::move(runBody))
+    {
+        setTaskName(name);
+    }
+
+    void run() override { body(); }
+    void exitTask() override
+    {
+        if (onExit) {
+            onExit();
+        }
+    }
+
+    std::function<void()> body;
+    std::function<void()> onExit;
+};
+
+inline boost::shared_ptr<FunctionTask> makeTask(std::function<void()> body,
+                                                const std::string& name = "function")
+{
+    return boost::make_shared<FunctionTask>(std::move(body), name);
+}
+
+/// A task that nothing but its fields matter of.
+inline boost::shared_ptr<FunctionTask> makeTask()
+{
+    return makeTask([] {});
+}
+
+using Pool = boost::shared_ptr<KT::KTThreadPool>;
+
+/// A fixture that closes the pools it made.
+class PoolFixture : public testing::Test {
+protected:
+    /// Made but not initialised.
+    Pool made(int nbThreads, int maxThreads, int period = 0)
+    {
+        pools.push_back(boost::make_shared<KT::KTThreadPool>(nbThreads, maxThreads, period, 0, 0));
+        return pools.back();
+    }
+
+    Pool running(int nbThreads, int maxThreads, int period = 0)
+    {
+        const Pool pool = made(nbThreads, maxThreads, period);
+        pool->init(nbThreads, maxThreads, period, 0, 0);
+        return pool;
+    }
+
+    /// A pool that nothing makes grow: it has all the workers that it may have.
+    Pool fixed(int nbThreads) { return running(nbThreads, nbThreads); }
+
+    void TearDown() override
+    {
+        for (const Pool& pool : pools) {
+            EXPECT_TRUE(pool->close(false, 60000));
+        }
+    }
+
+private:
+    std::vector<Pool> pools;
+};
+
+/// Waits until `count` workers of `pool` sleep, in the wait itself.
+inline bool untilAsleep(const Pool& pool, std::size_t count)
+{
+    const bool named =
+        eventually([count] { return threadsNamed("KTThread [sleep").size() == count; });
+    // A worker gives itself the name under this mutex, and lets go of it only in the wait.
+    const KT::KTCriticalSection hold(inside::wakeMutex(pool));
+    return named;
+}
+
+/// Waits until `task` is finished, waking the pool as a client does.
+inline bool untilFinished(const Pool& pool, const boost::shared_ptr<KT::KTTask>& task)
+{
+    return eventually([&] {
+        pool->wake();
+        return inside::state(*task) == 2;
+    });
+}
+
+/// Holds the only worker of a pool up between its look at the empty queue and its sleep: there it
+/// waits for the wake mutex, which this object holds.
+class OnTheWayToSleep {
+public:
+    explicit OnTheWayToSleep(const Pool& heldPool) : pool(heldPool)
+    {
+        EXPECT_TRUE(pool->enqueue(makeTask([this] { gate.pass(); })));
+        EXPECT_TRUE(eventually([this] {
+            pool->wake();
+            return gate.arrived() == 1;
+        }));
+        const platform::Recorder recorder;
+        inside::wakeMutex(pool)->lock();
+        gate.open();
+        const void* const mutex = inside::mutex(*inside::wakeMutex(pool)).get();
+        EXPECT_TRUE(eventually(
+            [&] { return recorder.count(platform::Call::lock, mutex) == 2; }));
+    }
+    ~OnTheWayToSleep() { inside::wakeMutex(pool)->unlock(); }
+    OnTheWayToSleep(const OnTheWayToSleep&) = delete;
+    OnTheWayToSleep& operator=(const OnTheWayToSleep&) = delete;
+
+private:
+    Pool pool;
+    Gate gate;
+};

@@ -1,0 +1,32 @@
+/// Waiting for what other threads do: always for a condition, always with a bound.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+/// Looks every millisecond until `condition` holds; false after a minute, which fails the test.
+bool eventually(const std::function<bool()>& condition);
+
+/// The names of this process's threads that begin with `prefix`.
+std::vector<std::string> threadsNamed(const std::string& prefix);
+
+/// A door that is closed until somebody opens it, and that counts who waits in front of it.
+class Gate {
+public:
+    void open();
+    /// Blocks until the gate is open.
+    void pass();
+    int arrived() const;
+    /// Whether at least `count` have arrived, after a bounded wait.
+    bool untilArrived(int count) const;
+
+private:
+    mutable std::mutex mutex;
+    std::condition_variable opened;
+    bool isOpen = false;
+    int arrivals = 0;
+};
