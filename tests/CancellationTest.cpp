@@ -23,6 +23,16 @@ bool canBeCancelled()
     return state == PTHREAD_CANCEL_ENABLE;
 }
 
+/// Blocks at a cancellation point. A wait on a condition, because ThreadSanitizer loses track of a
+/// thread that is cancelled in any other blocking call.
+void blockFor(int milliseconds)
+{
+    const auto mutex = KT::KTMutex::createKTMutex();
+    const auto condition = KT::KTCondition::createKTCondition();
+    const KT::KTCriticalSection hold(mutex);
+    condition->waitFor(mutex, milliseconds);
+}
+
 class Cancellation : public PoolFixture {};
 
 /// Notes in which of its operations the worker could be cancelled.
@@ -64,7 +74,7 @@ TEST_F(Cancellation, CutsABlockingTaskOffAndUnwindsIt)
         const KT::KTCriticalSection hold(mutex);
         started = true;
         for (;;) {
-            ro::os::msleep(60000);
+            blockFor(60000);
         }
     });
     ASSERT_TRUE(pool->enqueue(task));
@@ -200,12 +210,12 @@ TEST_F(Cancellation, StormsEndNothingButTheirPool)
             pool->enqueue(makeTask([&, i, raw] {
                 const Counted counted(alive);
                 switch (i % 6) {
-                case 0: ro::os::msleep(1000); break;
+                case 0: blockFor(1000); break;
                 case 1: ro::log::log(2, "storm", "", "", 0, std::string(100, 'x')); break;
                 case 2: throw KT::KTError("m", "f", "d", "", 0);
                 case 3: {
                     const KT::KTCriticalSection hold(mutex);
-                    ro::os::msleep(1);
+                    blockFor(1);
                     break;
                 }
                 case 4: raw->enqueue(makeTask()); break;

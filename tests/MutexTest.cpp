@@ -33,42 +33,6 @@ TEST(Mutex, ExcludesOtherThreads)
     EXPECT_EQ(counter, 40000);
 }
 
-TEST(Mutex, SecondLockByTheOwnerBlocks)
-{
-    const auto mutex = KT::KTMutex::createKTMutex();
-    std::atomic<int> locks(0);
-    std::thread twice([&] {
-        mutex->lock();
-        ++locks;
-        mutex->lock();
-        ++locks;
-        mutex->unlock();
-    });
-    ASSERT_TRUE(eventually([&] { return locks == 1; }));
-    // Still locked once, and no way on, until somebody else unlocks for it.
-    EXPECT_NE(pthread_mutex_trylock(inside::mutex(mutex).get()), 0);
-    EXPECT_EQ(locks, 1);
-    mutex->unlock();
-    twice.join();
-    EXPECT_EQ(locks, 2);
-}
-
-TEST(Mutex, DoesNotCheckWhoUnlocks)
-{
-    const auto mutex = KT::KTMutex::createKTMutex();
-    mutex->lock();
-    std::thread([&] { mutex->unlock(); }).join();
-    EXPECT_EQ(pthread_mutex_trylock(inside::mutex(mutex).get()), 0);
-    mutex->unlock();
-}
-
-TEST(Mutex, LockedOneMayBeDestroyed)
-{
-    auto mutex = KT::KTMutex::createKTMutex();
-    mutex->lock();
-    EXPECT_NO_THROW(mutex.reset());
-}
-
 TEST(MutexRW, ReadersShareAndAWriterWaitsForAllOfThem)
 {
     const auto lock = KT::KTMutexRW::createKTMutexRW();
@@ -111,13 +75,6 @@ TEST(MutexRW, UnlockReleasesEitherKindOfHold)
     lock->unlock();
     writeElsewhere();
     EXPECT_EQ(holds, 2);
-}
-
-TEST(MutexRW, LockedOneMayBeDestroyed)
-{
-    auto lock = KT::KTMutexRW::createKTMutexRW();
-    lock->readLock();
-    EXPECT_NO_THROW(lock.reset());
 }
 
 }  // namespace

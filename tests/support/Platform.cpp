@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdarg>
+#include <new>
 #include <utility>
 
 #include <dlfcn.h>
@@ -35,10 +36,12 @@ struct State {
     std::function<bool(int)> when;
 };
 
-/// Never destroyed: threads call in here until the process is gone.
+/// Never destroyed, as threads call in here until the process is gone, and made without an
+/// allocation, which a test may want to fail.
 State& state()
 {
-    static State* const made = new State;
+    alignas(State) static unsigned char memory[sizeof(State)];
+    static State* const made = new (memory) State;
     return *made;
 }
 

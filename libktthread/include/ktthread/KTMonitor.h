@@ -39,8 +39,8 @@ private:
     /// Guards the three counters, and is held while assimilate calls adjustPool.
     boost::shared_ptr<KTMutex> mutex;
     int period;
-    int param2;
-    int param3;
+    int param2 __attribute__((unused));  ///< kept for inspection, as is param3
+    int param3 __attribute__((unused));
     int taskCount;  ///< ended tasks since the last look at the pool
     int idleSeconds;
     int idleMicroseconds;
