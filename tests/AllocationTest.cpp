@@ -32,8 +32,8 @@ void release(void* memory)
     std::free(memory);
 }
 
-/// Runs `operation` with the n-th allocation failing, for each n until it goes through. Each failure
-/// must be a bad_alloc that leaks nothing. Returns how many failed.
+/// Runs `operation` with the n-th allocation failing, for each n until it goes through. Each
+/// failure must be a bad_alloc that leaks nothing. Returns how many failed.
 int failEachAllocation(const std::function<void()>& operation)
 {
     for (int n = 0;; ++n) {

@@ -210,16 +210,16 @@ TEST_F(Cancellation, StormsEndNothingButTheirPool)
             pool->enqueue(makeTask([&, i, raw] {
                 const Counted counted(alive);
                 switch (i % 6) {
-                case 0: blockFor(1000); break;
-                case 1: ro::log::log(2, "storm", "", "", 0, std::string(100, 'x')); break;
-                case 2: throw KT::KTError("m", "f", "d", "", 0);
-                case 3: {
-                    const KT::KTCriticalSection hold(mutex);
-                    blockFor(1);
-                    break;
-                }
-                case 4: raw->enqueue(makeTask()); break;
-                default: raw->adjustThread(1); break;
+                    case 0: blockFor(1000); break;
+                    case 1: ro::log::log(2, "storm", "", "", 0, std::string(100, 'x')); break;
+                    case 2: throw KT::KTError("m", "f", "d", "", 0);
+                    case 3: {
+                        const KT::KTCriticalSection hold(mutex);
+                        blockFor(1);
+                        break;
+                    }
+                    case 4: raw->enqueue(makeTask()); break;
+                    default: raw->adjustThread(1); break;
                 }
             }));
         }

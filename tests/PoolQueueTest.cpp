@@ -3,7 +3,6 @@
 #include <thread>
 #include <vector>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Platform.h"
@@ -12,7 +11,6 @@
 namespace {
 
 using platform::Call;
-using testing::ElementsAre;
 
 class PoolQueue : public PoolFixture {
 protected:

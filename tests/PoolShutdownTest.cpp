@@ -4,7 +4,6 @@
 #include <thread>
 #include <vector>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Capture.h"
@@ -14,7 +13,6 @@
 namespace {
 
 using platform::Call;
-using testing::ElementsAre;
 
 const char* const warning =
     "KTThreadPool::~KTThreadPool : trying to delete a Thread Pool without shutting it down. "
@@ -86,8 +84,8 @@ TEST_F(PoolShutdown, WakesAllByOneBroadcast)
     ASSERT_TRUE(untilAsleep(pool, 3));
     const platform::Recorder recorder;
     pool->shutdown(false);
-    EXPECT_EQ(recorder.count(Call::broadcast,
-                             inside::condition(*inside::wakeCondition(pool)).get()), 1U);
+    EXPECT_EQ(
+        recorder.count(Call::broadcast, inside::condition(*inside::wakeCondition(pool)).get()), 1U);
     EXPECT_EQ(recorder.count(Call::cancel), 0U);
 }
 

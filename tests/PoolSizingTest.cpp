@@ -22,8 +22,8 @@ protected:
     {
         const Pool pool = made(workers, maxThreads);
         for (int i = 0; i < workers; ++i) {
-            inside::threads(pool)[static_cast<std::size_t>(i)].reset(new KT::KTThread(
-                pool, i, inside::wakeMutex(pool), inside::wakeCondition(pool)));
+            inside::threads(pool)[static_cast<std::size_t>(i)].reset(
+                new KT::KTThread(pool, i, inside::wakeMutex(pool), inside::wakeCondition(pool)));
         }
         return pool;
     }
@@ -134,8 +134,8 @@ TEST_F(PoolSizing, RetirementSignalsOneSleeper)
     const auto retiring = slot(pool, 0);
     const platform::Recorder recorder;
     EXPECT_TRUE(pool->apoptosis(retiring));
-    EXPECT_EQ(recorder.count(Call::signal,
-                             inside::condition(*inside::wakeCondition(pool)).get()), 1U);
+    EXPECT_EQ(recorder.count(Call::signal, inside::condition(*inside::wakeCondition(pool)).get()),
+              1U);
     EXPECT_FALSE(pool->apoptosis(slot(pool, 0)));
     EXPECT_EQ(recorder.count(Call::signal), 1U);
 }
@@ -157,11 +157,11 @@ TEST_F(PoolSizing, StrangersAndWorkersSetAsideDoNotRetire)
     const Pool pool = filled(6, 6);
     inside::nbThreadsToRemove(pool) = 3;
     EXPECT_FALSE(pool->apoptosis(boost::shared_ptr<KT::KTThread>()));
-    const boost::shared_ptr<KT::KTThread> stranger(new KT::KTThread(
-        pool, 2, inside::wakeMutex(pool), inside::wakeCondition(pool)));
+    const boost::shared_ptr<KT::KTThread> stranger(
+        new KT::KTThread(pool, 2, inside::wakeMutex(pool), inside::wakeCondition(pool)));
     EXPECT_FALSE(pool->apoptosis(stranger));
-    const boost::shared_ptr<KT::KTThread> beyond(new KT::KTThread(
-        pool, 600, inside::wakeMutex(pool), inside::wakeCondition(pool)));
+    const boost::shared_ptr<KT::KTThread> beyond(
+        new KT::KTThread(pool, 600, inside::wakeMutex(pool), inside::wakeCondition(pool)));
     EXPECT_FALSE(pool->apoptosis(beyond));
     EXPECT_EQ(pool->status().threads, 6);
 }

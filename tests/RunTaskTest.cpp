@@ -15,7 +15,6 @@
 
 namespace {
 
-using platform::Call;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -49,8 +48,8 @@ TEST_F(RunTask, MarksNamesAndReleasesTheTask)
     worker->runTask();
     EXPECT_EQ(during, 1);
     EXPECT_EQ(inside::state(*task), 2);
-    EXPECT_THAT(recorder.names(), ElementsAre("KTTask: count pages [running]",
-                                              "KTTask: count pages [finished]"));
+    EXPECT_THAT(recorder.names(),
+                ElementsAre("KTTask: count pages [running]", "KTTask: count pages [finished]"));
     EXPECT_FALSE(inside::currentTask(*worker));
     EXPECT_EQ(task.use_count(), 1);
 }
@@ -120,8 +119,8 @@ TEST_F(RunTask, ReportsTheEndToThePool)
 {
     const Pool pool = made(0, 1);
     pool->init(0, 1, 0, 0, 0);
-    const boost::shared_ptr<KT::KTThread> member(new KT::KTThread(
-        pool, 0, inside::wakeMutex(pool), inside::wakeCondition(pool)));
+    const boost::shared_ptr<KT::KTThread> member(
+        new KT::KTThread(pool, 0, inside::wakeMutex(pool), inside::wakeCondition(pool)));
     const auto task = makeTask();
     std::int32_t counted = -1;
     task->body = [&] { counted = inside::taskCount(*inside::monitor(pool)); };
@@ -134,8 +133,8 @@ TEST_F(RunTask, ReportsTheEndToThePool)
 TEST_F(RunTask, PoolThatGoesWhileTheTaskRunsIsNotTold)
 {
     Pool pool(new KT::KTThreadPool(0, 1, 0, 0, 0));
-    const boost::shared_ptr<KT::KTThread> member(new KT::KTThread(
-        pool, 0, inside::wakeMutex(pool), inside::wakeCondition(pool)));
+    const boost::shared_ptr<KT::KTThread> member(
+        new KT::KTThread(pool, 0, inside::wakeMutex(pool), inside::wakeCondition(pool)));
     const auto task = makeTask([&] { pool.reset(); });
     inside::currentTask(*member) = task;
     member->runTask();

@@ -62,9 +62,8 @@ INSTANTIATE_TEST_SUITE_P(Stamps, TaskReportTimes,
 TEST(TaskReport, NamesTheWorkerWithItsPrefixTwice)
 {
     const auto task = makeTask();
-    const boost::shared_ptr<KT::KTThread> worker(
-        new KT::KTThread(Pool(), 0, KT::KTMutex::createKTMutex(),
-                         KT::KTCondition::createKTCondition()));
+    const boost::shared_ptr<KT::KTThread> worker(new KT::KTThread(
+        Pool(), 0, KT::KTMutex::createKTMutex(), KT::KTCondition::createKTCondition()));
     task->setThread(worker);
     char address[64];
     std::snprintf(address, sizeof address, "%p", static_cast<void*>(worker.get()));
@@ -77,9 +76,8 @@ TEST(TaskReport, NamesTheWorkerWithItsPrefixTwice)
 TEST(TaskReport, ForgetsAWorkerThatIsGone)
 {
     const auto task = makeTask();
-    task->setThread(boost::shared_ptr<KT::KTThread>(
-        new KT::KTThread(Pool(), 0, KT::KTMutex::createKTMutex(),
-                         KT::KTCondition::createKTCondition())));
+    task->setThread(boost::shared_ptr<KT::KTThread>(new KT::KTThread(
+        Pool(), 0, KT::KTMutex::createKTMutex(), KT::KTCondition::createKTCondition())));
     EXPECT_NE(task->toString().find("\nTask not managed by any thread\n"), std::string::npos);
 }
 

@@ -99,14 +99,12 @@ TEST_P(TaskDurations, AreMicrosecondsThatWrap)
 
 INSTANTIATE_TEST_SUITE_P(
     Spans, TaskDurations,
-    testing::Values(Span{at(100, 0), at(101, 500000), 1500000},
-                    Span{at(100, 900000), at(101, 100000), 200000},
-                    Span{at(101, 0), at(100, 0), -1000000},
-                    Span{at(0, 0), at(2147, 483647), INT_MAX},
-                    Span{at(0, 0), at(2147, 483648), INT_MIN},
-                    // 2148 s are 2148000000 us, and 2^32 less than that is below zero.
-                    Span{at(0, 0), at(2148, 0), -2146967296},
-                    Span{at(INT_MIN, 0), at(INT_MAX, 999999), -1}));
+    testing::Values(
+        Span{at(100, 0), at(101, 500000), 1500000}, Span{at(100, 900000), at(101, 100000), 200000},
+        Span{at(101, 0), at(100, 0), -1000000}, Span{at(0, 0), at(2147, 483647), INT_MAX},
+        Span{at(0, 0), at(2147, 483648), INT_MIN},
+        // 2148 s are 2148000000 us, and 2^32 less than that is below zero.
+        Span{at(0, 0), at(2148, 0), -2146967296}, Span{at(INT_MIN, 0), at(INT_MAX, 999999), -1}));
 
 TEST(TaskWait, ReturnsAtOnceForAFinishedTask)
 {
@@ -140,9 +138,8 @@ TEST(TaskWait, LastsUntilTheTaskIsFinished)
 TEST(TaskLink, IsWeakAndCanBeEmptied)
 {
     const auto task = makeTask();
-    boost::shared_ptr<KT::KTThread> worker(
-        new KT::KTThread(Pool(), 0, KT::KTMutex::createKTMutex(),
-                         KT::KTCondition::createKTCondition()));
+    boost::shared_ptr<KT::KTThread> worker(new KT::KTThread(Pool(), 0, KT::KTMutex::createKTMutex(),
+                                                            KT::KTCondition::createKTCondition()));
     task->setThread(worker);
     EXPECT_EQ(inside::managingThread(*task).lock(), worker);
     task->setThread(boost::shared_ptr<KT::KTThread>());

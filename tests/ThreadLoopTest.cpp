@@ -15,7 +15,6 @@ namespace {
 
 using platform::Call;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 class ThreadLoop : public PoolFixture {};
 
@@ -193,8 +192,8 @@ TEST_F(ThreadLoop, TaskThatComesOnTheWayToSleepWaitsForTheNextWakeUp)
 TEST_F(ThreadLoop, GetTaskOfAnEmptyQueueLeavesNoTask)
 {
     const Pool pool = made(1, 1);
-    const boost::shared_ptr<KT::KTThread> worker(new KT::KTThread(
-        pool, 0, inside::wakeMutex(pool), inside::wakeCondition(pool)));
+    const boost::shared_ptr<KT::KTThread> worker(
+        new KT::KTThread(pool, 0, inside::wakeMutex(pool), inside::wakeCondition(pool)));
     inside::currentTask(*worker) = makeTask();
     EXPECT_FALSE(worker->getTask());
     EXPECT_FALSE(inside::currentTask(*worker));
@@ -204,8 +203,8 @@ TEST_F(ThreadLoop, GetTaskOfAnEmptyQueueLeavesNoTask)
 TEST_F(ThreadLoop, GetTaskLinksTheTaskToTheWorkerBeforeItRuns)
 {
     const Pool pool = made(1, 1);
-    const boost::shared_ptr<KT::KTThread> worker(new KT::KTThread(
-        pool, 0, inside::wakeMutex(pool), inside::wakeCondition(pool)));
+    const boost::shared_ptr<KT::KTThread> worker(
+        new KT::KTThread(pool, 0, inside::wakeMutex(pool), inside::wakeCondition(pool)));
     const auto task = makeTask();
     inside::tasks(pool).push_back(task);
     EXPECT_TRUE(worker->getTask());
@@ -219,8 +218,8 @@ TEST_F(ThreadLoop, GetTaskLinksTheTaskToTheWorkerBeforeItRuns)
 TEST_F(ThreadLoop, GetTaskTakesASharedHold)
 {
     const Pool pool = made(1, 1);
-    const boost::shared_ptr<KT::KTThread> worker(new KT::KTThread(
-        pool, 0, inside::wakeMutex(pool), inside::wakeCondition(pool)));
+    const boost::shared_ptr<KT::KTThread> worker(
+        new KT::KTThread(pool, 0, inside::wakeMutex(pool), inside::wakeCondition(pool)));
     const auto taskLock = inside::taskLock(*worker);
     {
         const KT::KTCriticalSectionRead beside(taskLock);

@@ -144,8 +144,8 @@ TEST_F(Thread, FailedLaunchIsLoggedOnceAndThrown)
     }
     const std::string text =
         "Aborting creating thread, pthread_create error. Too much thread asked";
-    EXPECT_EQ(error, KT::KTError("pthread", "pthread", text, "libktthread/src/ktthread", 95)
-                         .toString());
+    EXPECT_EQ(error,
+              KT::KTError("pthread", "pthread", text, "libktthread/src/ktthread", 95).toString());
     ASSERT_EQ(log.records().size(), 1U);
     EXPECT_EQ(log.records()[0].text, text);
     EXPECT_EQ(log.records()[0].function, "launch");
@@ -155,8 +155,8 @@ TEST_F(Thread, FailedLaunchIsLoggedOnceAndThrown)
 
 TEST_F(Thread, FailingAttributesAndNamesAreIgnored)
 {
-    for (const Call call :
-         {Call::stackSize, Call::inheritSched, Call::schedPolicy, Call::schedPriority, Call::name}) {
+    for (const Call call : {Call::stackSize, Call::inheritSched, Call::schedPolicy,
+                            Call::schedPriority, Call::name}) {
         const platform::Failure failure(call, EINVAL);
         const auto thread = worker();
         EXPECT_EQ(thread->launch(), 0);

@@ -4,8 +4,8 @@ namespace KT {
 
 KTError::KTError(const std::string& module, const std::string& method,
                  const std::string& description, const char* file, unsigned line)
-    : text(module + "::" + method + ": " + description + " (" + (file != nullptr ? file : "") + ":" +
-           std::to_string(line) + ")")
+    : text(module + "::" + method + ": " + description + " (" + (file != nullptr ? file : "") +
+           ":" + std::to_string(line) + ")")
 {
 }
 

@@ -56,8 +56,8 @@ const int growthAttempts = 30;
 /// Sets whether the calling thread can be cancelled, for a scope.
 ///
 /// A worker can be cancelled only while it waits for a wake-up and inside a task's body. Everywhere
-/// else a forced unwinding could start in a destructor, which ends the process, or halfway through a
-/// line of output, which leaves the stream failed.
+/// else a forced unwinding could start in a destructor, which ends the process, or halfway through
+/// a line of output, which leaves the stream failed.
 class Cancellation {
 public:
     explicit Cancellation(int state) { pthread_setcancelstate(state, &previous); }
@@ -151,8 +151,8 @@ public:
         if (unlimited) {
             return most;
         }
-        const auto rest = std::chrono::ceil<std::chrono::milliseconds>(
-            end - std::chrono::steady_clock::now());
+        const auto rest =
+            std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
         return static_cast<int>(std::clamp<std::chrono::milliseconds::rep>(rest.count(), 0, most));
     }
 
@@ -719,9 +719,9 @@ void KTThread::runCounted(KTThreadPool* livePool)
     }
 }
 
-// One wait a pass, and the queue is not looked at again under the mutex: a signal that comes between
-// the empty fetch and the wait is lost. That keeps the wake-up cheap; KTThreadPool::wake closes the
-// gap for a client that waits.
+// One wait a pass, and the queue is not looked at again under the mutex: a signal that comes
+// between the empty fetch and the wait is lost. That keeps the wake-up cheap; KTThreadPool::wake
+// closes the gap for a client that waits.
 void KTThread::sleepOnce()
 {
     const KTCriticalSection hold(wakeMutex);
@@ -965,8 +965,8 @@ bool KTThreadPool::startWorkerLocked(Workers& displaced)
 {
     const int slot = nbThreads;
     // Room for every worker to be set aside: a shutdown is no place to run out of memory.
-    retiredThreads.reserve(std::max(retiredThreads.capacity(),
-                                    retiredThreads.size() + threads.size()));
+    retiredThreads.reserve(
+        std::max(retiredThreads.capacity(), retiredThreads.size() + threads.size()));
     displaced.reserve(displaced.size() + 1);
     const boost::shared_ptr<KTThread> worker(
         new KTThread(getThis(), slot, wakeMutex, wakeCondition));
@@ -988,8 +988,8 @@ bool KTThreadPool::xIncreaseThread()
         consoleLine("Threadpool limit reached.");
         return false;
     }
-    const long long target = std::min(static_cast<long long>(live) + growthBatch,
-                                      static_cast<long long>(maxThreads));
+    const long long target =
+        std::min(static_cast<long long>(live) + growthBatch, static_cast<long long>(maxThreads));
     // A negative count, which only a constructor's argument makes, has no slot to start in.
     for (int i = 0; live >= 0 && i < growthAttempts && nbThreads < target; ++i) {
         if (startWorkerLocked(displaced)) {
@@ -1030,8 +1030,7 @@ bool KTThreadPool::apoptosis(boost::shared_ptr<KTThread> thread)
 // no slot to give up.
 bool KTThreadPool::inTableLocked(const boost::shared_ptr<KTThread>& thread) const
 {
-    return thread && thread->index >= 0 &&
-           static_cast<std::size_t>(thread->index) < slotsInUse() &&
+    return thread && thread->index >= 0 && static_cast<std::size_t>(thread->index) < slotsInUse() &&
            threads[static_cast<std::size_t>(thread->index)] == thread;
 }
 
@@ -1077,8 +1076,7 @@ KTThreadPoolStatus KTThreadPool::status() const
         now.busyThreads = nbBusyThreads;
     }
     const KTCriticalSection hold(queueMutex);
-    now.queuedTasks = static_cast<int>(
-        std::min(tasks.size(), static_cast<std::size_t>(INT_MAX)));
+    now.queuedTasks = static_cast<int>(std::min(tasks.size(), static_cast<std::size_t>(INT_MAX)));
     return now;
 }
 
@@ -1096,8 +1094,8 @@ void KTThreadPool::shutdown(bool force)
         const KTCriticalSection hold(queueMutex);
         discarded.swap(tasks);
     }
-    // One by one, since a deque's own order of destruction is not front to back; and without a lock,
-    // since a task's destructor may use the pool.
+    // One by one, since a deque's own order of destruction is not front to back; and without a
+    // lock, since a task's destructor may use the pool.
     while (!discarded.empty()) {
         discarded.pop_front();
     }
@@ -1207,7 +1205,8 @@ KTThreadPool::~KTThreadPool()
     }
     try {
         consoleLine(
-            "KTThreadPool::~KTThreadPool : trying to delete a Thread Pool without shutting it down. "
+            "KTThreadPool::~KTThreadPool : trying to delete a Thread Pool without shutting it "
+            "down. "
             "Shutting down the Thread Pool");
         shutdown(false);
     } catch (const std::exception&) {
@@ -1220,7 +1219,8 @@ KTThreadPool::~KTThreadPool()
 // KTMonitor
 // ---------------------------------------------------------------------------------------------
 
-KTMonitor::KTMonitor(int tasksPerLook, int second, int third, boost::shared_ptr<KTThreadPool> watched)
+KTMonitor::KTMonitor(int tasksPerLook, int second, int third,
+                     boost::shared_ptr<KTThreadPool> watched)
     : pool(std::move(watched)),
       mutex(KTMutex::createKTMutex()),
       period(tasksPerLook),

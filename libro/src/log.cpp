@@ -79,7 +79,7 @@ private:
             spdlog::initialize_logger(logger);
         } catch (const spdlog::spdlog_ex&) {
             // A client registered the same name a moment ago: its logger is the one to use.
-            if (const std::shared_ptr<spdlog::logger> theirs = spdlog::get(category)) {
+            if (std::shared_ptr<spdlog::logger> theirs = spdlog::get(category)) {
                 return theirs;
             }
         }

@@ -14,19 +14,19 @@ struct Expose {
     friend typename Tag::Member memberOf(Tag) { return member; }
 };
 
-#define KT_INSIDE(Class, name, ...)                                     \
-    struct Class##_##name {                                             \
-        using Member = __VA_ARGS__ KT::Class::*;                        \
-        friend Member memberOf(Class##_##name);                         \
-    };                                                                  \
-    template struct Expose<Class##_##name, &KT::Class::name>;           \
-    [[maybe_unused]] auto& name(KT::Class& object)                      \
-    {                                                                   \
-        return object.*memberOf(Class##_##name());                      \
-    }                                                                   \
+#define KT_INSIDE(Class, name, ...)                                         \
+    struct Class##_##name {                                                 \
+        using Member = __VA_ARGS__ KT::Class::*;                            \
+        friend Member memberOf(Class##_##name);                             \
+    };                                                                      \
+    template struct Expose<Class##_##name, &KT::Class::name>;               \
+    [[maybe_unused]] auto& name(KT::Class& object)                          \
+    {                                                                       \
+        return object.*memberOf(Class##_##name());                          \
+    }                                                                       \
     [[maybe_unused]] auto& name(const boost::shared_ptr<KT::Class>& object) \
-    {                                                                   \
-        return name(*object);                                           \
+    {                                                                       \
+        return name(*object);                                               \
     }
 
 using Workers = std::vector<boost::shared_ptr<KT::KTThread>>;

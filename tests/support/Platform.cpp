@@ -186,7 +186,8 @@ int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*
 
 int pthread_attr_setstacksize(pthread_attr_t* attributes, size_t size)
 {
-    static const auto real = next<decltype(&pthread_attr_setstacksize)>("pthread_attr_setstacksize");
+    static const auto real =
+        next<decltype(&pthread_attr_setstacksize)>("pthread_attr_setstacksize");
     const int failed = note(Call::stackSize, attributes, static_cast<long>(size));
     return failed != 0 ? failed : real(attributes, size);
 }

@@ -53,11 +53,12 @@ public:
     std::vector<std::string> names(pthread_t thread) const;
 };
 
-/// While it lives, `call` returns `status` instead of being made, where `when` says so of the number
-/// of the call (1 for the first one). One at a time.
+/// While it lives, `call` returns `status` instead of being made, where `when` says so of the
+/// number of the call (1 for the first one). One at a time.
 class Failure {
 public:
-    Failure(Call call, int status, std::function<bool(int)> when = [](int) { return true; });
+    Failure(
+        Call call, int status, std::function<bool(int)> when = [](int) { return true; });
     ~Failure();
     Failure(const Failure&) = delete;
     Failure& operator=(const Failure&) = delete;

@@ -117,8 +117,7 @@ public:
         inside::wakeMutex(pool)->lock();
         gate.open();
         const void* const mutex = inside::mutex(*inside::wakeMutex(pool)).get();
-        EXPECT_TRUE(eventually(
-            [&] { return recorder.count(platform::Call::lock, mutex) == 2; }));
+        EXPECT_TRUE(eventually([&] { return recorder.count(platform::Call::lock, mutex) == 2; }));
     }
     ~OnTheWayToSleep() { inside::wakeMutex(pool)->unlock(); }
     OnTheWayToSleep(const OnTheWayToSleep&) = delete;

@@ -1,4 +1,5 @@
-/// Runs the tests of a program, each under a watchdog: one that hangs is named and ends the program.
+/// Runs the tests of a program, each under a watchdog: one that hangs is named and ends the
+/// program.
 #include <csignal>
 #include <cstring>
 

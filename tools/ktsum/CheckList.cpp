@@ -67,10 +67,10 @@ std::optional<CheckLine> parseCheckLine(const std::string& line, const std::stri
     const bool isEscaped = line[start] == '\\';
     start += isEscaped ? 1 : 0;
     const std::string text = line.substr(start);
-    const bool isTagged = text.compare(0, tag.size(), tag) == 0 &&
-                          text.find_first_of(" (", tag.size()) == tag.size();
-    std::optional<CheckLine> parsed = isTagged ? parseTagged(text.substr(tag.size()), hexLength)
-                                               : parsePlain(text, hexLength);
+    const bool isTagged =
+        text.compare(0, tag.size(), tag) == 0 && text.find_first_of(" (", tag.size()) == tag.size();
+    std::optional<CheckLine> parsed =
+        isTagged ? parseTagged(text.substr(tag.size()), hexLength) : parsePlain(text, hexLength);
     if (parsed && isEscaped) {
         const std::optional<std::string> name = unescaped(parsed->name);
         if (!name) {

@@ -10,10 +10,10 @@ std::string escaped(const std::string& name)
     std::string text;
     for (const char c : name) {
         switch (c) {
-        case '\\': text += "\\\\"; break;
-        case '\n': text += "\\n"; break;
-        case '\r': text += "\\r"; break;
-        default: text += c;
+            case '\\': text += "\\\\"; break;
+            case '\n': text += "\\n"; break;
+            case '\r': text += "\\r"; break;
+            default: text += c;
         }
     }
     return text;
@@ -31,10 +31,10 @@ std::optional<std::string> unescaped(const std::string& text)
             return std::nullopt;
         }
         switch (text[i]) {
-        case '\\': name += '\\'; break;
-        case 'n': name += '\n'; break;
-        case 'r': name += '\r'; break;
-        default: return std::nullopt;
+            case '\\': name += '\\'; break;
+            case 'n': name += '\n'; break;
+            case 'r': name += '\r'; break;
+            default: return std::nullopt;
         }
     }
     return name;

@@ -45,9 +45,9 @@ void addOptions(CLI::App& app, Options& options)
     app.add_flag("--strict", options.strict, "With --check: fail on improper lines")->needs(check);
     app.add_flag("-w,--warn", options.warn, "With --check: name improper lines")->needs(check);
     app.add_flag("--ignore-missing", options.ignoreMissing,
-                 "With --check: pass over files that don't exist")->needs(check);
-    app.add_option("--threads", options.threads,
-                   "Workers to start with (default: one a processor)")
+                 "With --check: pass over files that don't exist")
+        ->needs(check);
+    app.add_option("--threads", options.threads, "Workers to start with (default: one a processor)")
         ->check(CLI::Range(1, 100000));
     app.add_option("--max-threads", options.maxThreads,
                    "Workers to grow to (default: --threads; without it, two a processor)")
@@ -62,8 +62,7 @@ void addOptions(CLI::App& app, Options& options)
            },
            "Take the K-th of N parts of the file list")
         ->type_name("K/N");
-    app.add_flag("--report", options.report,
-                 "Say on standard error what the pool did");
+    app.add_flag("--report", options.report, "Say on standard error what the pool did");
 }
 
 void complete(Options& options)
@@ -93,8 +92,10 @@ void complete(Options& options)
 std::optional<Options> parseOptions(int argc, char** argv, int& exitStatus)
 {
     Options options;
-    CLI::App app("Print or verify checksums of files, and of all files below directories, in "
-                 "parallel.", "ktsum");
+    CLI::App app(
+        "Print or verify checksums of files, and of all files below directories, in "
+        "parallel.",
+        "ktsum");
     addOptions(app, options);
     try {
         app.parse(argc, argv);

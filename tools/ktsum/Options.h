@@ -22,6 +22,6 @@ struct Options {
     bool report = false;
 };
 
-/// Reads the command line. Nothing: the program is to end with `exitStatus` (0 after --help, 2 for a
-/// bad usage), what there is to say having been said.
+/// Reads the command line. Nothing: the program is to end with `exitStatus` (0 after --help, 2 for
+/// a bad usage), what there is to say having been said.
 std::optional<Options> parseOptions(int argc, char** argv, int& exitStatus);

@@ -86,7 +86,8 @@ double WaitingTimes::quantile(double part) const
 std::string formatReport(const RunFigures& figures)
 {
     const auto waited = [](double microseconds) { return formatSeconds(microseconds / 1e6); };
-    const double rate = figures.seconds > 0 ? static_cast<double>(figures.bytes) / figures.seconds : 0;
+    const double rate =
+        figures.seconds > 0 ? static_cast<double>(figures.bytes) / figures.seconds : 0;
     return "tasks:      " + std::to_string(figures.tasks) + "\n" +
            "bytes:      " + std::to_string(figures.bytes) + " (" +
            formatBytes(static_cast<double>(figures.bytes)) + ")\n" +

@@ -12,8 +12,8 @@ std::string formatBytes(double bytes);
 /// "3.2 ms"; "1 min 5 s".
 std::string formatSeconds(double seconds);
 
-/// How long tasks waited, in room that doesn't grow with their number: 16 counters for each power of
-/// two, so that a quantile is off by at most a sixteenth.
+/// How long tasks waited, in room that doesn't grow with their number: 16 counters for each power
+/// of two, so that a quantile is off by at most a sixteenth.
 class WaitingTimes {
 public:
     /// A negative time, as of a wait beyond the task's clock, counts as 0.

@@ -37,13 +37,15 @@ void Results::addSum(const SumTask& task)
 void Results::addCheck(const SumTask& task)
 {
     ++proper;
-    const std::string name = asPrinted(task.entry().path);
+    // Where it verifies, sha256sum escapes for the sake of the line only.
+    const std::string& path = task.entry().path;
+    const std::string name = path.find('\n') != std::string::npos ? asPrinted(path) : path;
     if (!task.error().empty()) {
         if (options.ignoreMissing && task.isMissing()) {
             return;
         }
         ++unreadable;
-        complain(name + ": " + task.error());
+        complain(asPrinted(path) + ": " + task.error());
         if (!options.status) {
             print(name + ": FAILED open or read\n");
         }
@@ -95,8 +97,8 @@ int Results::finishCheck()
             complain(listName() + ": no file was verified");
         }
     }
-    const bool good = matched > 0 && mismatched == 0 && unreadable == 0 &&
-                      (!options.strict || improper == 0);
+    const bool good =
+        matched > 0 && mismatched == 0 && unreadable == 0 && (!options.strict || improper == 0);
     return good ? 0 : 1;
 }
 

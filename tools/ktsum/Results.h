@@ -8,8 +8,8 @@
 #include "Options.h"
 #include "SumTask.h"
 
-/// Prints the results given to it, in the order given. Throws OutputError where it prints. Belongs to
-/// one thread.
+/// Prints the results given to it, in the order given. Throws OutputError where it prints. Belongs
+/// to one thread.
 class Results {
 public:
     /// Both must outlive it.

@@ -107,11 +107,10 @@ void Run::fillWindow()
         if (!source->next(entry)) {
             atEnd = true;
         } else if (entry.improperLine != 0) {
-            progress.clear();
-            results.addImproperLine(entry.improperLine);
+            window.push_back({nullptr, entry.improperLine});
         } else {
-            window.push_back(boost::make_shared<SumTask>(std::move(entry), digest, board));
-            submit(window.back());
+            window.push_back({boost::make_shared<SumTask>(std::move(entry), digest, board), 0});
+            submit(window.back().task);
         }
     }
 }
@@ -126,15 +125,19 @@ void Run::submit(const boost::shared_ptr<KT::KTTask>& task)
 // Prints the first result of the window, once it is there; false if it wasn't within a while.
 bool Run::printFront()
 {
-    const boost::shared_ptr<SumTask> task = window.front();
-    if (!task->isDone() && !task->waitFor(pollMs)) {
-        return task->isDone();
+    const Pending front = window.front();
+    if (front.task && !front.task->isDone() && !front.task->waitFor(pollMs)) {
+        return false;
     }
     window.pop_front();
-    ++figures.tasks;
-    figures.waiting.add(task->getIdleTime());
     progress.clear();
-    results.add(*task);
+    if (front.task) {
+        ++figures.tasks;
+        figures.waiting.add(front.task->getIdleTime());
+        results.add(*front.task);
+    } else {
+        results.addImproperLine(front.improperLine);
+    }
     return true;
 }
 

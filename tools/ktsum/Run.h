@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <deque>
 #include <memory>
 
@@ -17,8 +18,8 @@
 
 /// One run of the program.
 ///
-/// Tasks are made a window ahead of the results: the window bounds the memory and the queue, however
-/// many files there are, and the first task of it is the next to be printed.
+/// Tasks are made a window ahead of the results: the window bounds the memory and the queue,
+/// however many files there are, and the first task of it is the next to be printed.
 class Run {
 public:
     /// Throws std::invalid_argument for an unknown algorithm, std::system_error for a list that
@@ -35,6 +36,12 @@ public:
     int go();
 
 private:
+    /// A task, or the number of an improper line.
+    struct Pending {
+        boost::shared_ptr<SumTask> task;
+        std::uint64_t improperLine;
+    };
+
     std::unique_ptr<Source> makeSource() const;
     void startCounting();
     void fillWindow();
@@ -55,6 +62,6 @@ private:
     RunFigures figures;
     std::unique_ptr<Source> source;
     bool atEnd = false;
-    std::deque<boost::shared_ptr<SumTask>> window;
+    std::deque<Pending> window;
     boost::shared_ptr<KT::KTThreadPool> pool;
 };

@@ -6,10 +6,7 @@
 #include <system_error>
 #include <utility>
 
-Board::Board()
-    : mutex(KT::KTMutex::createKTMutex()), done(KT::KTCondition::createKTCondition())
-{
-}
+Board::Board() : mutex(KT::KTMutex::createKTMutex()), done(KT::KTCondition::createKTCondition()) {}
 
 SumTask::SumTask(Entry entryToSum, const Digest& digest, Board& sharedBoard)
     : what(std::move(entryToSum)), digestToUse(digest), board(sharedBoard)

@@ -8,8 +8,8 @@
 
 namespace KT {
 
-/// An error with the place it comes from. An immutable value: it may be read from several threads at
-/// once, and copied, which may throw std::bad_alloc.
+/// An error with the place it comes from. An immutable value: it may be read from several threads
+/// at once, and copied, which may throw std::bad_alloc.
 ///
 ///     throw KT::KTError("storage", "open", "no such volume", "storage/volume.cpp", 42);
 class KTERROR_EXPORT KTError : public std::exception {

@@ -40,10 +40,10 @@ public:
     /// Wakes all waiters. Not remembered where there are none.
     void broadcast();
 
-    /// Blocks until one wake-up of any kind, a spurious one too: the caller checks what it waits for
-    /// again. The caller holds `mutex`, which is free during the wait and held again on return. The
-    /// caller's copy keeps the mutex alive. A cancellation point; a cancelled waiter unwinds with
-    /// the mutex held.
+    /// Blocks until one wake-up of any kind, a spurious one too: the caller checks what it waits
+    /// for again. The caller holds `mutex`, which is free during the wait and held again on return.
+    /// The caller's copy keeps the mutex alive. A cancellation point; a cancelled waiter unwinds
+    /// with the mutex held.
     void wait(boost::shared_ptr<KTMutex> mutex);
 
     /// As `wait`, but for at most `milliseconds` on the monotonic clock; 0 or less doesn't block.

@@ -13,8 +13,8 @@
 
 namespace KT {
 
-/// A board of named events without memory: a trigger wakes the threads that wait at that moment, and
-/// no others.
+/// A board of named events without memory: a trigger wakes the threads that wait at that moment,
+/// and no others.
 ///
 ///     KT::KTConditionManager events;
 ///     events.addCondition("configured");

@@ -23,7 +23,8 @@ public:
     KTCriticalSection(const KTCriticalSection&) = delete;
     KTCriticalSection& operator=(const KTCriticalSection&) = delete;
 
-    /// Unlocks now and lets go of the mutex; the destructor then does nothing. At most once a guard.
+    /// Unlocks now and lets go of the mutex; the destructor then does nothing. At most once a
+    /// guard.
     void forceUnlockNow();
 
 private:

@@ -14,9 +14,9 @@ class KTThreadPool;
 /// A pool's monitor: it adds up how long ended tasks waited and asks the pool for one more worker
 /// when at most one is idle. The pool makes it; both operations may be called from any thread.
 ///
-/// It looks at the pool after each enqueue and after every `period` ended tasks (never on the latter
-/// account if `period` is 0 or negative). From 190 busy workers on it asks for no more, whatever the
-/// pool's maximum, and says so on standard output.
+/// It looks at the pool after each enqueue and after every `period` ended tasks (never on the
+/// latter account if `period` is 0 or negative). From 190 busy workers on it asks for no more,
+/// whatever the pool's maximum, and says so on standard output.
 ///
 /// It holds its pool strongly and the pool holds it: KTThreadPool::close ends that cycle.
 class KTTHREAD_EXPORT KTMonitor {

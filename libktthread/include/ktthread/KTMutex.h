@@ -1,6 +1,6 @@
 /// The two locks: a mutex and a reader/writer lock, thin wrappers over the POSIX ones that can be
-/// shared. Both are made by their factory, held by boost::shared_ptr and taken through the guards of
-/// KTCriticalSection.h. Every operation may be called from any thread while the object is alive.
+/// shared. Both are made by their factory, held by boost::shared_ptr and taken through the guards
+/// of KTCriticalSection.h. Every operation may be called from any thread while the object is alive.
 ///
 /// No operation looks at the status of the platform call or passes it on: a failing call (an unlock
 /// by a stranger, a destroy of a locked mutex) goes by silently.

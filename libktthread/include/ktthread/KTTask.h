@@ -34,11 +34,11 @@ class KTThread;
 /// | 1 (running)  | the worker just before run(), setExecutionTime                |
 /// | 2 (finished) | the worker after run(), a KTError included, setEndTime        |
 ///
-/// The task has no lock. Its state and its link to a worker may be read while a worker changes them;
-/// the name, autoDelete and the stamps belong to whoever is responsible for the task at that stage:
-/// the client until it enqueues, the body while it runs, the client again once the state is 2. The
-/// worker moves the state but stamps no time: a body that wants its waiting time counted calls
-/// setExecutionTime() first thing.
+/// The task has no lock. Its state and its link to a worker may be read while a worker changes
+/// them; the name, autoDelete and the stamps belong to whoever is responsible for the task at that
+/// stage: the client until it enqueues, the body while it runs, the client again once the state
+/// is 2. The worker moves the state but stamps no time: a body that wants its waiting time counted
+/// calls setExecutionTime() first thing.
 class KTTHREAD_EXPORT KTTask {
 public:
     /// A task named "undefined", created now.
@@ -74,8 +74,8 @@ public:
     /// Microseconds between start and end of the body, wrapping at 2^31, if both were stamped.
     std::int32_t getExecutionTime() const;
 
-    /// Blocks until the state is finished, looking every 100 ms; a finished task returns at once. It
-    /// blocks for ever on a task that is never run, that a shutdown dropped or cut off: a client
+    /// Blocks until the state is finished, looking every 100 ms; a finished task returns at once.
+    /// It blocks for ever on a task that is never run, that a shutdown dropped or cut off: a client
     /// that needs a limit waits on a condition of its own, raised at the end of run().
     void waitForEndOfTask();
 
@@ -85,9 +85,9 @@ public:
     /// The kernel shows the first seven characters while the task runs.
     void setTaskName(const std::string& name);
 
-    /// A report of six lines: name, the three stamps (UTC), the worker and the state. Any thread may
-    /// call it at any time. The days of a stamp are shown only while they are 0 or negative, so a
-    /// wall-clock stamp reads as the time of day. The worker's address has its "0x" twice, as the
+    /// A report of six lines: name, the three stamps (UTC), the worker and the state. Any thread
+    /// may call it at any time. The days of a stamp are shown only while they are 0 or negative, so
+    /// a wall-clock stamp reads as the time of day. The worker's address has its "0x" twice, as the
     /// format has always had it.
     std::string toString() const;
 

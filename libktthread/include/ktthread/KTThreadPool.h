@@ -30,11 +30,12 @@ namespace KT {
 ///     // ... wait for what the tasks do ...
 ///     pool->close();
 ///
-/// Growth: after each enqueue and after every `monitorParam1` ended tasks the monitor looks; with at
-/// most one worker idle the pool gets one more, up to `maxThreads` (and to 190 busy ones). Workers
-/// never end by idling: a pool of more than 18 workers shrinks when adjustThread is told to, down to
-/// as few as the count given says. Queueing: first in, first out, without a limit. Refusal: enqueue
-/// returns false before init and after shutdown. Shutdown drops the tasks not yet taken.
+/// Growth: after each enqueue and after every `monitorParam1` ended tasks the monitor looks; with
+/// at most one worker idle the pool gets one more, up to `maxThreads` (and to 190 busy ones).
+/// Workers never end by idling: a pool of more than 18 workers shrinks when adjustThread is told
+/// to, down to as few as the count given says. Queueing: first in, first out, without a limit.
+/// Refusal: enqueue returns false before init and after shutdown. Shutdown drops the tasks not yet
+/// taken.
 ///
 /// | state    | from        | enqueue | workers                                      |
 /// |----------|-------------|---------|----------------------------------------------|
@@ -47,8 +48,9 @@ namespace KT {
 /// until the next wake-up of any worker. A client that waits for a task calls wake() now and then.
 ///
 /// Every operation but the constructor and init may be called from any thread; the pool has a lock
-/// for each group of fields below and never holds two of them at once. Shut the pool down, and close
-/// it: pool, monitor and workers hold each other, and letting go of the pool alone frees nothing.
+/// for each group of fields below and never holds two of them at once. Shut the pool down, and
+/// close it: pool, monitor and workers hold each other, and letting go of the pool alone frees
+/// nothing.
 class KTTHREAD_EXPORT KTThreadPool : public boost::enable_shared_from_this<KTThreadPool> {
 public:
     /// Records the sizes and makes the locks; starts nothing. `monitorParam1` is the monitor's
@@ -64,10 +66,10 @@ public:
     KTThreadPool& operator=(const KTThreadPool&) = delete;
 
     /// Makes the monitor and launches the first `nbThreads` workers. To be called once, on a pool
-    /// that a shared pointer owns, with the constructor's arguments and before other threads use the
-    /// pool; all but the first are ignored. Throws KTError if `nbThreads` is more than `maxThreads`
-    /// (nothing is made then) or if a thread can't be created (the pool is to be closed then),
-    /// boost::bad_weak_ptr without an owner, std::bad_alloc.
+    /// that a shared pointer owns, with the constructor's arguments and before other threads use
+    /// the pool; all but the first are ignored. Throws KTError if `nbThreads` is more than
+    /// `maxThreads` (nothing is made then) or if a thread can't be created (the pool is to be
+    /// closed then), boost::bad_weak_ptr without an owner, std::bad_alloc.
     void init(int nbThreads, int maxThreads, int monitorParam1, int monitorParam2,
               int monitorParam3);
 
@@ -91,9 +93,10 @@ public:
     /// workers: false. Throws std::bad_alloc, boost::bad_weak_ptr.
     bool adjustThread(int delta);
 
-    /// Starts up to 5 workers more, and cancels retirements still to come. False only in a pool that
-    /// is full, true even if threads couldn't be created. A pool that was shut down is not guarded:
-    /// it runs again, and is to be shut down again. Throws std::bad_alloc, boost::bad_weak_ptr.
+    /// Starts up to 5 workers more, and cancels retirements still to come. False only in a pool
+    /// that is full, true even if threads couldn't be created. A pool that was shut down is not
+    /// guarded: it runs again, and is to be shut down again. Throws std::bad_alloc,
+    /// boost::bad_weak_ptr.
     bool xIncreaseThread();
 
     /// Whether `thread` must end now; it is out of the pool then. The workers call it.
@@ -107,9 +110,9 @@ public:
 
     /// Drops the tasks not yet taken, asks the running ones to end (KTTask::exitTask) and tells the
     /// workers to stop; waits for nothing. `force` also cancels their threads: a task is then cut
-    /// off at its next cancellation point and never gets its final state. Not to be called by one of
-    /// the pool's own workers. A second call does no harm. Throws std::bad_alloc before it has done
-    /// anything.
+    /// off at its next cancellation point and never gets its final state. Not to be called by one
+    /// of the pool's own workers. A second call does no harm. Throws std::bad_alloc before it has
+    /// done anything.
     void shutdown(bool force);
 
     /// If tasks are queued, wakes one worker; returns whether any were.
@@ -145,8 +148,8 @@ private:
     const int monitorParam1;
     const int monitorParam2;
     const int monitorParam3;
-    // poolMutex: threads, retiredThreads, nbThreads, nbThreadsToRemove. enqueue and the monitor read
-    // nbThreads without it, shutdown the slots of threads.
+    // poolMutex: threads, retiredThreads, nbThreads, nbThreadsToRemove. enqueue and the monitor
+    // read nbThreads without it, shutdown the slots of threads.
     Workers threads;
     Workers retiredThreads;
     // queueMutex

@@ -17,11 +17,11 @@ namespace log {
 /// Writes one record. Blocks only as long as the category's sinks do.
 ///
 /// `level` is a severity as syslog(3) numbers them: 0 emergency, 1 alert and 2 critical become
-/// spdlog's critical, 3 err, 4 warn, 5 notice and 6 information info, 7 debug; a greater one becomes
-/// trace. `file`, `line` and `function` go into the record's source location.
+/// spdlog's critical, 3 err, 4 warn, 5 notice and 6 information info, 7 debug; a greater one
+/// becomes trace. `file`, `line` and `function` go into the record's source location.
 ///
-/// A record is one complete line: one line end at the end of `text` is dropped, as the sink ends the
-/// line itself, and a line end inside it is written as the two characters `\n` (`\r` likewise).
+/// A record is one complete line: one line end at the end of `text` is dropped, as the sink ends
+/// the line itself, and a line end inside it is written as the two characters `\n` (`\r` likewise).
 /// The calling thread can't be cancelled meanwhile. May throw std::bad_alloc; what a sink throws,
 /// spdlog's error handler gets.
 RO_EXPORT void log(int level, const std::string& category, const std::string& file,
@@ -29,7 +29,8 @@ RO_EXPORT void log(int level, const std::string& category, const std::string& fi
 
 /// Builds the text of one record, which is written when the stream is destroyed:
 ///
-///     ro::log::LogStream(4, "billing", __FILE__, __func__, __LINE__) << "retry " << n << std::endl;
+///     ro::log::LogStream(4, "billing", __FILE__, __func__, __LINE__) << "retry " << n <<
+///     std::endl;
 ///
 /// Belongs to one thread. The destructor throws nothing: a record that can't be written is lost.
 class RO_EXPORT LogStream {
