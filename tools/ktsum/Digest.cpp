@@ -70,9 +70,9 @@ struct FreeContext {
     void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
 };
 
-void require(int done)
+void require(bool done)
 {
-    if (done != 1) {
+    if (!done) {
         throw std::runtime_error("OpenSSL can't compute the digest");
     }
 }
@@ -102,16 +102,17 @@ std::string digestOf(const Digest& digest, const std::string& path,
     thread_local const std::unique_ptr<EVP_MD_CTX, FreeContext> context(EVP_MD_CTX_new());
 
     const File file(path);
-    require(EVP_DigestInit_ex2(context.get(), digest.algorithm(), nullptr));
+    require(context != nullptr);
+    require(EVP_DigestInit_ex2(context.get(), digest.algorithm(), nullptr) == 1);
     while (const std::size_t size = file.read(buffer)) {
-        require(EVP_DigestUpdate(context.get(), buffer.data(), size));
+        require(EVP_DigestUpdate(context.get(), buffer.data(), size) == 1);
         if (!onBytes(size)) {
             return std::string();
         }
     }
     unsigned char value[EVP_MAX_MD_SIZE];
     unsigned length = 0;
-    require(EVP_DigestFinal_ex(context.get(), value, &length));
+    require(EVP_DigestFinal_ex(context.get(), value, &length) == 1);
     std::string hex;
     for (unsigned i = 0; i < length; ++i) {
         hex += "0123456789abcdef"[value[i] >> 4];
