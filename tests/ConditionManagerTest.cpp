@@ -2,7 +2,6 @@
 #include <memory>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -27,7 +26,7 @@ protected:
         const inside::Event event = inside::events(*manager).at(name);
         const void* const condition = inside::condition(*event.first).get();
         const std::size_t before = recorder.count(Call::wait, condition);
-        waiters.emplace_back([this, name] {
+        waiters.start([this, name] {
             manager->waitForCondition(name);
             ++woken;
         });
@@ -36,20 +35,10 @@ protected:
         const KT::KTCriticalSection inTheWaitNow(event.second);
     }
 
-    void joinAll()
-    {
-        for (std::thread& waiter : waiters) {
-            waiter.join();
-        }
-        waiters.clear();
-    }
-
-    void TearDown() override { joinAll(); }
-
     platform::Recorder recorder;
     std::unique_ptr<KT::KTConditionManager> manager = std::make_unique<KT::KTConditionManager>();
-    std::vector<std::thread> waiters;
     std::atomic<int> woken{0};
+    Threads waiters;
 };
 
 TEST_F(ConditionManager, WaitOnAnUnknownNameReturnsAtOnce)
@@ -85,7 +74,7 @@ TEST_F(ConditionManager, TriggerWakesAllWaitersByOneBroadcast)
     }
     EXPECT_EQ(woken, 0);
     manager->triggerCondition("ready");
-    joinAll();
+    waiters.joinAll();
     EXPECT_EQ(woken, 3);
     EXPECT_EQ(recorder.count(Call::broadcast), 1U);
 }
@@ -106,7 +95,7 @@ TEST_F(ConditionManager, NamesMatchExactly)
     manager->triggerCondition("ready ");
     EXPECT_EQ(recorder.count(Call::broadcast), 0U);
     manager->triggerCondition("ready");
-    joinAll();
+    waiters.joinAll();
     EXPECT_EQ(woken, 1);
 }
 
@@ -117,7 +106,7 @@ TEST_F(ConditionManager, TriggerIsNotRemembered)
     startWaiter("ready");
     EXPECT_EQ(woken, 0);
     manager->triggerCondition("ready");
-    joinAll();
+    waiters.joinAll();
     EXPECT_EQ(woken, 1);
 }
 
@@ -138,7 +127,7 @@ TEST_F(ConditionManager, AddingANameAgainReleasesItsWaiters)
     startWaiter("ready");
     startWaiter("ready");
     manager->addCondition("ready");
-    joinAll();
+    waiters.joinAll();
     EXPECT_EQ(woken, 2);
 }
 
@@ -149,7 +138,7 @@ TEST_F(ConditionManager, DestructionReleasesTheWaitersOfEveryName)
     startWaiter("one");
     startWaiter("two");
     manager.reset();
-    joinAll();
+    waiters.joinAll();
     EXPECT_EQ(woken, 2);
 }
 

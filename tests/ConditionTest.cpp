@@ -3,7 +3,6 @@
 #include <chrono>
 #include <thread>
 #include <type_traits>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -27,7 +26,7 @@ protected:
     void startWaiter()
     {
         const std::size_t before = recorder.count(Call::wait, platformCondition());
-        waiters.emplace_back([this] {
+        waiters.start([this] {
             const KT::KTCriticalSection hold(mutex);
             condition->wait(mutex);
             ++woken;
@@ -39,28 +38,18 @@ protected:
 
     const void* platformCondition() { return inside::condition(condition).get(); }
 
-    void joinAll()
-    {
-        for (std::thread& waiter : waiters) {
-            waiter.join();
-        }
-        waiters.clear();
-    }
-
-    void TearDown() override { joinAll(); }
-
     platform::Recorder recorder;
     boost::shared_ptr<KT::KTMutex> mutex = KT::KTMutex::createKTMutex();
     boost::shared_ptr<KT::KTCondition> condition = KT::KTCondition::createKTCondition();
-    std::vector<std::thread> waiters;
     std::atomic<int> woken{0};
+    Threads waiters;
 };
 
 TEST_F(Condition, SignalWakesAWaiter)
 {
     startWaiter();
     condition->signal();
-    joinAll();
+    waiters.joinAll();
     EXPECT_EQ(woken, 1);
     EXPECT_EQ(recorder.count(Call::signal, platformCondition()), 1U);
 }
@@ -71,7 +60,7 @@ TEST_F(Condition, BroadcastWakesAll)
     startWaiter();
     startWaiter();
     condition->broadcast();
-    joinAll();
+    waiters.joinAll();
     EXPECT_EQ(woken, 3);
     EXPECT_EQ(recorder.count(Call::broadcast, platformCondition()), 1U);
 }
@@ -83,7 +72,7 @@ TEST_F(Condition, WakeUpsWithoutAWaiterAreNotRemembered)
     startWaiter();
     EXPECT_EQ(woken, 0);
     condition->signal();
-    joinAll();
+    waiters.joinAll();
     EXPECT_EQ(woken, 1);
 }
 
@@ -95,7 +84,7 @@ TEST_F(Condition, WaitIsOnePlatformWaitAndHoldsTheMutexAgain)
         condition->signal();
         EXPECT_EQ(woken, 0) << "the waiter needs the mutex to return";
     }
-    joinAll();
+    waiters.joinAll();
     EXPECT_EQ(recorder.count(Call::wait, platformCondition()), 1U);
 }
 
@@ -104,7 +93,7 @@ TEST_F(Condition, DestructionWakesWhoStillWaits)
     startWaiter();
     startWaiter();
     condition.reset();
-    joinAll();
+    waiters.joinAll();
     EXPECT_EQ(woken, 2);
     EXPECT_EQ(recorder.count(Call::destroy), 1U);
 }

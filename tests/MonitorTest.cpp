@@ -31,11 +31,6 @@ protected:
         inside::nbBusyThreads(pool) = busy;
         return pool;
     }
-
-    static KT::KTMonitor watching(const Pool& pool, int period = 0)
-    {
-        return KT::KTMonitor(period, 0, 0, pool);
-    }
 };
 
 TEST_F(Monitor, AdjustsAfterEveryPeriodAndAtNoOtherTime)
@@ -113,23 +108,26 @@ TEST_F(Monitor, SumsWrap)
     EXPECT_EQ(inside::idleMicroseconds(monitor), -483650);
 }
 
-TEST_F(Monitor, AsksForAWorkerWhenAtMostOneIsIdle)
+struct Load {
+    int live;
+    int busy;
+    int liveAfterwards;
+};
+
+class MonitorLoad : public Monitor, public testing::WithParamInterface<Load> {};
+
+TEST_P(MonitorLoad, AsksForOneWorkerIfAtMostOneIsIdle)
 {
-    const Pool pool = counting(4, 3, 10);
+    const Pool pool = counting(GetParam().live, GetParam().busy, 10);
     KT::KTMonitor monitor(0, 0, 0, pool);
     monitor.adjustPool();
-    EXPECT_EQ(pool->status().threads, 5);
+    EXPECT_EQ(pool->status().threads, GetParam().liveAfterwards);
     inside::nbBusyThreads(pool) = 0;
 }
 
-TEST_F(Monitor, AsksForNothingWhenTwoAreIdle)
-{
-    const Pool pool = counting(4, 2, 10);
-    KT::KTMonitor monitor(0, 0, 0, pool);
-    monitor.adjustPool();
-    EXPECT_EQ(pool->status().threads, 4);
-    inside::nbBusyThreads(pool) = 0;
-}
+INSTANTIATE_TEST_SUITE_P(Loads, MonitorLoad,
+                         testing::Values(Load{4, 4, 5}, Load{4, 3, 5}, Load{4, 2, 4}, Load{4, 0, 4},
+                                         Load{1, 0, 2}, Load{10, 10, 10}));
 
 TEST_F(Monitor, AsksUpToTheBusyLimitOnly)
 {

@@ -6,6 +6,8 @@
 #include <functional>
 #include <mutex>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 /// Looks every millisecond until `condition` holds; false after a minute, which fails the test.
@@ -13,6 +15,25 @@ bool eventually(const std::function<bool()>& condition);
 
 /// The names of this process's threads that begin with `prefix`.
 std::vector<std::string> threadsNamed(const std::string& prefix);
+
+/// Threads that are joined in the end.
+class Threads {
+public:
+    ~Threads() { joinAll(); }
+
+    void start(std::function<void()> body) { threads.emplace_back(std::move(body)); }
+
+    void joinAll()
+    {
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        threads.clear();
+    }
+
+private:
+    std::vector<std::thread> threads;
+};
 
 /// A door that is closed until somebody opens it, and that counts who waits in front of it.
 class Gate {
