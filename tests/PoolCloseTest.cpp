@@ -239,6 +239,29 @@ TEST_F(PoolClose, FromAnOwnWorkerStopsThePoolAndIsFalse)
     EXPECT_TRUE(pool->close());
 }
 
+TEST_F(PoolClose, ByForceCutsOffWhatAGentleOneStillWaitsFor)
+{
+    const Pool pool = fixed(2);
+    const auto mutex = KT::KTMutex::createKTMutex();
+    const auto condition = KT::KTCondition::createKTCondition();
+    std::atomic<bool> started(false);
+    const auto task = makeTask([&] {
+        const KT::KTCriticalSection hold(mutex);
+        started = true;
+        for (;;) {
+            condition->wait(mutex);
+        }
+    });
+    ASSERT_TRUE(pool->enqueue(task));
+    ASSERT_TRUE(eventually([&] {
+        pool->wake();
+        return started.load();
+    }));
+    EXPECT_FALSE(pool->close(false, 20));
+    EXPECT_TRUE(pool->close(true));
+    EXPECT_EQ(inside::state(*task), 1);
+}
+
 TEST_F(PoolClose, IsSafeOnPoolsWithoutWorkers)
 {
     const Pool unused = made(4, 8);

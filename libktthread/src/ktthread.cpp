@@ -1180,18 +1180,30 @@ void KTThreadPool::tellUntold()
     }
 }
 
+// A shutdown that also cuts off, by force, whom an earlier gentle one has set aside.
+void KTThreadPool::stop(bool force)
+{
+    shutdown(force);
+    const KTCriticalSection hold(poolMutex);
+    for (const boost::shared_ptr<KTThread>& worker : retiredThreads) {
+        if (force && worker->launched) {
+            pthread_cancel(worker->threadHandle);
+        }
+    }
+}
+
 bool KTThreadPool::close(bool force, int timeoutMs)
 {
     const TimeLimit limit(timeoutMs);
     // The monitor's reference to the pool may be the last but the caller's raw pointer.
     const boost::shared_ptr<KTThreadPool> self = weak_from_this().lock();
-    shutdown(force);
+    stop(force);
     while (!join(timeoutMs < 0 ? timeoutMs : limit.left(INT_MAX))) {
         // A growth that was under way has started the pool anew.
         if (nbThreads < 1 || countedIn == startedThreads.get()) {
             return false;
         }
-        shutdown(force);
+        stop(force);
     }
     exchangeShared(monitor, boost::shared_ptr<KTMonitor>());
     shutdown(false);  // drops what an enqueue that was under way has queued since

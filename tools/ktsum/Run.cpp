@@ -21,7 +21,7 @@ const std::size_t windowSize = 2048;
 const int pollMs = 100;
 
 /// How long an interrupted run waits for its tasks, before it cuts them off, and after.
-const int stopMs = 2000;
+const int stopMs = 1000;
 
 /// The pool grows when tasks come in, never by a count of ended ones.
 const int monitorPeriod = 0;

@@ -124,7 +124,8 @@ public:
     bool join(int timeoutMs = -1);
 
     /// Shuts down, joins and lets go of the monitor: the last reference to the pool then destroys
-    /// it. False when the join said so; call it again then, forced or with more time.
+    /// it. False when the join said so; call it again then, with more time, or by force, which also
+    /// cuts off the workers that a gentle shutdown before is still waiting for.
     bool close(bool force = false, int timeoutMs = -1);
 
     KTThreadPoolStatus status() const;
@@ -144,6 +145,7 @@ private:
     bool inTableLocked(const boost::shared_ptr<KTThread>& thread) const;
     void setAsideLocked(bool force, Workers& cancelled);
     void tellUntold();
+    void stop(bool force);
 
     const int monitorParam1;
     const int monitorParam2;
