@@ -164,6 +164,16 @@ TEST_F(Cancellation, SleepersReleaseTheWakeMutex)
     EXPECT_FALSE(busy);
 }
 
+TEST_F(Cancellation, EndsASleeperThatNobodyTold)
+{
+    const Pool pool = fixed(1);
+    ASSERT_TRUE(untilAsleep(pool, 1));
+    const auto worker = inside::threads(pool)[0];
+    ASSERT_EQ(pthread_cancel(inside::threadHandle(*worker)), 0);
+    EXPECT_TRUE(eventually([] { return threadsNamed("KTThread").empty(); }));
+    EXPECT_FALSE(inside::killed(*worker));
+}
+
 TEST_F(Cancellation, OfATaskThatWaitsOnAConditionReleasesTheMutex)
 {
     const Pool pool = fixed(2);
