@@ -335,6 +335,9 @@ TEST_F(PoolSizing, IdleTimesAreSummedWithOneCarryAWorker)
     const ro::os::timeval sum = pool->computeSumThreadIdle();
     EXPECT_EQ(sum.tv_sec, 4);
     EXPECT_EQ(sum.tv_usec, 100000);
+    inside::idleTime(*slot(pool, 1)) = ro::os::timeval{2, 400000};
+    EXPECT_EQ(pool->computeSumThreadIdle().tv_sec, 4) << "a whole second is carried";
+    EXPECT_EQ(pool->computeSumThreadIdle().tv_usec, 0);
     pool->resetSumThreadIdle();
     EXPECT_EQ(inside::idleTime(*slot(pool, 0)).tv_sec, 0);
     EXPECT_EQ(inside::idleTime(*slot(pool, 1)).tv_usec, 0);
