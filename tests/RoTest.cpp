@@ -156,6 +156,18 @@ TEST(LogAtExit, OutlivesStaticDestruction)
     EXPECT_EXIT(logThroughExit(), testing::ExitedWithCode(0), "still here");
 }
 
+TEST(LogAtExit, FirstRecordMayComeWhenSpdlogIsGone)
+{
+    const auto body = [] {
+        static const struct Last {
+            ~Last() { ro::log::log(2, "last", "", "", 0, "the very first record"); }
+        } last;
+        spdlog::info("a client's own use of spdlog");
+        std::exit(0);
+    };
+    EXPECT_EXIT(body(), testing::ExitedWithCode(0), "the very first record");
+}
+
 TEST(LogAtExit, NewCategoryStillReachesStandardError)
 {
     const auto body = [] {

@@ -189,6 +189,36 @@ TEST_F(ThreadLoop, TaskThatComesOnTheWayToSleepWaitsForTheNextWakeUp)
     EXPECT_TRUE(eventually([&] { return inside::state(*task) == 2; }));
 }
 
+TEST_F(ThreadLoop, TaskTakenWhileTheStopRequestCameIsAskedToExit)
+{
+    const Pool pool = fixed(1);
+    Gate first;
+    Gate second;
+    std::atomic<bool> asked(false);
+    const auto untilAsked = makeTask([&] { second.pass(); });
+    untilAsked->onExit = [&] {
+        asked = true;
+        second.open();
+    };
+    ASSERT_TRUE(pool->enqueue(makeTask([&] { first.pass(); })));
+    ASSERT_TRUE(first.untilArrived(1));
+    ASSERT_TRUE(pool->enqueue(untilAsked));
+    const platform::Recorder recorder;
+    {
+        // Holds the worker up when it has taken the task and is to hand the wake-up on.
+        const KT::KTCriticalSection hold(inside::wakeMutex(pool));
+        first.open();
+        const void* const mutex = inside::mutex(*inside::wakeMutex(pool)).get();
+        ASSERT_TRUE(eventually([&] { return recorder.count(platform::Call::lock, mutex) == 2; }));
+        inside::threads(pool)[0]->killThread();
+        EXPECT_FALSE(asked);
+    }
+    EXPECT_TRUE(eventually([&] { return asked.load(); }));
+    second.open();
+    // The task uses what stands on this stack.
+    EXPECT_TRUE(pool->close());
+}
+
 TEST_F(ThreadLoop, GetTaskOfAnEmptyQueueLeavesNoTask)
 {
     const Pool pool = made(1, 1);

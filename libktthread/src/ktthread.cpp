@@ -698,6 +698,11 @@ void KTThread::loop(KTThreadPool* livePool)
 {
     while (!killed && !apoptosis()) {
         if (getTask()) {
+            // A stop request that came since the look at the mark found no task to ask. Both may
+            // ask it; that one of them does is what a task relies on that runs until it is asked.
+            if (killed) {
+                currentTask->exitTask();
+            }
             runCounted(livePool);
         } else if (!killed) {
             sleepOnce();
@@ -1164,6 +1169,9 @@ void KTThreadPool::tellUntold()
     Workers setAside;
     {
         const KTCriticalSection hold(poolMutex);
+        if (nbThreads > 0) {
+            return;  // started anew: the workers in the table are to go on
+        }
         setAside = retiredThreads;
         std::copy_if(threads.begin(), threads.end(), std::back_inserter(setAside),
                      [](const boost::shared_ptr<KTThread>& worker) { return bool(worker); });

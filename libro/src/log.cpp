@@ -91,6 +91,10 @@ private:
     std::map<std::string, std::shared_ptr<spdlog::logger>> byCategory;
 };
 
+/// Made when the library is loaded: a first record may come when spdlog's registry, which a client
+/// used, is gone already.
+[[maybe_unused]] const Loggers& madeAtLoad = Loggers::instance();
+
 spdlog::level::level_enum spdlogLevel(int severity)
 {
     static const spdlog::level::level_enum levels[] = {
