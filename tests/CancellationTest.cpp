@@ -52,6 +52,7 @@ struct Probe : KT::KTTask {
 
 TEST_F(Cancellation, IsPossibleInTheBodyOnly)
 {
+    Probe::body = Probe::naming = Probe::destructor = -1;
     const Pool pool = fixed(1);
     ASSERT_TRUE(pool->enqueue(boost::make_shared<Probe>()));
     ASSERT_TRUE(eventually([&] {

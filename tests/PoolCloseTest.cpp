@@ -262,6 +262,52 @@ TEST_F(PoolClose, ByForceCutsOffWhatAGentleOneStillWaitsFor)
     EXPECT_EQ(inside::state(*task), 1);
 }
 
+TEST_F(PoolClose, FreesAPoolThatItsCutOffTasksHold)
+{
+    const ConsoleCapture console;
+    const auto mutex = KT::KTMutex::createKTMutex();
+    const auto condition = KT::KTCondition::createKTCondition();
+    Pool pool(new KT::KTThreadPool(20, 20, 0, 0, 0));
+    pool->init(20, 20, 0, 0, 0);
+    const boost::weak_ptr<KT::KTThreadPool> watched(pool);
+    ASSERT_TRUE(untilAsleep(pool, 20));
+    // Two retire: the slots that they leave keep references to the workers that moved.
+    ASSERT_TRUE(pool->adjustThread(-2));
+    std::atomic<int> started(0);
+    for (int i = 0; i < 18; ++i) {
+        ASSERT_TRUE(pool->enqueue(makeTask([&, pool] {
+            const KT::KTCriticalSection hold(mutex);
+            ++started;
+            for (;;) {
+                condition->wait(mutex);
+            }
+        })));
+    }
+    ASSERT_TRUE(eventually([&] {
+        pool->wake();
+        return started == 18;
+    }));
+    EXPECT_FALSE(pool->close(false, 0));
+    EXPECT_TRUE(pool->close(true));
+    pool.reset();
+    EXPECT_TRUE(eventually([&] { return watched.expired(); }));
+}
+
+TEST_F(PoolClose, LeavesNoTaskOfAnEnqueueThatWasUnderWay)
+{
+    const auto task = makeTask();
+    for (int round = 0; round < 100; ++round) {
+        const Pool pool = fixed(1);
+        std::thread client([&] {
+            while (pool->enqueue(task)) {
+            }
+        });
+        EXPECT_TRUE(pool->close());
+        client.join();
+        EXPECT_EQ(pool->status().queuedTasks, 0);
+    }
+}
+
 TEST_F(PoolClose, IsSafeOnPoolsWithoutWorkers)
 {
     const Pool unused = made(4, 8);

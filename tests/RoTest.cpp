@@ -94,6 +94,7 @@ TEST(Log, LevelsFollowSyslog)
 
 TEST(Log, DefaultSinkIsStandardErrorAndCanBeFormattedBySpdlog)
 {
+    spdlog::drop("plain");
     EXPECT_THAT(captureStderr([] { ro::log::log(2, "plain", "", "", 0, "to stderr\n"); }),
                 HasSubstr("to stderr\n"));
     spdlog::get("plain")->set_pattern("<%n|%l> %v");
@@ -112,6 +113,7 @@ TEST(Log, RecordIsOneLineWhateverItsText)
 
 TEST(Log, RecordsOfManyThreadsAreWholeLines)
 {
+    spdlog::drop("many");
     const std::string written = captureStderr([] {
         ro::log::log(2, "many", "", "", 0, "first");
         spdlog::get("many")->set_pattern("%v");

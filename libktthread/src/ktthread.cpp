@@ -862,13 +862,16 @@ bool KTThreadPool::enqueue(boost::shared_ptr<KTTask> task)
     if (nbThreads < 1) {
         return false;
     }
-    const boost::shared_ptr<KTMonitor> watcher = loadShared(monitor);
-    if (!watcher) {
-        return false;
-    }
     const bool isTask = static_cast<bool>(task);
+    boost::shared_ptr<KTMonitor> watcher;
     {
         const KTCriticalSection hold(queueMutex);
+        // Under the lock: close lets go of the monitor before it drops what is queued, so that no
+        // task stays in the queue of a closed pool.
+        watcher = loadShared(monitor);
+        if (!watcher) {
+            return false;
+        }
         tasks.push_back(std::move(task));
     }
     watcher->adjustPool();
@@ -1215,7 +1218,21 @@ bool KTThreadPool::close(bool force, int timeoutMs)
     }
     exchangeShared(monitor, boost::shared_ptr<KTMonitor>());
     shutdown(false);  // drops what an enqueue that was under way has queued since
+    releaseEnded();
     return true;
+}
+
+// Lets go of the workers that have ended. One that was cut off still holds its task, and a task may
+// hold the pool.
+void KTThreadPool::releaseEnded()
+{
+    Workers ended;  // let go of after poolMutex
+    const KTCriticalSection hold(poolMutex);
+    ended.swap(retiredThreads);
+    ended.reserve(ended.size() + threads.size());
+    for (boost::shared_ptr<KTThread>& slot : threads) {
+        ended.push_back(exchangeShared(slot, boost::shared_ptr<KTThread>()));
+    }
 }
 
 KTThreadPool::~KTThreadPool()

@@ -4,6 +4,7 @@
 #include <thread>
 
 #include <dirent.h>
+#include <unistd.h>
 
 bool eventually(const std::function<bool()>& condition)
 {
@@ -22,6 +23,9 @@ std::vector<std::string> threadsNamed(const std::string& prefix)
     std::vector<std::string> found;
     DIR* const tasks = opendir("/proc/self/task");
     while (const dirent* const entry = readdir(tasks)) {
+        if (entry->d_name[0] == '.' || entry->d_name == std::to_string(getpid())) {
+            continue;
+        }
         std::ifstream file("/proc/self/task/" + std::string(entry->d_name) + "/comm");
         std::string name;
         if (std::getline(file, name) && name.compare(0, prefix.size(), prefix) == 0) {

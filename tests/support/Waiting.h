@@ -13,7 +13,7 @@
 /// Looks every millisecond until `condition` holds; false after a minute, which fails the test.
 bool eventually(const std::function<bool()>& condition);
 
-/// The names of this process's threads that begin with `prefix`.
+/// The names of this process's threads that begin with `prefix`; the main one doesn't count.
 std::vector<std::string> threadsNamed(const std::string& prefix);
 
 /// Threads that are joined in the end.

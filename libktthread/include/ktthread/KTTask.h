@@ -53,7 +53,9 @@ public:
     virtual void run() = 0;
 
     /// Asks the body to return early; does nothing unless overridden. Called on the thread that
-    /// shuts the pool down, while run() goes on: raise a flag that run() polls, and don't block.
+    /// shuts the pool down, while run() goes on: raise a flag that run() polls, don't block and
+    /// don't throw. Called by the worker just before run(), perhaps once more, if the shutdown came
+    /// while it took the task.
     virtual void exitTask();
 
     virtual const std::string& getTaskName() const;
@@ -86,9 +88,9 @@ public:
     void setTaskName(const std::string& name);
 
     /// A report of six lines: name, the three stamps (UTC), the worker and the state. Any thread
-    /// may call it at any time. The days of a stamp are shown only while they are 0 or negative, so
-    /// a wall-clock stamp reads as the time of day. The worker's address has its "0x" twice, as the
-    /// format has always had it.
+    /// may call it while a worker runs the task, unless the body renames it. The days of a stamp
+    /// are shown only while they are 0 or negative, so a wall-clock stamp reads as the time of day.
+    /// The worker's address has its "0x" twice, as the format has always had it.
     std::string toString() const;
 
     /// True: the monitor drops its reference as soon as it has counted the task's waiting time. It

@@ -146,6 +146,7 @@ private:
     void setAsideLocked(bool force, Workers& cancelled);
     void tellUntold();
     void stop(bool force);
+    void releaseEnded();
 
     const int monitorParam1;
     const int monitorParam2;
