@@ -307,7 +307,7 @@ interrupt_while_on() {
   kill -s "$signal" "$pid"
   wait "$pid"
   local status=$?
-  [ "$status" -eq "$expected" ] || fail "exit status $status instead of $expected"
+  [ "$status" -eq "$expected" ] || fail "exit status $status instead of $expected: $(cat errors)"
   grep -Eq '^ktsum: interrupted after [0-9]+ files, .* read in ' errors || fail "$(cat errors)"
   [ "$(wc -l <errors)" -eq 1 ] || fail "more than a line: $(cat errors)"
 }
