@@ -79,7 +79,10 @@ TEST_F(Cancellation, CutsABlockingTaskOffAndUnwindsIt)
         }
     });
     ASSERT_TRUE(pool->enqueue(task));
-    ASSERT_TRUE(eventually([&] { return started.load(); }));
+    ASSERT_TRUE(eventually([&] {
+        pool->wake();
+        return started.load();
+    }));
     EXPECT_TRUE(pool->close(true));
     EXPECT_EQ(inside::state(*task), 1) << "it never got to its end";
     EXPECT_EQ(token.use_count(), 2) << "what the body had on its stack is gone";
@@ -101,7 +104,10 @@ TEST_F(Cancellation, LetsATaskWithoutACancellationPointFinish)
         }
     });
     ASSERT_TRUE(pool->enqueue(task));
-    ASSERT_TRUE(eventually([&] { return started.load(); }));
+    ASSERT_TRUE(eventually([&] {
+        pool->wake();
+        return started.load();
+    }));
     pool->shutdown(true);
     EXPECT_FALSE(pool->join(50));
     stop = true;

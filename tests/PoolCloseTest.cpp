@@ -74,7 +74,7 @@ TEST_F(PoolJoin, IsFalseAtOnceFromAnOwnWorkerAndNotFromAnother)
         own = stopped->join();
     });
     ASSERT_TRUE(stopped->enqueue(inside));
-    ASSERT_TRUE(gate.untilArrived(1));
+    ASSERT_TRUE(untilArrived(stopped, gate));
     stopped->shutdown(false);
 
     const Pool other = fixed(1);
@@ -92,7 +92,7 @@ TEST_F(PoolJoin, IsFalseAfterItsTimeAndTrueLater)
     const Pool pool = fixed(1);
     Gate gate;
     ASSERT_TRUE(pool->enqueue(makeTask([&] { gate.pass(); })));
-    ASSERT_TRUE(gate.untilArrived(1));
+    ASSERT_TRUE(untilArrived(pool, gate));
     pool->shutdown(false);
     const auto start = std::chrono::steady_clock::now();
     EXPECT_FALSE(pool->join(150));
@@ -157,7 +157,7 @@ TEST_P(PoolCloseOfEitherKind, EndsWorkersThatTheShutdownDidNotTell)
     };
     inside::nbThreads(grown) = 1;
     ASSERT_TRUE(grown->enqueue(task));
-    ASSERT_TRUE(gate.untilArrived(1));
+    ASSERT_TRUE(untilArrived(grown, gate));
     EXPECT_TRUE(grown->close(GetParam()));
     EXPECT_TRUE(pool->close(GetParam()));
     EXPECT_TRUE(eventually([] { return threadsNamed("KTT").empty(); }));
@@ -174,7 +174,7 @@ TEST_P(PoolCloseOfEitherKind, MayBeCalledAgainAndDestroysThePoolInTheEnd)
         pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &previous);
         gate.pass();
     })));
-    ASSERT_TRUE(gate.untilArrived(1));
+    ASSERT_TRUE(untilArrived(pool, gate));
     EXPECT_FALSE(pool->close(GetParam(), 50));
     EXPECT_TRUE(inside::monitor(pool)) << "not before the workers have ended";
     gate.open();
@@ -218,7 +218,7 @@ TEST_F(PoolClose, OutrunsABatchThatStartsThePoolAnew)
     Gate gate;
     const auto task = makeTask([&] { gate.pass(); });
     ASSERT_TRUE(pool->enqueue(task));
-    ASSERT_TRUE(gate.untilArrived(1));
+    ASSERT_TRUE(untilArrived(pool, gate));
     std::thread closer([&] { EXPECT_TRUE(pool->close()); });
     ASSERT_TRUE(eventually([&] { return pool->status().threads == 0; }));
     EXPECT_TRUE(pool->xIncreaseThread());

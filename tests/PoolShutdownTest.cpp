@@ -56,7 +56,7 @@ TEST_F(PoolShutdown, RunningTaskIsAskedToExitAndReportedWhenItDoes)
     const auto task = makeTask([&] { gate.pass(); });
     task->onExit = [&] { gate.open(); };
     ASSERT_TRUE(pool->enqueue(task));
-    ASSERT_TRUE(gate.untilArrived(1));
+    ASSERT_TRUE(untilArrived(pool, gate));
     pool->shutdown(false);
     EXPECT_TRUE(pool->join());
     EXPECT_EQ(inside::state(*task), 2);

@@ -201,7 +201,7 @@ TEST_F(ThreadLoop, TaskTakenWhileTheStopRequestCameIsAskedToExit)
         second.open();
     };
     ASSERT_TRUE(pool->enqueue(makeTask([&] { first.pass(); })));
-    ASSERT_TRUE(first.untilArrived(1));
+    ASSERT_TRUE(untilArrived(pool, first));
     ASSERT_TRUE(pool->enqueue(untilAsked));
     const platform::Recorder recorder;
     {

@@ -107,6 +107,15 @@ inline bool untilFinished(const Pool& pool, const boost::shared_ptr<KT::KTTask>&
     });
 }
 
+/// Waits until a task of `pool` has come to `gate`, waking the pool as a client does.
+inline bool untilArrived(const Pool& pool, const Gate& gate)
+{
+    return eventually([&] {
+        pool->wake();
+        return gate.arrived() == 1;
+    });
+}
+
 /// Holds the only worker of a pool up between its look at the empty queue and its sleep: there it
 /// waits for the wake mutex, which this object holds.
 class OnTheWayToSleep {
@@ -114,10 +123,7 @@ public:
     explicit OnTheWayToSleep(const Pool& heldPool) : pool(heldPool)
     {
         EXPECT_TRUE(pool->enqueue(makeTask([this] { gate.pass(); })));
-        EXPECT_TRUE(eventually([this] {
-            pool->wake();
-            return gate.arrived() == 1;
-        }));
+        EXPECT_TRUE(untilArrived(pool, gate));
         const platform::Recorder recorder;
         inside::wakeMutex(pool)->lock();
         gate.open();
