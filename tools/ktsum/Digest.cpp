@@ -13,8 +13,8 @@
 
 namespace {
 
-/// Fits the second-level cache of a core, and makes system calls rare.
-const std::size_t bufferSize = 256 * 1024;
+/// Stays in the fast caches between the read and the digest: eight times as much is a third slower.
+const std::size_t bufferSize = 32 * 1024;
 
 [[noreturn]] void throwErrno()
 {
