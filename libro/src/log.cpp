@@ -1,7 +1,6 @@
 #include <ro/log.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -53,14 +52,22 @@ public:
 private:
     Loggers()
     {
-        // Made before the handler is registered, so destroyed after it has run.
+        // The registry is made first, so it is destroyed last. An object, not std::atexit: its
+        // destructor stays tied to this library, also where a sanitizer stands in for atexit.
         spdlog::default_logger_raw();
-        std::atexit([] {
-            Loggers& loggers = instance();
+        static const Exit exit{*this};
+    }
+
+    /// Destroyed at exit, before spdlog's registry: tells the loggers to leave the registry alone.
+    struct Exit {
+        ~Exit()
+        {
             const std::lock_guard<std::mutex> hold(loggers.mutex);
             loggers.exiting = true;
-        });
-    }
+        }
+
+        Loggers& loggers;
+    };
 
     static std::shared_ptr<spdlog::logger> make(const std::string& category)
     {
