@@ -107,6 +107,35 @@ TEST(Allocation, RefusedTaskIsNotQueuedAndNoLockStaysHeld)
     EXPECT_TRUE(pool->close());
 }
 
+TEST(Allocation, BatchIsQueuedAsAWholeOrNotAtAll)
+{
+    const Pool pool(new KT::KTThreadPool(1, 1, 0, 0, 0));
+    pool->init(0, 1, 0, 0, 0);
+    const auto task = makeTask();
+    const int size = 500;
+    const std::vector<boost::shared_ptr<KT::KTTask>> batch(size, task);
+    const auto enqueue = [&pool](std::vector<boost::shared_ptr<KT::KTTask>>& tasks) {
+        return pool->enqueue(std::move(tasks));
+    };
+    int failures = 0;
+    for (;; ++failures) {
+        std::vector<boost::shared_ptr<KT::KTTask>> copy = batch;
+        untilFailure = failures;
+        try {
+            EXPECT_TRUE(enqueue(copy));
+            untilFailure = -1;
+            break;
+        } catch (const std::bad_alloc&) {
+            untilFailure = -1;
+            ASSERT_EQ(pool->status().queuedTasks, 0);
+        }
+    }
+    EXPECT_GT(failures, 5);
+    EXPECT_EQ(pool->status().queuedTasks, size);
+    EXPECT_TRUE(pool->close());
+    EXPECT_EQ(task.use_count(), size + 1);
+}
+
 TEST(Allocation, GrowthThrowsAndThePoolGoesOn)
 {
     const Pool pool(new KT::KTThreadPool(1, 40, 0, 0, 0));

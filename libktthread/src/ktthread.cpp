@@ -857,12 +857,29 @@ std::size_t KTThreadPool::slotsInUse() const
 
 bool KTThreadPool::enqueue(boost::shared_ptr<KTTask> task)
 {
+    const bool isTask = static_cast<bool>(task);
+    return enqueueBy([this, &task] { tasks.push_back(std::move(task)); }) && isTask;
+}
+
+bool KTThreadPool::enqueue(std::vector<boost::shared_ptr<KTTask> > batch)
+{
+    const bool areTasks = std::find(batch.begin(), batch.end(), nullptr) == batch.end();
+    // All or none: a deque makes room for all before it takes the first.
+    return enqueueBy([this, &batch] {
+               tasks.insert(tasks.end(), std::make_move_iterator(batch.begin()),
+                            std::make_move_iterator(batch.end()));
+           }) &&
+           areTasks;
+}
+
+template <typename Push>
+bool KTThreadPool::enqueueBy(const Push& push)
+{
     // Looked at without a lock: a shutdown that runs at the same time may leave the task in a queue
     // that nobody serves any more, as it might had it come a moment later.
     if (nbThreads < 1) {
         return false;
     }
-    const bool isTask = static_cast<bool>(task);
     boost::shared_ptr<KTMonitor> watcher;
     {
         const KTCriticalSection hold(queueMutex);
@@ -872,11 +889,11 @@ bool KTThreadPool::enqueue(boost::shared_ptr<KTTask> task)
         if (!watcher) {
             return false;
         }
-        tasks.push_back(std::move(task));
+        push();
     }
     watcher->adjustPool();
     signalOne();
-    return isTask;
+    return true;
 }
 
 boost::shared_ptr<KTTask> KTThreadPool::getTask()

@@ -81,6 +81,12 @@ public:
     /// std::bad_alloc.
     bool enqueue(boost::shared_ptr<KTTask> task);
 
+    /// Queues all of `batch`, in its order and with nothing in between, for the price of one: one
+    /// hold of the queue, one look of the monitor, one wake-up, which the workers hand on to each
+    /// other. False, and nothing queued, if the pool doesn't run. False if a pointer is empty; all
+    /// are queued all the same. Throws std::bad_alloc.
+    bool enqueue(std::vector<boost::shared_ptr<KTTask> > batch);
+
     /// Removes and returns the oldest task; empty if there is none. The workers call it.
     boost::shared_ptr<KTTask> getTask();
 
@@ -137,6 +143,8 @@ private:
     typedef std::vector<boost::shared_ptr<KTThread> > Workers;
 
     std::size_t slotsInUse() const;
+    template <typename Push>
+    bool enqueueBy(const Push& push);
     void signalOne();
     void wakeAll();
     bool allowRetirementLocked(int delta);
