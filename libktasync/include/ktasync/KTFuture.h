@@ -1,0 +1,95 @@
+/// The result of a task that may still be on its way.
+#pragma once
+
+#include <string_view>
+#include <type_traits>
+#include <utility>
+
+#include <boost/smart_ptr/intrusive_ptr.hpp>
+
+#include <kterror/KTError.h>
+
+#include <ktasync/KTCancelled.h>
+#include <ktasync/detail/FutureJob.h>
+
+namespace KT {
+
+namespace detail {
+struct Start;
+[[noreturn]] KTASYNC_EXPORT void refuseEmptyFuture(const char* method);
+}  // namespace detail
+
+/// What `submit` returns. It may be moved, not copied, and outlive its pool. One thread at a time
+/// may use one future, but `cancel` and `isReady`, which any thread may call meanwhile.
+///
+///     KT::KTFuture<int> lines = KT::submit(pool, "count", countLines, path);
+///     KT::KTFuture<std::string> text = lines.then([](int n) { return std::to_string(n); });
+///     std::cout << text.get() << '\n';
+///
+/// A future that is let go of leaves its task alone; an exception that nobody can look at any more
+/// is then logged (category "ktasync"). All but `valid`, assignment and destruction throw KTError
+/// on a future without a task: a default one, moved from, or asked for its result before.
+///
+/// A wait ends when the task has ended, however it ends: dropped by a shutdown, it ends at once. In
+/// a task of this library, who waits for one that nobody has begun runs it on the spot, so that
+/// waiting in tasks doesn't deadlock, with one worker either. A task derived from KTTask by hand
+/// has no such luck: it needs a worker to spare.
+template <typename R>
+class KTFuture {
+public:
+    KTFuture() = default;
+
+    bool valid() const { return static_cast<bool>(job); }
+
+    /// Blocks until the task has ended; returns its result, or throws what it threw, or
+    /// KTCancelled. The future has no task after that. A cancellation point.
+    R get()
+    {
+        wait();
+        return std::exchange(job, nullptr)->take();
+    }
+
+    /// Blocks until the task has ended. A cancellation point.
+    void wait() const { checked("wait").wait(-1); }
+
+    /// As `wait`, for at most `milliseconds` (no limit if negative); whether the task has ended. In
+    /// a task it may take longer, by the one that it runs itself.
+    bool waitFor(int milliseconds) const { return checked("waitFor").wait(milliseconds); }
+
+    /// Whether the task has ended: `get` would not block. Doesn't block.
+    bool isReady() const { return checked("isReady").isReady(); }
+
+    /// A task not begun never runs, and `get` throws KTCancelled: true. One that runs gets its stop
+    /// mark raised; one that has ended is left alone: false. Doesn't wait.
+    bool cancel() { return checked("cancel").cancel(); }
+
+    /// Has `callable` called with the result, moved, as a task of its own, once there is one, and
+    /// returns the future of that; this future has no task any more. A failure goes past the
+    /// callable into the future returned; a callable that takes the ready KTFuture itself sees it.
+    /// Cancelling the future returned doesn't cancel the task in front. Throws std::bad_alloc, and
+    /// changes nothing then.
+    template <typename F>
+    auto then(F&& callable);
+
+    /// The same, with a task name, in place of that of the task in front.
+    template <typename F>
+    auto then(std::string_view name, F&& callable);
+
+private:
+    friend struct detail::Start;
+    explicit KTFuture(boost::intrusive_ptr<detail::ResultJob<R>> of) : job(std::move(of)) {}
+
+    detail::ResultJob<R>& checked(const char* method) const
+    {
+        if (!job) {
+            detail::refuseEmptyFuture(method);
+        }
+        return *job;
+    }
+
+    boost::intrusive_ptr<detail::ResultJob<R>> job;
+};
+
+}  // namespace KT
+
+#include <ktasync/detail/Start.h>

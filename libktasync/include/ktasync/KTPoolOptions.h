@@ -1,0 +1,49 @@
+/// How large a pool is to be, and how it is to end.
+#pragma once
+
+#include <optional>
+
+#include <ktasync/export.h>
+
+namespace KT {
+
+/// The processors that this process may use: those of its affinity mask, or less if a control group
+/// (version 1 or 2) grants it less time, rounded up. At least 1. Reads files under /proc and /sys;
+/// what can't be read grants all.
+KTASYNC_EXPORT int availableProcessors();
+
+/// What a KTScopedPool is made with. Nonsense is refused by the constructor with a KTError that
+/// names the field.
+struct KTPoolOptions {
+    /// Workers to start with: 1 to 65536. Not set: one a processor, and `maxThreads` at most.
+    std::optional<int> threads;
+
+    /// Workers that the pool may grow to: `threads` to 65536. Not set: 8 a processor, and at least
+    /// `threads`.
+    std::optional<int> maxThreads;
+
+    /// The pool looks whether it should grow when tasks come in, and each time that this many have
+    /// ended; 0: only when they come in.
+    int monitorPeriod = 10;
+
+    enum class Queued { finish, drop };
+    /// What becomes of the tasks in the queue when the pool is closed.
+    Queued queued = Queued::finish;
+
+    /// Milliseconds that they may take to finish, with those that run; the rest is dropped then.
+    /// No limit if negative.
+    int finishTimeoutMs = 60000;
+
+    /// Milliseconds that tasks may go on when they have been asked to stop. 0 or more.
+    int stopTimeoutMs = 10000;
+
+    enum class Stuck {
+        keepWaiting,  ///< for as long as it takes
+        leave,        ///< let them run, and go on; the pool frees itself when they end
+        force,        ///< cut them off; leave those that don't end within `stopTimeoutMs` again
+    };
+    /// What becomes of the tasks that go on for longer than that.
+    Stuck stuck = Stuck::force;
+};
+
+}  // namespace KT

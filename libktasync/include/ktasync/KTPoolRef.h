@@ -1,0 +1,55 @@
+/// How the functions of this library take a pool.
+#pragma once
+
+#include <memory>
+
+#include <boost/shared_ptr.hpp>
+
+#include <ktasync/detail/ShortName.h>
+#include <ktasync/export.h>
+
+namespace KT {
+
+class KTScopedPool;
+class KTThreadPool;
+
+namespace detail {
+class PoolContext;
+}
+
+/// A running pool, and the place in the code that names it. Both kinds of pool turn into one by
+/// themselves; a client has no need to write the type:
+///
+///     KT::submit(scopedPool, callable);
+///     KT::submit(boostSharedPool, callable);
+///
+/// It keeps the pool object alive, but doesn't keep it running. A value, as safe as a pointer.
+class KTASYNC_EXPORT KTPoolRef {
+public:
+    /// Throws KTError for a null pointer. The place is the caller's; leave it to the compiler.
+    // NOLINTNEXTLINE(google-explicit-constructor)
+    KTPoolRef(const boost::shared_ptr<KTThreadPool>& pool,
+              const char* function = __builtin_FUNCTION(), const char* file = __builtin_FILE(),
+              int line = __builtin_LINE());
+
+    /// Throws KTError if the pool was moved away.
+    // NOLINTNEXTLINE(google-explicit-constructor)
+    KTPoolRef(const KTScopedPool& pool, const char* function = __builtin_FUNCTION(),
+              const char* file = __builtin_FILE(), int line = __builtin_LINE());
+
+    const boost::shared_ptr<KTThreadPool>& pool() const { return target; }
+
+    /// What tasks are called that get no name: the calling function, or, in a lambda, the file and
+    /// the line.
+    const detail::ShortName& defaultName() const { return place; }
+
+    /// What this library keeps beside the pool; null if nothing.
+    const std::shared_ptr<detail::PoolContext>& context() const { return kept; }
+
+private:
+    boost::shared_ptr<KTThreadPool> target;
+    std::shared_ptr<detail::PoolContext> kept;
+    detail::ShortName place;
+};
+
+}  // namespace KT

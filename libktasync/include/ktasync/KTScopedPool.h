@@ -1,0 +1,78 @@
+/// A pool for a scope.
+#pragma once
+
+#include <memory>
+
+#include <boost/shared_ptr.hpp>
+
+#include <ktthread/KTThreadPool.h>
+#include <ktthread/KTThreadPoolStatus.h>
+
+#include <ktasync/KTPoolOptions.h>
+#include <ktasync/KTPoolRef.h>
+#include <ktasync/export.h>
+
+namespace KT {
+
+/// Makes a pool, starts it, and closes it when the scope ends.
+///
+///     KT::KTPoolOptions options;
+///     options.maxThreads = 64;                 // the tasks block a lot
+///     KT::KTScopedPool pool(options);
+///     KT::submit(pool, "warm up", warmUp);
+///     // here it waits for what was submitted
+///
+/// Closing goes in steps; each one ends early when all the work has ended:
+///
+/// | step       | tasks in the queue          | tasks that run                 | for at most |
+/// |------------|-----------------------------|--------------------------------|-------------------|
+/// | finish     | are run (or not: `queued`)  | go on                          | `finishTimeoutMs`
+/// | | stop       | are dropped: KTCancelled    | are asked to stop (stop token) | `stopTimeoutMs`
+/// | | as `stuck` says | dropped                | awaited, left, or cut off      | |
+///
+/// Work that is left undone by a time limit makes one log record (category "ktasync", a warning)
+/// that says what was done about it. "Go on" holds for the tasks of this library; those derived
+/// from KTTask by hand are asked to stop as soon as all have begun.
+///
+/// It may be moved; what is moved from has no pool. Any thread may submit to it. Moving, closing
+/// and destroying it belong to one thread. Closed in one of its own tasks it can't wait: it is told
+/// to stop and left, with a log record.
+class KTASYNC_EXPORT KTScopedPool {
+public:
+    /// Throws KTError for nonsense in `options` and if the threads can't be created,
+    /// std::bad_alloc.
+    explicit KTScopedPool(const KTPoolOptions& options = KTPoolOptions());
+
+    /// Closes it. Blocks as the table says.
+    ~KTScopedPool();
+
+    KTScopedPool(KTScopedPool&& other) noexcept;
+    /// Closes the pool that it has so far.
+    KTScopedPool& operator=(KTScopedPool&& other);
+
+    /// Closes it early; whether all workers have ended. Once closed, or moved from, it does
+    /// nothing. What is submitted afterwards is dropped.
+    bool close();
+
+    /// The pool itself, for what the core offers; null when moved from. To be closed by this object
+    /// only.
+    const boost::shared_ptr<KTThreadPool>& pool() const { return owned; }
+
+    KTThreadPoolStatus status() const;
+
+private:
+    friend class KTPoolRef;
+
+    void start(int threads, int maxThreads);
+    int finishWork();
+    bool stopWork(int unfinished);
+    bool endStuck(KTPoolOptions::Stuck how);
+
+    KTPoolOptions options;
+    boost::shared_ptr<KTThreadPool> owned;
+    std::shared_ptr<detail::PoolContext> context;
+    bool isClosed = false;
+    bool hasEnded = false;
+};
+
+}  // namespace KT

@@ -1,0 +1,43 @@
+/// How a running callable hears that it is to stop.
+#pragma once
+
+#include <boost/smart_ptr/intrusive_ptr.hpp>
+
+#include <ktasync/detail/Job.h>
+#include <ktasync/export.h>
+
+namespace KT {
+
+/// A task's stop mark. A callable that takes a `const KTStopToken&` first is given its own:
+///
+///     KT::submit(pool, "poll", [](const KT::KTStopToken& stop) {
+///         while (!stop.waitFor(1000)) {
+///             pollOnce();
+///         }
+///     });
+///
+/// The mark is raised by `cancel` of the future or the group, and when the pool is shut down while
+/// the task runs. It stays raised. Heeding it is up to the callable. A token may be copied, and
+/// kept for longer than the task runs; every operation may be called from any thread.
+class KTASYNC_EXPORT KTStopToken {
+public:
+    /// A token that is never raised.
+    KTStopToken() = default;
+
+    bool stopRequested() const { return job && job->stopRequested(); }
+
+    /// Throws KTCancelled once the mark is raised: an exit from deep inside.
+    void throwIfStopRequested() const;
+
+    /// Blocks until the mark is raised, for at most `milliseconds` (for ever if negative); whether
+    /// it is raised. A cancellation point.
+    bool waitFor(int milliseconds) const;
+
+private:
+    friend class detail::Job;
+    explicit KTStopToken(const detail::Job* ofJob) : job(ofJob) {}
+
+    boost::intrusive_ptr<const detail::Job> job;
+};
+
+}  // namespace KT

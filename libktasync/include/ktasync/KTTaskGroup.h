@@ -1,0 +1,127 @@
+/// Tasks that are waited for together.
+#pragma once
+
+#include <string_view>
+#include <type_traits>
+#include <utility>
+
+#include <boost/smart_ptr/intrusive_ptr.hpp>
+
+#include <ktasync/KTCancelled.h>
+#include <ktasync/KTPoolRef.h>
+#include <ktasync/KTScopedPool.h>
+#include <ktasync/detail/Bound.h>
+#include <ktasync/detail/Group.h>
+#include <ktasync/export.h>
+
+namespace KT {
+
+/// A set of tasks of one pool, to be waited for, or cancelled, as one.
+///
+///     KT::KTTaskGroup group(pool);
+///     for (const Page& page : pages) {
+///         group.run("render", [&page] { render(page); });
+///     }
+///     group.wait();
+///
+/// Who waits runs the group's tasks that nobody has begun, in their order, on its own thread. So
+/// waiting in a task doesn't deadlock: to any depth (where a stack is half full, a thread is made
+/// for the next task), with one worker, with a pool that was shut down. A group can be used again
+/// after a wait.
+///
+/// `run`, `tryRun`, `cancel` and the counts may be called from any thread, its own tasks too.
+/// `wait` from any other thread. Constructing and destroying it belong to one thread.
+class KTASYNC_EXPORT KTTaskGroup {
+public:
+    /// At most `limit` tasks in flight: queued or running. 0: no limit. Throws KTError if it is
+    /// negative, std::bad_alloc.
+    explicit KTTaskGroup(const KTPoolRef& pool, int limit = 0);
+
+    /// Waits. Cancels first if it is left by an exception, or by a task that was asked to stop. An
+    /// exception that no `wait` has thrown is logged (category "ktasync").
+    ~KTTaskGroup();
+
+    KTTaskGroup(const KTTaskGroup&) = delete;
+    KTTaskGroup& operator=(const KTTaskGroup&) = delete;
+
+    /// Has `callable` called with copies of `args`, as `submit` does; what it returns is dropped.
+    /// With `limit` tasks in flight it blocks until one of them has ended, and runs some itself
+    /// meanwhile; in a task of this group it runs the callable on the spot instead. In a group that
+    /// was cancelled it does nothing. Throws std::bad_alloc. A cancellation point.
+    template <typename F, typename... Args, std::enable_if_t<!detail::isName<F>, int> = 0>
+    void run(F&& callable, Args&&... args)
+    {
+        run(group->pool().defaultName().view(), std::forward<F>(callable),
+            std::forward<Args>(args)...);
+    }
+
+    /// The same, with a task name.
+    template <typename F, typename... Args>
+    void run(std::string_view name, F&& callable, Args&&... args)
+    {
+        detail::Place place(*group, true);
+        start(place, name, std::forward<F>(callable), std::forward<Args>(args)...);
+    }
+
+    /// As `run`, but instead of blocking it does nothing and says false.
+    template <typename F, typename... Args, std::enable_if_t<!detail::isName<F>, int> = 0>
+    bool tryRun(F&& callable, Args&&... args)
+    {
+        return tryRun(group->pool().defaultName().view(), std::forward<F>(callable),
+                      std::forward<Args>(args)...);
+    }
+
+    template <typename F, typename... Args>
+    bool tryRun(std::string_view name, F&& callable, Args&&... args)
+    {
+        detail::Place place(*group, false);
+        if (!place) {
+            return false;
+        }
+        start(place, name, std::forward<F>(callable), std::forward<Args>(args)...);
+        return true;
+    }
+
+    /// Blocks until all tasks have ended, and throws the first exception of those that ended since
+    /// the last wait; the others are counted. Throws KTCancelled if a shutdown dropped one or cut
+    /// one off. Throws KTError in a task of the group, which would wait for itself. A cancellation
+    /// point.
+    void wait();
+
+    /// As `wait`, for at most `milliseconds` (no limit if negative); whether all have ended, and
+    /// false without looking at exceptions. It may take longer by one task that it runs itself.
+    bool waitFor(int milliseconds);
+
+    /// Drops the tasks that nobody has begun, and any that come until the next wait is through;
+    /// raises the stop marks of the others. Doesn't wait.
+    void cancel();
+
+    /// How many tasks have thrown something, and how many were cancelled, dropped or cut off, since
+    /// the group was made.
+    int failures() const { return group->failures(); }
+    int cancellations() const { return group->cancellations(); }
+
+private:
+    template <typename F, typename... Args>
+    void start(detail::Place& place, std::string_view name, F&& callable, Args&&... args);
+
+    boost::intrusive_ptr<detail::Group> group;
+    int exceptionsAround;
+};
+
+template <typename F, typename... Args>
+void KTTaskGroup::start(detail::Place& place, std::string_view name, F&& callable, Args&&... args)
+{
+    using Call = detail::BoundOf<F, Args...>;
+    static_assert(Call::Call::possible,
+                  "the callable can't be called with these arguments: it gets moved copies of them "
+                  "(std::ref passes a reference), after a const KTStopToken& if it takes one");
+    if constexpr (Call::Call::possible) {
+        const boost::intrusive_ptr<detail::GroupJob> job(new detail::GroupCall<Call>(
+            group, name, std::forward<F>(callable), std::forward<Args>(args)...));
+        place.passOn();
+        group->start(job, name);
+    }
+}
+
+}  // namespace KT

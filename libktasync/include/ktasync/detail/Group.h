@@ -1,0 +1,163 @@
+/// What a group and its tasks share.
+#pragma once
+
+#include <condition_variable>
+#include <exception>
+#include <mutex>
+#include <optional>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include <boost/intrusive/list.hpp>
+#include <boost/smart_ptr/intrusive_ptr.hpp>
+#include <boost/smart_ptr/intrusive_ref_counter.hpp>
+
+#include <ktasync/KTPoolRef.h>
+#include <ktasync/detail/Job.h>
+#include <ktasync/export.h>
+
+namespace KT {
+namespace detail {
+
+class Deadline;
+class Group;
+
+/// A job of a group. It is in one of the group's two lists from `start` until it ends.
+class KTASYNC_EXPORT GroupJob : public Job {
+public:
+    GroupJob(boost::intrusive_ptr<Group> ofGroup, std::string_view name);
+    ~GroupJob() override;
+
+    const Group* group() const { return owner.get(); }
+
+protected:
+    void claimed() override;
+    void conclude(Outcome outcome, std::exception_ptr error) override;
+
+private:
+    friend class Group;
+    const boost::intrusive_ptr<Group> owner;
+    // Both under the group's mutex.
+    boost::intrusive::list_member_hook<> hook;
+    bool isRunning = false;
+};
+
+template <typename Bound>
+class GroupCall final : public GroupJob {
+public:
+    template <typename... Parts>
+    GroupCall(boost::intrusive_ptr<Group> ofGroup, std::string_view name, Parts&&... parts)
+        : GroupJob(std::move(ofGroup), name),
+          bound(std::in_place, std::in_place, std::forward<Parts>(parts)...)
+    {
+    }
+
+protected:
+    void invoke() override
+    {
+        static_cast<void>((*bound)([this] { return token(); }));
+    }
+    void discard() override { bound.reset(); }
+
+private:
+    std::optional<Bound> bound;
+};
+
+/// Counts the tasks of a group, and runs them for who waits. Shared by the group and its tasks: one
+/// that was run by who waited may be in the pool's queue for longer than the group lives.
+///
+/// A task has a place from `enter` until it ends, or until `leave` if it doesn't come to be.
+class KTASYNC_EXPORT Group : public boost::intrusive_ref_counter<Group> {
+public:
+    Group(const KTPoolRef& pool, int limit);
+
+    const KTPoolRef& pool() const { return target; }
+
+    /// Takes a place. With all taken: false, or, if it is to block, waits for one. In a task of the
+    /// group, which holds a place itself, it takes one beyond the limit instead of waiting.
+    bool enter(bool block);
+    void leave();
+
+    /// Has `job`, which has a place, run: by the pool or by who waits, or here and now if its place
+    /// is beyond the limit. Throws std::bad_alloc; the job is dropped then.
+    void start(const boost::intrusive_ptr<GroupJob>& job, std::string_view name);
+
+    /// Has jobs of this group run that have no places yet, whatever the limit. Throws as `start`.
+    void startAll(const std::vector<boost::intrusive_ptr<Job>>& jobs, std::string_view name);
+
+    /// Runs what nobody has begun and waits for the rest; whether all has ended.
+    bool wait(int milliseconds);
+
+    /// Drops what nobody has begun, and what comes until the next `settle`.
+    void dropWaiting();
+
+    /// The same, and raises the stop marks of the rest.
+    void cancel();
+
+    struct Account {
+        std::exception_ptr first;  ///< of what was thrown
+        bool lost = false;         ///< some were dropped or cut off, though nobody cancelled
+    };
+
+    /// What came of the tasks since the last time; a cancelled group is as new again.
+    Account settle();
+
+    /// Waits for the end of all, for a destructor: can't be cancelled. Cancels the group if an
+    /// exception is on its way, and when the task around is asked to stop.
+    Account close(bool isUnwinding);
+
+    int failures() const;
+    int cancellations() const;
+    bool isCallersOwn() const;
+
+private:
+    friend class GroupJob;
+    using Jobs = boost::intrusive::list<
+        GroupJob, boost::intrusive::member_hook< GroupJob, boost::intrusive::list_member_hook<>,
+                                                 &GroupJob::hook>>;
+    using Lock = std::unique_lock<std::mutex>;
+
+    bool listLocked(GroupJob& job);
+    void moveToRunningLocked(GroupJob& job);
+    bool isFullLocked() const { return limit > 0 && places >= limit; }
+    bool runOneOrWait(Lock& hold, const Deadline& end);
+    void ended(GroupJob& job, Outcome outcome, std::exception_ptr error);
+
+    const KTPoolRef target;
+    const int limit;
+    mutable std::mutex mutex;
+    std::condition_variable changed;
+    // The rest under `mutex`.
+    Jobs waiting;
+    Jobs running;
+    int places = 0;
+    int failed = 0;
+    int cancelled = 0;
+    bool isCancelled = false;
+    Account account;
+};
+
+/// A place in a group, given back unless it is passed on to a job.
+class Place {
+public:
+    Place(Group& inGroup, bool block) : group(inGroup), taken(group.enter(block)) {}
+    ~Place()
+    {
+        if (taken) {
+            group.leave();
+        }
+    }
+    Place(const Place&) = delete;
+    Place& operator=(const Place&) = delete;
+
+    explicit operator bool() const { return taken; }
+    void passOn() { taken = false; }
+
+private:
+    Group& group;
+    bool taken;
+};
+
+}  // namespace detail
+}  // namespace KT

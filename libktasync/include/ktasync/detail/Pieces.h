@@ -1,0 +1,73 @@
+/// Loops in pieces.
+#pragma once
+
+#include <cstddef>
+#include <type_traits>
+
+#include <ktasync/KTPoolRef.h>
+#include <ktasync/export.h>
+
+namespace KT {
+namespace detail {
+
+struct Piece {
+    std::size_t number;
+    std::size_t begin;  ///< of passes, counted from 0
+    std::size_t end;
+};
+
+/// `passes` passes in pieces of `grain`, the last one perhaps smaller.
+class KTASYNC_EXPORT Pieces {
+public:
+    /// Throws KTError for a negative grain.
+    Pieces(std::size_t passes, std::ptrdiff_t grain);
+
+    std::size_t number() const { return count; }
+    Piece at(std::size_t number) const;
+
+private:
+    std::size_t passes;
+    std::size_t size;
+    std::size_t count;
+};
+
+/// The integers from `first` to `last`, by their distance from `first`; empty if `last` is not
+/// greater. The distance may be more than the type itself can say.
+template <typename Index>
+class Span {
+public:
+    static_assert(std::is_integral_v<Index>, "a loop goes over integers");
+
+    Span(Index firstIndex, Index lastIndex)
+        : first(static_cast<Unsigned>(firstIndex)),
+          length(firstIndex < lastIndex ? static_cast<Unsigned>(lastIndex) - first : 0)
+    {
+    }
+
+    std::size_t size() const { return static_cast<std::size_t>(length); }
+    Index at(std::size_t distance) const
+    {
+        return static_cast<Index>(static_cast<Unsigned>(first + distance));
+    }
+
+private:
+    using Unsigned = std::make_unsigned_t<Index>;
+    Unsigned first;
+    Unsigned length;
+};
+
+/// Calls `piece(context, p)` for each piece, on the workers and on the calling thread.
+KTASYNC_EXPORT void runPieces(const KTPoolRef& pool, const Pieces& pieces,
+                              void (*piece)(void* context, Piece p), void* context);
+
+template <typename Body>
+void forEachPiece(const KTPoolRef& pool, const Pieces& pieces, Body&& body)
+{
+    using Function = std::remove_reference_t<Body>;
+    runPieces(
+        pool, pieces, [](void* context, Piece piece) { (*static_cast<Function*>(context))(piece); },
+        const_cast<std::remove_const_t<Function>*>(&body));
+}
+
+}  // namespace detail
+}  // namespace KT

@@ -1,0 +1,113 @@
+/// How futures come to be.
+#pragma once
+
+#include <string_view>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include <boost/smart_ptr/intrusive_ptr.hpp>
+
+#include <ktasync/KTFuture.h>
+#include <ktasync/detail/Bound.h>
+#include <ktasync/detail/FutureJob.h>
+
+namespace KT {
+namespace detail {
+
+/// The callable of a task that `then` makes.
+template <typename R, typename F>
+class Continuation {
+public:
+    using OnResult = std::conditional_t<std::is_void_v<R>, CallOf<F>, CallOf<F, R>>;
+    using OnFuture = CallOf<F, KTFuture<R>>;
+    static constexpr bool possible = OnResult::possible || OnFuture::possible;
+    using Chosen = std::conditional_t<OnResult::possible, OnResult, OnFuture>;
+    using Result = typename Chosen::Result;
+
+    template <typename G>
+    Continuation(boost::intrusive_ptr<ResultJob<R>> front, G&& callableToKeep)
+        : source(std::move(front)), callable(std::forward<G>(callableToKeep))
+    {
+    }
+
+    Result operator()(const KTStopToken& token);
+
+private:
+    boost::intrusive_ptr<ResultJob<R>> source;
+    F callable;
+};
+
+struct Start {
+    template <typename JobType>
+    static auto futureOf(boost::intrusive_ptr<JobType> job)
+    {
+        return KTFuture<typename JobType::Result>(std::move(job));
+    }
+
+    /// A job, not queued yet.
+    template <typename Origin, typename F, typename... Args>
+    static auto make(const Origin& origin, std::string_view name, F&& callable, Args&&... args)
+    {
+        using Call = BoundOf<F, Args...>;
+        static_assert(Call::Call::possible,
+                      "the callable can't be called with these arguments: it gets moved copies of "
+                      "them (std::ref passes a reference), after a const KTStopToken& if it takes "
+                      "one");
+        if constexpr (Call::Call::possible) {
+            return boost::intrusive_ptr<FutureCall<Call>>(new FutureCall<Call>(
+                origin, name, std::forward<F>(callable), std::forward<Args>(args)...));
+        } else {
+            return boost::intrusive_ptr<ResultJob<void>>();
+        }
+    }
+
+    template <typename R, typename F>
+    static auto after(boost::intrusive_ptr<ResultJob<R>>& source, std::string_view name,
+                      F&& callable)
+    {
+        using Next = Continuation<R, std::decay_t<F>>;
+        static_assert(Next::possible,
+                      "the callable of then can't be called with the result (moved), nor with the "
+                      "ready KTFuture, nor after a const KTStopToken&");
+        if constexpr (Next::possible) {
+            const auto job = make(*source, name, Next(source, std::forward<F>(callable)));
+            source->attach(job, name);
+            source.reset();
+            return futureOf(job);
+        }
+    }
+};
+
+template <typename R, typename F>
+auto Continuation<R, F>::operator()(const KTStopToken& token) -> Result
+{
+    const auto sameToken = [&token]() -> const KTStopToken& { return token; };
+    if constexpr (!OnResult::possible) {
+        return OnFuture::call(std::move(callable), sameToken, Start::futureOf(std::move(source)));
+    } else if constexpr (std::is_void_v<R>) {
+        source->take();
+        return OnResult::call(std::move(callable), sameToken);
+    } else {
+        return OnResult::call(std::move(callable), sameToken, source->take());
+    }
+}
+
+}  // namespace detail
+
+template <typename R>
+template <typename F>
+auto KTFuture<R>::then(F&& callable)
+{
+    return then(checked("then").name(), std::forward<F>(callable));
+}
+
+template <typename R>
+template <typename F>
+auto KTFuture<R>::then(std::string_view name, F&& callable)
+{
+    checked("then");
+    return detail::Start::after(job, name, std::forward<F>(callable));
+}
+
+}  // namespace KT

@@ -1,0 +1,100 @@
+/// Loops whose passes run on the workers of a pool and on the calling thread.
+///
+/// The passes are done in pieces of `grain` passes in a row; 0 chooses one of 256 pieces, fewer for
+/// short loops. Pieces begin in order. The caller takes part, so a loop ends whatever the pool
+/// does, busy or shut down, and loops may be nested to any depth. When a pass throws, pieces that
+/// haven't begun are not done any more, and the first exception reaches the caller when all pieces
+/// have ended. KTCancelled: a forced shutdown cut a piece off. Bodies are called from several
+/// threads at once, and are not copied. All block until the loop has ended; may be called from any
+/// thread; are cancellation points; throw KTError for a negative grain, std::bad_alloc.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <iterator>
+#include <optional>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include <ktasync/KTPoolRef.h>
+#include <ktasync/KTScopedPool.h>
+#include <ktasync/detail/Pieces.h>
+
+namespace KT {
+
+/// Calls `body(i)` for each i from `first` to `last`, without `last`; the types are integers.
+///
+///     KT::parallelFor(pool, 0, rows, [&](int row) { render(row); });
+template <typename First, typename Last, typename Body>
+void parallelFor(const KTPoolRef& pool, First first, Last last, Body&& body,
+                 std::ptrdiff_t grain = 0)
+{
+    using Index = std::common_type_t<First, Last>;
+    const detail::Span<Index> span(first, last);
+    detail::forEachPiece(pool, detail::Pieces(span.size(), grain), [&](detail::Piece piece) {
+        const Index end = span.at(piece.end);
+        for (Index i = span.at(piece.begin); i != end; ++i) {
+            body(i);
+        }
+    });
+}
+
+/// Calls `body(element)` for each element of `range`, which has forward iterators at least; where
+/// they have no random access, a list of them is made first.
+///
+///     KT::parallelForEach(pool, images, [](Image& image) { image.sharpen(); });
+template <typename Range, typename Body>
+void parallelForEach(const KTPoolRef& pool, Range&& range, Body&& body, std::ptrdiff_t grain = 0)
+{
+    using Iterator = decltype(std::begin(range));
+    using Category = typename std::iterator_traits<Iterator>::iterator_category;
+    static_assert(std::is_base_of_v<std::forward_iterator_tag, Category>,
+                  "parallelForEach needs a range that can be gone through more than once");
+    if constexpr (std::is_base_of_v<std::random_access_iterator_tag, Category>) {
+        const Iterator begin = std::begin(range);
+        parallelFor(
+            pool, std::ptrdiff_t(0), std::ptrdiff_t(std::end(range) - begin),
+            [&](std::ptrdiff_t i) { body(begin[i]); }, grain);
+    } else {
+        std::vector<Iterator> places;
+        for (Iterator place = std::begin(range); place != std::end(range); ++place) {
+            places.push_back(place);
+        }
+        parallelForEach(
+            pool, places, [&](const Iterator& place) { body(*place); }, grain);
+    }
+}
+
+/// Combines `map(i)` for each i from `first` to `last`, without `last`:
+/// combine(combine(identity, map(first)), map(first + 1)) and so on within a piece, and then the
+/// pieces' results in their order. So the result depends on `grain` alone, and not on the machine
+/// or on chance, also where `combine` rounds. `combine` must be associative otherwise, and
+/// `identity` its neutral element, a copy of which each piece begins with. Holds one result a
+/// piece.
+///
+///     const double sum = KT::parallelReduce(pool, 0, n, 0.0, [&](int i) { return x[i] * y[i]; });
+template <typename First, typename Last, typename T, typename Map, typename Combine = std::plus<>>
+T parallelReduce(const KTPoolRef& pool, First first, Last last, T identity, Map&& map,
+                 Combine&& combine = Combine(), std::ptrdiff_t grain = 0)
+{
+    using Index = std::common_type_t<First, Last>;
+    const detail::Span<Index> span(first, last);
+    const detail::Pieces pieces(span.size(), grain);
+    std::vector<std::optional<T>> results(pieces.number());
+    detail::forEachPiece(pool, pieces, [&](detail::Piece piece) {
+        T result = identity;
+        const Index end = span.at(piece.end);
+        for (Index i = span.at(piece.begin); i != end; ++i) {
+            result = combine(std::move(result), map(i));
+        }
+        results[piece.number] = std::move(result);
+    });
+    T total = std::move(identity);
+    for (std::optional<T>& result : results) {
+        total = combine(std::move(total), std::move(*result));
+    }
+    return total;
+}
+
+}  // namespace KT

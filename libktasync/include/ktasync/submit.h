@@ -1,0 +1,85 @@
+/// Handing callables to a pool.
+#pragma once
+
+#include <iterator>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include <ktasync/KTFuture.h>
+#include <ktasync/KTPoolRef.h>
+#include <ktasync/KTScopedPool.h>
+#include <ktasync/KTStopToken.h>
+
+namespace KT {
+
+/// Has a worker of `pool` call `callable` with `args`, in arrival order with all other tasks:
+///
+///     KT::KTFuture<int> lines = KT::submit(pool, "count", countLines, path);
+///
+/// The task owns copies of callable and arguments, moved in where they can be, and moves from them
+/// in the call; std::ref passes a reference. They are destroyed before the future is ready. While
+/// the call goes on, the worker's thread is named "KTTask: NAME [running]", of which the kernel
+/// shows 15 characters: seven of NAME.
+///
+/// Whatever the callable throws goes into the future. A callable that takes a `const KTStopToken&`
+/// first, and can't be called without, is given the task's stop token. If the pool doesn't run, the
+/// future throws KTCancelled. A forced shutdown cuts the call off by unwinding it: a `catch (...)`
+/// in it must rethrow, and no destructor or noexcept function in it reach a cancellation point.
+///
+/// Doesn't block. Any thread may call it, tasks too. Throws std::bad_alloc, and what copying the
+/// arguments throws; the callable is never called then.
+template <typename Name, typename F, typename... Args,
+          std::enable_if_t<detail::isName<Name>, int> = 0>
+auto submit(const KTPoolRef& pool, const Name& name, F&& callable, Args&&... args)
+{
+    const auto job =
+        detail::Start::make(pool, name, std::forward<F>(callable), std::forward<Args>(args)...);
+    detail::enqueue(pool, job, name);
+    return detail::Start::futureOf(job);
+}
+
+/// The same for a task named after the place of this call: the function that it is in, or file and
+/// line in a lambda.
+template <typename F, typename... Args, std::enable_if_t<!detail::isName<F>, int> = 0>
+auto submit(const KTPoolRef& pool, F&& callable, Args&&... args)
+{
+    return submit(pool, pool.defaultName().view(), std::forward<F>(callable),
+                  std::forward<Args>(args)...);
+}
+
+/// Has all callables of `range` called, in its order; returns their futures, in its order too. The
+/// queue and the wake-up are paid once for all. The pool looks once whether it should grow, and
+/// then as tasks end. Moves the callables out of a range that is a temporary one or moved, and
+/// copies them otherwise. Throws std::bad_alloc; none is called then.
+///
+///     std::vector<std::function<int()>> parts = split(work);
+///     for (KT::KTFuture<int>& part : KT::submitAll(pool, "part", std::move(parts))) {
+///         total += part.get();
+///     }
+template <typename Range>
+auto submitAll(const KTPoolRef& pool, std::string_view name, Range&& range)
+{
+    using Element = decltype(*std::begin(range));
+    using Passed = std::conditional_t<std::is_lvalue_reference_v<Range>, Element,
+                                      std::remove_reference_t<Element>&&>;
+    std::vector<KTFuture<typename detail::BoundOf<Element>::Result>> futures;
+    std::vector<boost::intrusive_ptr<detail::Job>> jobs;
+    for (auto&& callable : range) {
+        const auto job = detail::Start::make(pool, name, static_cast<Passed>(callable));
+        jobs.push_back(job);
+        futures.push_back(detail::Start::futureOf(job));
+    }
+    detail::enqueueAll(pool, jobs, name);
+    return futures;
+}
+
+/// The same for tasks named after the place of this call.
+template <typename Range>
+auto submitAll(const KTPoolRef& pool, Range&& range)
+{
+    return submitAll(pool, pool.defaultName().view(), std::forward<Range>(range));
+}
+
+}  // namespace KT

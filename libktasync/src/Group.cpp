@@ -1,0 +1,229 @@
+#include <ktasync/detail/Group.h>
+
+#include <utility>
+
+#include <ktthread/KTThreadPool.h>
+
+#include "Cancellation.h"
+#include "Deadline.h"
+
+namespace KT {
+namespace detail {
+
+GroupJob::GroupJob(boost::intrusive_ptr<Group> ofGroup, std::string_view name)
+    : Job(ofGroup->pool(), name), owner(std::move(ofGroup))
+{
+}
+
+GroupJob::~GroupJob() = default;
+
+void GroupJob::claimed()
+{
+    const std::lock_guard<std::mutex> hold(owner->mutex);
+    owner->moveToRunningLocked(*this);
+}
+
+void GroupJob::conclude(Outcome outcome, std::exception_ptr error)
+{
+    owner->ended(*this, outcome, std::move(error));
+}
+
+Group::Group(const KTPoolRef& pool, int limitOfPlaces) : target(pool), limit(limitOfPlaces) {}
+
+bool Group::isCallersOwn() const
+{
+    for (const Job* job = Job::current(); job != nullptr; job = job->around()) {
+        const GroupJob* const member = dynamic_cast<const GroupJob*>(job);
+        if (member != nullptr && member->group() == this) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool Group::enter(bool block)
+{
+    const bool mayWait = block && limit > 0 && !isCallersOwn();
+    Lock hold(mutex);
+    while (isFullLocked() && mayWait) {
+        runOneOrWait(hold, Deadline(-1));
+    }
+    if (isFullLocked() && !block) {
+        return false;
+    }
+    ++places;
+    return true;
+}
+
+void Group::leave()
+{
+    const Lock hold(mutex);
+    --places;
+    changed.notify_all();
+}
+
+bool Group::listLocked(GroupJob& job)
+{
+    if (!isCancelled) {
+        waiting.push_back(job);
+        // Who waits may be the only one left to run it.
+        changed.notify_all();
+    }
+    return !isCancelled;
+}
+
+void Group::moveToRunningLocked(GroupJob& job)
+{
+    if (job.hook.is_linked() && !job.isRunning) {
+        waiting.erase(waiting.iterator_to(job));
+        running.push_back(job);
+        job.isRunning = true;
+    }
+}
+
+void Group::start(const boost::intrusive_ptr<GroupJob>& job, std::string_view name)
+{
+    bool isListed = false;
+    bool isBeyondLimit = false;
+    {
+        const Lock hold(mutex);
+        isListed = listLocked(*job);
+        isBeyondLimit = limit > 0 && places > limit;
+    }
+    if (!isListed) {
+        job->drop();
+    } else if (!isBeyondLimit) {
+        enqueue(target, job, name);
+    } else if (job->claim()) {
+        runForWaiter(*job);
+    }
+}
+
+void Group::startAll(const std::vector<boost::intrusive_ptr<Job>>& jobs, std::string_view name)
+{
+    {
+        const Lock hold(mutex);
+        places += static_cast<int>(jobs.size());
+        for (const boost::intrusive_ptr<Job>& job : jobs) {
+            listLocked(static_cast<GroupJob&>(*job));
+        }
+    }
+    enqueueAll(target, jobs, name);
+}
+
+bool Group::wait(int milliseconds)
+{
+    const Deadline end(milliseconds);
+    Lock hold(mutex);
+    while (places != 0) {
+        if (!runOneOrWait(hold, end)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool Group::runOneOrWait(Lock& hold, const Deadline& end)
+{
+    if (waiting.empty() || end.isOver()) {
+        return waitForWorkers(hold, changed, end, [this] { target.pool()->wake(); });
+    }
+    const boost::intrusive_ptr<GroupJob> job(&waiting.front());
+    moveToRunningLocked(*job);
+    hold.unlock();
+    if (job->claim()) {
+        runForWaiter(*job);
+    }
+    hold.lock();
+    return true;
+}
+
+void Group::dropWaiting()
+{
+    for (;;) {
+        boost::intrusive_ptr<GroupJob> job;
+        {
+            const Lock hold(mutex);
+            isCancelled = true;
+            if (waiting.empty()) {
+                return;
+            }
+            job = &waiting.front();
+            moveToRunningLocked(*job);
+        }
+        job->drop();
+    }
+}
+
+void Group::cancel()
+{
+    dropWaiting();
+    // None begins from here on. Those that run are asked one by one without the lock, since letting
+    // go of a job may run a client's destructor.
+    Lock hold(mutex);
+    for (std::size_t left = running.size(); left > 0 && !running.empty(); --left) {
+        const boost::intrusive_ptr<GroupJob> job(&running.front());
+        running.splice(running.end(), running, running.begin());
+        hold.unlock();
+        job->requestStop();
+        hold.lock();
+    }
+}
+
+Group::Account Group::close(bool isUnwinding)
+{
+    const NoCancellation off;
+    const Job* const around = Job::current();
+    bool isToEnd = isUnwinding;
+    do {
+        isToEnd = isToEnd || (around != nullptr && around->stopRequested());
+        if (isToEnd) {
+            cancel();
+        }
+    } while (!wait(isToEnd ? -1 : wakeAfterMs));
+    return settle();
+}
+
+Group::Account Group::settle()
+{
+    const Lock hold(mutex);
+    isCancelled = false;
+    return std::exchange(account, Account());
+}
+
+void Group::ended(GroupJob& job, Outcome outcome, std::exception_ptr error)
+{
+    const Lock hold(mutex);
+    if (job.hook.is_linked()) {
+        Jobs& list = job.isRunning ? running : waiting;
+        list.erase(list.iterator_to(job));
+    }
+    if (outcome == Outcome::failed) {
+        ++failed;
+        if (!account.first) {
+            account.first = std::move(error);
+        }
+    } else if (outcome != Outcome::done) {
+        ++cancelled;
+        account.lost = account.lost || !isCancelled;
+    }
+    --places;
+    if (places == 0 || limit > 0) {
+        changed.notify_all();
+    }
+}
+
+int Group::failures() const
+{
+    const Lock hold(mutex);
+    return failed;
+}
+
+int Group::cancellations() const
+{
+    const Lock hold(mutex);
+    return cancelled;
+}
+
+}  // namespace detail
+}  // namespace KT

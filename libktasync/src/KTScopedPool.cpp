@@ -1,0 +1,191 @@
+#include <ktasync/KTScopedPool.h>
+
+#include <algorithm>
+#include <chrono>
+#include <exception>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include <boost/make_shared.hpp>
+
+#include <kterror/KTError.h>
+#include <ktthread/KTThread.h>
+
+#include <ktasync/detail/Start.h>
+
+#include "Cancellation.h"
+#include "Deadline.h"
+#include "PoolContext.h"
+#include "Unseen.h"
+
+namespace KT {
+
+namespace {
+
+/// More than any machine runs; a table of that many workers still fits.
+const int mostThreads = 65536;
+
+const int threadsPerProcessor = 8;
+
+void check(bool isSensible, const char* option, int value, const std::string& range)
+{
+    if (!isSensible) {
+        throw KTError(
+            "KTPoolOptions", option,
+            std::string(option) + " is " + std::to_string(value) + ": it must be " + range,
+            __FILE__, __LINE__);
+    }
+}
+
+const char* textOf(KTPoolOptions::Stuck stuck)
+{
+    switch (stuck) {
+        case KTPoolOptions::Stuck::keepWaiting: return "waiting for them";
+        case KTPoolOptions::Stuck::leave: return "leaving them";
+        default: return "cutting them off";
+    }
+}
+
+/// Has the pool closed when its last task ends, whenever that is.
+void closeLater(const boost::shared_ptr<KTThreadPool>& pool)
+{
+    try {
+        std::thread([pool] {
+            KTThread::setThreadName("KTPool closing");
+            pool->close();
+        }).detach();
+    } catch (const std::system_error&) {
+        // No thread to be had: the pool then stays, unused, until the process ends.
+    }
+}
+
+}  // namespace
+
+KTScopedPool::KTScopedPool(const KTPoolOptions& chosen) : options(chosen)
+{
+    const int processors = availableProcessors();
+    const int automatic = std::min(processors * threadsPerProcessor, mostThreads);
+    const int most = options.maxThreads.value_or(std::max(automatic, options.threads.value_or(1)));
+    const int threads = options.threads.value_or(std::min(processors, most));
+    check(threads >= 1 && threads <= mostThreads, "threads", threads, "1 to 65536");
+    check(most >= threads && most <= mostThreads, "maxThreads", most,
+          std::to_string(threads) + " (threads) to 65536");
+    check(options.monitorPeriod >= 0, "monitorPeriod", options.monitorPeriod, "0 or more");
+    check(options.stopTimeoutMs >= 0, "stopTimeoutMs", options.stopTimeoutMs, "0 or more");
+    start(threads, most);
+}
+
+void KTScopedPool::start(int threads, int most)
+{
+    owned = boost::make_shared<KTThreadPool>(threads, most, options.monitorPeriod, 0, 0);
+    try {
+        context = detail::PoolContext::of(owned);
+        owned->init(threads, most, options.monitorPeriod, 0, 0);
+    } catch (const std::exception&) {
+        owned->close();
+        throw;
+    }
+}
+
+KTScopedPool::~KTScopedPool()
+{
+    close();
+}
+
+KTScopedPool::KTScopedPool(KTScopedPool&& other) noexcept = default;
+
+KTScopedPool& KTScopedPool::operator=(KTScopedPool&& other)
+{
+    if (this != &other) {
+        close();
+        options = other.options;
+        owned = std::move(other.owned);
+        context = std::move(other.context);
+        isClosed = other.isClosed;
+        hasEnded = other.hasEnded;
+    }
+    return *this;
+}
+
+KTThreadPoolStatus KTScopedPool::status() const
+{
+    return KTPoolRef(*this).pool()->status();
+}
+
+bool KTScopedPool::close()
+{
+    if (!owned || std::exchange(isClosed, true)) {
+        return hasEnded;
+    }
+    const detail::NoCancellation off;
+    for (const detail::Job* job = detail::Job::current(); job != nullptr; job = job->around()) {
+        if (job->belongsTo(context.get())) {
+            detail::logWarning("close", "a pool is closed in one of its own tasks: leaving it");
+            closeLater(owned);
+            return false;
+        }
+    }
+    hasEnded = stopWork(finishWork());
+    return hasEnded;
+}
+
+// Returns how many tasks haven't ended in time.
+int KTScopedPool::finishWork()
+{
+    if (options.queued == KTPoolOptions::Queued::drop) {
+        return 0;
+    }
+    try {
+        // The last one in the queue: when it has ended, all that the core queued have begun too.
+        const auto last = detail::Start::make(KTPoolRef(*this), "close", [] {});
+        detail::enqueue(*this, last, "close");
+    } catch (const std::bad_alloc&) {
+        // Then only the tasks of this library are waited for.
+    }
+    const detail::Deadline end(options.finishTimeoutMs);
+    const bool hasFinished = context->waitForNone(end) || owned->status().threads < 1;
+    return hasFinished ? 0 : context->jobsInFlight();
+}
+
+bool KTScopedPool::stopWork(int unfinished)
+{
+    std::string text;
+    if (unfinished > 0) {
+        text = std::to_string(unfinished) + " tasks had not ended after " +
+               std::to_string(options.finishTimeoutMs) +
+               " ms: those not begun dropped, the others asked to stop";
+    }
+    const auto start = std::chrono::steady_clock::now();
+    if (owned->close(false, options.stopTimeoutMs)) {
+        if (!text.empty()) {
+            detail::logWarning("close", text);
+        }
+        return true;
+    }
+    const bool tooLong = std::chrono::steady_clock::now() - start >=
+                         std::chrono::milliseconds(options.stopTimeoutMs);
+    const auto stuck = tooLong ? options.stuck : KTPoolOptions::Stuck::leave;
+    text += text.empty() ? "" : "; ";
+    // A worker can't wait for itself: that alone makes the core say no at once.
+    text += tooLong ? "tasks go on " + std::to_string(options.stopTimeoutMs) +
+                          " ms after they were asked to stop: "
+                    : "closed by a task of its own: ";
+    detail::logWarning("close", text + textOf(stuck));
+    return endStuck(stuck);
+}
+
+bool KTScopedPool::endStuck(KTPoolOptions::Stuck how)
+{
+    if (how == KTPoolOptions::Stuck::keepWaiting) {
+        return owned->close();
+    }
+    if (how == KTPoolOptions::Stuck::force && owned->close(true, options.stopTimeoutMs)) {
+        return true;
+    }
+    closeLater(owned);
+    return false;
+}
+
+}  // namespace KT

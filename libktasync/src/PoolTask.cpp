@@ -1,0 +1,106 @@
+#include "PoolTask.h"
+
+#include <exception>
+#include <utility>
+#include <vector>
+
+#include <boost/make_shared.hpp>
+
+#include <ktthread/KTThreadPool.h>
+
+#include "Cancellation.h"
+#include "CurrentJob.h"
+
+namespace KT {
+namespace detail {
+
+PoolTask::PoolTask(boost::intrusive_ptr<Job> jobToRun, std::string_view name)
+    : job(std::move(jobToRun))
+{
+    taskName = name;
+}
+
+PoolTask::~PoolTask()
+{
+    job->drop(Outcome::lost);
+}
+
+void PoolTask::run()
+{
+    CurrentJob::showsName = true;
+    setExecutionTime();
+    if (job->claim()) {
+        job->run();
+    }
+    setEndTime();
+}
+
+void PoolTask::exitTask()
+{
+    job->requestStop();
+}
+
+void enqueue(const KTPoolRef& pool, const boost::intrusive_ptr<Job>& job, std::string_view name)
+{
+    try {
+        pool.pool()->enqueue(boost::make_shared<PoolTask>(job, name));
+    } catch (const std::exception&) {
+        // It may be in the queue already: what throws may be the growth after that.
+        job->drop();
+        throw;
+    }
+}
+
+void enqueueAll(const KTPoolRef& pool, const std::vector<boost::intrusive_ptr<Job>>& jobs,
+                std::string_view name)
+{
+    try {
+        std::vector<boost::shared_ptr<KTTask>> tasks;
+        tasks.reserve(jobs.size());
+        for (const boost::intrusive_ptr<Job>& job : jobs) {
+            tasks.push_back(boost::make_shared<PoolTask>(job, name));
+        }
+        pool.pool()->enqueue(std::move(tasks));
+    } catch (const std::exception&) {
+        for (const boost::intrusive_ptr<Job>& job : jobs) {
+            job->drop();
+        }
+        throw;
+    }
+}
+
+/// What the calling thread is to enqueue when it is through with the one that it is at.
+struct PoolTask::Backlog {
+    boost::shared_ptr<PoolTask> first;
+    PoolTask* last = nullptr;
+    bool isWorkedOff = false;
+};
+
+void PoolTask::passOn(boost::shared_ptr<PoolTask> task, bool isToDrop)
+{
+    static thread_local Backlog backlog;
+    const NoCancellation off;
+    PoolTask* const added = task.get();
+    added->isToDrop = isToDrop;
+    (backlog.first ? backlog.last->next : backlog.first) = std::move(task);
+    backlog.last = added;
+    if (std::exchange(backlog.isWorkedOff, true)) {
+        return;
+    }
+    while (backlog.first) {
+        boost::shared_ptr<PoolTask> front = std::move(backlog.first);
+        backlog.first = std::move(front->next);
+        try {
+            const boost::shared_ptr<KTThreadPool> pool = front->job->pool();
+            if (pool && !front->isToDrop) {
+                pool->enqueue(std::move(front));
+            }
+        } catch (const std::exception&) {
+            // Queued all the same, or dropped: it ends either way.
+        }
+    }
+    backlog.isWorkedOff = false;
+}
+
+}  // namespace detail
+}  // namespace KT

@@ -1,0 +1,49 @@
+#include "Unseen.h"
+
+#include <exception>
+#include <string>
+
+#include <ro/log.h>
+
+#include "Cancellation.h"
+
+namespace KT {
+namespace detail {
+
+namespace {
+
+const int warning = 4;
+
+std::string describe(const std::exception_ptr& error)
+{
+    try {
+        std::rethrow_exception(error);
+    } catch (const std::exception& known) {
+        return known.what();
+    } catch (...) {
+        // Thrown right above: it can't be the forced unwinding.
+        return "an exception that is no std::exception";
+    }
+}
+
+}  // namespace
+
+void logUnseen(std::string_view task, const std::exception_ptr& error)
+{
+    const NoCancellation off;
+    try {
+        logWarning("exception",
+                   "task '" + std::string(task) +
+                       "' failed, and nobody asked for its result: " + describe(error));
+    } catch (const std::exception&) {
+        // No memory for a record.
+    }
+}
+
+void logWarning(const char* function, std::string_view text)
+{
+    ro::log::log(warning, "ktasync", "", function, 0, std::string(text));
+}
+
+}  // namespace detail
+}  // namespace KT

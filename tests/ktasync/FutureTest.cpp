@@ -1,0 +1,225 @@
+#include <atomic>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "Async.h"
+
+namespace {
+
+TEST(Future, WithoutATaskRefuses)
+{
+    KT::KTFuture<int> future;
+    EXPECT_FALSE(future.valid());
+    EXPECT_THROW(future.get(), KT::KTError);
+    EXPECT_THROW(future.wait(), KT::KTError);
+    EXPECT_THROW(future.waitFor(0), KT::KTError);
+    EXPECT_THROW(static_cast<void>(future.isReady()), KT::KTError);
+    EXPECT_THROW(future.cancel(), KT::KTError);
+    EXPECT_THROW(future.then([](int) {}), KT::KTError);
+}
+
+TEST(Future, GivesItsResultOnce)
+{
+    KT::KTScopedPool pool;
+    KT::KTFuture<int> future = KT::submit(pool, [] { return 1; });
+    EXPECT_TRUE(future.valid());
+    EXPECT_EQ(future.get(), 1);
+    EXPECT_FALSE(future.valid());
+    EXPECT_THROW(future.get(), KT::KTError);
+}
+
+TEST(Future, Moves)
+{
+    KT::KTScopedPool pool;
+    KT::KTFuture<int> first = KT::submit(pool, [] { return 1; });
+    KT::KTFuture<int> second(std::move(first));
+    EXPECT_FALSE(first.valid());  // NOLINT(bugprone-use-after-move,clang-analyzer-*)
+    first = std::move(second);
+    EXPECT_EQ(first.get(), 1);
+}
+
+TEST(Future, WaitsForTheEndAndNotForLonger)
+{
+    HeldPool held;
+    KT::KTFuture<int> future = KT::submit(held.pool, [] { return 1; });
+    EXPECT_FALSE(future.isReady());
+    EXPECT_FALSE(future.waitFor(0));
+    EXPECT_FALSE(future.waitFor(30));
+    held.release();
+    EXPECT_TRUE(future.waitFor(-1));
+    EXPECT_TRUE(future.isReady());
+    EXPECT_TRUE(future.waitFor(0));
+    future.wait();
+    EXPECT_EQ(future.get(), 1);
+}
+
+TEST(Future, LetGoOfLeavesTheTaskAlone)
+{
+    HeldPool held;
+    std::atomic<int> called(0);
+    KT::submit(held.pool, [&called] { ++called; });
+    held.release();
+    EXPECT_TRUE(held.pool.close());
+    EXPECT_EQ(called, 1);
+}
+
+TEST(Future, OutlivesItsPool)
+{
+    std::optional<KT::KTScopedPool> pool(std::in_place);
+    KT::KTFuture<int> done = KT::submit(*pool, [] { return 1; });
+    KT::KTFuture<int> failed = KT::submit(*pool, []() -> int { throw 2; });
+    KT::KTFuture<int> never = KT::submit(*pool, [] { return 3; });
+    done.wait();
+    failed.wait();
+    never.wait();
+    pool.reset();
+    EXPECT_EQ(done.get(), 1);
+    EXPECT_THROW(failed.get(), int);
+    EXPECT_FALSE(never.cancel());
+    auto after = never.then([](int) { return 4; });
+    EXPECT_TRUE(after.isReady());
+    EXPECT_THROW(after.get(), KT::KTCancelled);
+}
+
+TEST(Future, OfATaskThatAShutdownDropsIsReadyAtOnce)
+{
+    HeldPool held;
+    std::vector<KT::KTFuture<void>> futures;
+    for (int i = 0; i < 10; ++i) {
+        futures.push_back(KT::submit(held.pool, [] { ADD_FAILURE(); }));
+    }
+    Threads waiting;
+    std::atomic<int> cancelled(0);
+    for (KT::KTFuture<void>& future : futures) {
+        waiting.start([&future, &cancelled] {
+            cancelled += thrownBy<KT::KTCancelled>([&future] { future.get(); }).has_value();
+        });
+    }
+    held.pool.pool()->shutdown(false);
+    waiting.joinAll();
+    EXPECT_EQ(cancelled, 10);
+}
+
+TEST(FutureCancel, OfATaskNotBegunMeansThatItNeverRuns)
+{
+    HeldPool held;
+    const auto captured = std::make_shared<int>(0);
+    KT::KTFuture<void> future = KT::submit(held.pool, [captured] { ADD_FAILURE(); });
+    EXPECT_TRUE(future.cancel());
+    EXPECT_TRUE(future.isReady());
+    // What it held is free long before the worker comes to it.
+    EXPECT_EQ(captured.use_count(), 1);
+    EXPECT_FALSE(future.cancel());
+    EXPECT_THROW(future.get(), KT::KTCancelled);
+    held.release();
+    EXPECT_EQ(KT::submit(held.pool, [] { return 1; }).get(), 1);
+}
+
+TEST(FutureCancel, OfARunningTaskRaisesItsStopMark)
+{
+    KT::KTScopedPool pool;
+    Gate gate;
+    KT::KTFuture<bool> future = KT::submit(pool, [&gate](const KT::KTStopToken& stop) {
+        gate.pass();
+        return stop.waitFor(-1);
+    });
+    ASSERT_TRUE(gate.untilArrived(1));
+    gate.open();
+    EXPECT_FALSE(future.cancel());
+    EXPECT_TRUE(future.get());
+}
+
+TEST(FutureCancel, OfAnEndedTaskChangesNothing)
+{
+    KT::KTScopedPool pool;
+    KT::KTFuture<int> future = KT::submit(pool, [] { return 1; });
+    future.wait();
+    EXPECT_FALSE(future.cancel());
+    EXPECT_EQ(future.get(), 1);
+}
+
+TEST(FutureCancel, ThrownByTheCallableSaysThatItGaveUp)
+{
+    const LogCapture log("ktasync");
+    KT::KTScopedPool pool;
+    KT::KTFuture<void> future = KT::submit(pool, [](const KT::KTStopToken& stop) {
+        stop.waitFor(-1);
+        stop.throwIfStopRequested();
+    });
+    future.cancel();
+    EXPECT_THROW(future.get(), KT::KTCancelled);
+    KT::submit(pool, [] { throw KT::KTCancelled("gave up"); });
+    EXPECT_TRUE(pool.close());
+    // That isn't a failure that somebody should have seen.
+    EXPECT_TRUE(log.records().empty());
+}
+
+TEST(WaitingInATask, RunsWhatItWaitsForIfNobodyHasBegun)
+{
+    KT::KTScopedPool pool(fixedSize(1));
+    KT::KTFuture<int> outer = KT::submit(pool, [&pool] {
+        KT::KTFuture<int> inner = KT::submit(pool, "inner", [] { return 20; });
+        KT::KTFuture<int> bounded = KT::submit(pool, "bounded", [] { return 1; });
+        EXPECT_TRUE(bounded.waitFor(60000));
+        return inner.get() + bounded.get();
+    });
+    EXPECT_EQ(outer.get(), 21);
+}
+
+TEST(WaitingInATask, ShowsTheNameOfWhatItRuns)
+{
+    KT::KTScopedPool pool(fixedSize(1));
+    const auto names = [] { return threadsNamed("KTTask: ").at(0); };
+    KT::submit(pool, "outer", [&] {
+        KT::KTFuture<std::string> inner = KT::submit(pool, "inner", names);
+        EXPECT_EQ(names(), "KTTask: outer [");
+        EXPECT_EQ(inner.get(), "KTTask: inner [");
+        EXPECT_EQ(names(), "KTTask: outer [");
+    }).get();
+}
+
+TEST(WaitingInATask, ReachesInnerTasksWithAStopRequest)
+{
+    KT::KTScopedPool pool(fixedSize(1));
+    Gate gate;
+    KT::KTFuture<bool> outer = KT::submit(pool, [&] {
+        return KT::submit(pool,
+                          [&gate](const KT::KTStopToken& stop) {
+                              gate.pass();
+                              return stop.waitFor(-1);
+                          })
+            .get();
+    });
+    ASSERT_TRUE(gate.untilArrived(1));
+    gate.open();
+    outer.cancel();
+    EXPECT_TRUE(outer.get());
+}
+
+TEST(WaitingInATask, RunsInnerTasksOfAStoppedTaskAsStopped)
+{
+    KT::KTScopedPool pool(fixedSize(1));
+    KT::KTFuture<bool> outer = KT::submit(pool, [&pool](const KT::KTStopToken& stop) {
+        stop.waitFor(-1);
+        return KT::submit(pool, [](const KT::KTStopToken& inner) { return inner.stopRequested(); })
+            .get();
+    });
+    EXPECT_TRUE(eventually([&] { return pool.status().busyThreads == 1; }));
+    outer.cancel();
+    EXPECT_TRUE(outer.get());
+}
+
+int depthOf(const KT::KTScopedPool& pool, int depth)
+{
+    return depth == 0 ? 0 : 1 + KT::submit(pool, depthOf, std::cref(pool), depth - 1).get();
+}
+
+TEST(WaitingInATask, GoesAsDeepAsItTakes)
+{
+    KT::KTScopedPool pool(fixedSize(1));
+    EXPECT_EQ(KT::submit(pool, depthOf, std::cref(pool), 5000).get(), 5000);
+}
+
+}  // namespace
