@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include <kterror/KTError.h>
 #include <ktthread/KTThreadPool.h>
 
 #include "Cancellation.h"
@@ -33,8 +34,7 @@ Group::Group(const KTPoolRef& pool, int limitOfPlaces) : target(pool), limit(lim
 bool Group::isCallersOwn() const
 {
     for (const Job* job = Job::current(); job != nullptr; job = job->around()) {
-        const GroupJob* const member = dynamic_cast<const GroupJob*>(job);
-        if (member != nullptr && member->group() == this) {
+        if (job->group() == this) {
             return true;
         }
     }
@@ -114,8 +114,13 @@ void Group::startAll(const std::vector<boost::intrusive_ptr<Job>>& jobs, std::st
 bool Group::wait(int milliseconds)
 {
     const Deadline end(milliseconds);
+    bool mayBlock = false;
     Lock hold(mutex);
     while (places != 0) {
+        if (waiting.empty() && !std::exchange(mayBlock, true) && isCallersOwn()) {
+            throw KTError("KTTaskGroup", "wait",
+                          "called in a task of the group, which it waits for", __FILE__, __LINE__);
+        }
         if (!runOneOrWait(hold, end)) {
             return false;
         }
@@ -175,6 +180,10 @@ Group::Account Group::close(bool isUnwinding)
     const NoCancellation off;
     const Job* const around = Job::current();
     bool isToEnd = isUnwinding;
+    if (!isIdle() && isCallersOwn()) {
+        cancel();
+        return Account();
+    }
     do {
         isToEnd = isToEnd || (around != nullptr && around->stopRequested());
         if (isToEnd) {
@@ -211,6 +220,12 @@ void Group::ended(GroupJob& job, Outcome outcome, std::exception_ptr error)
     if (places == 0 || limit > 0) {
         changed.notify_all();
     }
+}
+
+bool Group::isIdle() const
+{
+    const Lock hold(mutex);
+    return places == 0;
 }
 
 int Group::failures() const

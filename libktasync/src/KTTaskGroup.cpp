@@ -11,13 +11,6 @@ namespace KT {
 
 namespace {
 
-void refuseIf(bool nonsense, const char* method, const std::string& why)
-{
-    if (nonsense) {
-        throw KTError("KTTaskGroup", method, why, __FILE__, __LINE__);
-    }
-}
-
 void throwFirst(const detail::Group::Account& account, const detail::Group& group)
 {
     if (account.first) {
@@ -33,8 +26,11 @@ void throwFirst(const detail::Group::Account& account, const detail::Group& grou
 KTTaskGroup::KTTaskGroup(const KTPoolRef& pool, int limit)
     : group(new detail::Group(pool, limit)), exceptionsAround(std::uncaught_exceptions())
 {
-    refuseIf(limit < 0, "KTTaskGroup",
-             "limit is " + std::to_string(limit) + ": it must be 0 or more");
+    if (limit < 0) {
+        throw KTError("KTTaskGroup", "KTTaskGroup",
+                      "limit is " + std::to_string(limit) + ": it must be 0 or more", __FILE__,
+                      __LINE__);
+    }
 }
 
 KTTaskGroup::~KTTaskGroup()
@@ -53,7 +49,6 @@ void KTTaskGroup::wait()
 
 bool KTTaskGroup::waitFor(int milliseconds)
 {
-    refuseIf(group->isCallersOwn(), "wait", "called in a task of the group, which it waits for");
     if (!group->wait(milliseconds)) {
         return false;
     }

@@ -1,10 +1,13 @@
 /// Pools for the tests of libktasync.
 #pragma once
 
+#include <array>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+
+#include <pthread.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -23,13 +26,28 @@ inline KT::KTPoolOptions fixedSize(int threads)
     return options;
 }
 
+/// As `eventually`, waking the pool as whoever waits for a worker must.
+inline bool eventually(const KT::KTScopedPool& pool, const std::function<bool()>& condition)
+{
+    return eventually([&] {
+        pool.pool()->wake();
+        return condition();
+    });
+}
+
+/// Waits until `count` tasks of `pool` have come to `gate`.
+inline bool untilArrived(const KT::KTScopedPool& pool, const Gate& gate, int count = 1)
+{
+    return eventually(pool, [&] { return gate.arrived() >= count; });
+}
+
 /// A pool whose only worker is held up in a task, so that whatever is submitted stays queued.
 class HeldPool {
 public:
     explicit HeldPool(KT::KTPoolOptions options = fixedSize(1)) : pool(options)
     {
         holding = KT::submit(pool, "hold", [this] { gate.pass(); });
-        EXPECT_TRUE(gate.untilArrived(1));
+        EXPECT_TRUE(untilArrived(pool, gate));
     }
     ~HeldPool() { release(); }
 
@@ -45,6 +63,21 @@ public:
     KT::KTScopedPool pool;
     KT::KTFuture<void> holding;
 };
+
+/// The kernel's name of the calling thread.
+inline std::string threadName()
+{
+    std::array<char, 16> name{};
+    pthread_getname_np(pthread_self(), name.data(), name.size());
+    return name.data();
+}
+
+/// How deep tasks are nested where any depth must do. ThreadSanitizer takes milliseconds a level.
+#ifdef __SANITIZE_THREAD__
+const int deepNesting = 300;
+#else
+const int deepNesting = 10000;
+#endif
 
 /// What `call` throws; empty if it throws nothing of that type.
 template <typename Error, typename Call>

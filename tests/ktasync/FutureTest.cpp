@@ -125,7 +125,7 @@ TEST(FutureCancel, OfARunningTaskRaisesItsStopMark)
         gate.pass();
         return stop.waitFor(-1);
     });
-    ASSERT_TRUE(gate.untilArrived(1));
+    ASSERT_TRUE(untilArrived(pool, gate));
     gate.open();
     EXPECT_FALSE(future.cancel());
     EXPECT_TRUE(future.get());
@@ -171,12 +171,11 @@ TEST(WaitingInATask, RunsWhatItWaitsForIfNobodyHasBegun)
 TEST(WaitingInATask, ShowsTheNameOfWhatItRuns)
 {
     KT::KTScopedPool pool(fixedSize(1));
-    const auto names = [] { return threadsNamed("KTTask: ").at(0); };
     KT::submit(pool, "outer", [&] {
-        KT::KTFuture<std::string> inner = KT::submit(pool, "inner", names);
-        EXPECT_EQ(names(), "KTTask: outer [");
+        KT::KTFuture<std::string> inner = KT::submit(pool, "inner", threadName);
+        EXPECT_EQ(threadName(), "KTTask: outer [");
         EXPECT_EQ(inner.get(), "KTTask: inner [");
-        EXPECT_EQ(names(), "KTTask: outer [");
+        EXPECT_EQ(threadName(), "KTTask: outer [");
     }).get();
 }
 
@@ -192,7 +191,7 @@ TEST(WaitingInATask, ReachesInnerTasksWithAStopRequest)
                           })
             .get();
     });
-    ASSERT_TRUE(gate.untilArrived(1));
+    ASSERT_TRUE(untilArrived(pool, gate));
     gate.open();
     outer.cancel();
     EXPECT_TRUE(outer.get());
@@ -206,7 +205,7 @@ TEST(WaitingInATask, RunsInnerTasksOfAStoppedTaskAsStopped)
         return KT::submit(pool, [](const KT::KTStopToken& inner) { return inner.stopRequested(); })
             .get();
     });
-    EXPECT_TRUE(eventually([&] { return pool.status().busyThreads == 1; }));
+    EXPECT_TRUE(eventually(pool, [&] { return pool.status().busyThreads == 1; }));
     outer.cancel();
     EXPECT_TRUE(outer.get());
 }
@@ -219,7 +218,7 @@ int depthOf(const KT::KTScopedPool& pool, int depth)
 TEST(WaitingInATask, GoesAsDeepAsItTakes)
 {
     KT::KTScopedPool pool(fixedSize(1));
-    EXPECT_EQ(KT::submit(pool, depthOf, std::cref(pool), 5000).get(), 5000);
+    EXPECT_EQ(KT::submit(pool, depthOf, std::cref(pool), deepNesting).get(), deepNesting);
 }
 
 }  // namespace

@@ -1,4 +1,3 @@
-#include <array>
 #include <atomic>
 #include <memory>
 #include <string>
@@ -204,13 +203,6 @@ TEST(SubmitErrors, ThatNobodyCanSeeAreLogged)
     EXPECT_EQ(log.records()[1].level, spdlog::level::warn);
 }
 
-std::string threadName()
-{
-    std::array<char, 16> name{};
-    pthread_getname_np(pthread_self(), name.data(), name.size());
-    return name.data();
-}
-
 KT::KTFuture<std::string> loadMap(const KT::KTScopedPool& pool)
 {
     return KT::submit(pool, threadName);
@@ -266,7 +258,7 @@ TEST(StopToken, IsRaisedByAShutdownAndStaysRaised)
         gate.pass();
         return stop.waitFor(-1);
     });
-    ASSERT_TRUE(gate.untilArrived(1));
+    ASSERT_TRUE(untilArrived(pool, gate));
     gate.open();
     pool.pool()->shutdown(false);
     EXPECT_TRUE(stopped.get());

@@ -38,7 +38,8 @@ public:
     explicit KTTaskGroup(const KTPoolRef& pool, int limit = 0);
 
     /// Waits. Cancels first if it is left by an exception, or by a task that was asked to stop. An
-    /// exception that no `wait` has thrown is logged (category "ktasync").
+    /// exception that no `wait` has thrown is logged (category "ktasync"). In one of its own tasks
+    /// it cancels the others, and doesn't wait.
     ~KTTaskGroup();
 
     KTTaskGroup(const KTTaskGroup&) = delete;

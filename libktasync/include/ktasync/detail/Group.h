@@ -29,7 +29,7 @@ public:
     GroupJob(boost::intrusive_ptr<Group> ofGroup, std::string_view name);
     ~GroupJob() override;
 
-    const Group* group() const { return owner.get(); }
+    const Group* group() const override { return owner.get(); }
 
 protected:
     void claimed() override;
@@ -86,7 +86,8 @@ public:
     /// Has jobs of this group run that have no places yet, whatever the limit. Throws as `start`.
     void startAll(const std::vector<boost::intrusive_ptr<Job>>& jobs, std::string_view name);
 
-    /// Runs what nobody has begun and waits for the rest; whether all has ended.
+    /// Runs what nobody has begun and waits for the rest; whether all has ended. Throws KTError in
+    /// a task of the group, which it would wait for.
     bool wait(int milliseconds);
 
     /// Drops what nobody has begun, and what comes until the next `settle`.
@@ -104,12 +105,12 @@ public:
     Account settle();
 
     /// Waits for the end of all, for a destructor: can't be cancelled. Cancels the group if an
-    /// exception is on its way, and when the task around is asked to stop.
+    /// exception is on its way, and when the task around is asked to stop. In a task of the group
+    /// it cancels and doesn't wait.
     Account close(bool isUnwinding);
 
     int failures() const;
     int cancellations() const;
-    bool isCallersOwn() const;
 
 private:
     friend class GroupJob;
@@ -118,6 +119,8 @@ private:
                                                  &GroupJob::hook>>;
     using Lock = std::unique_lock<std::mutex>;
 
+    bool isIdle() const;
+    bool isCallersOwn() const;
     bool listLocked(GroupJob& job);
     void moveToRunningLocked(GroupJob& job);
     bool isFullLocked() const { return limit > 0 && places >= limit; }

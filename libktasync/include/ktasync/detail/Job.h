@@ -24,6 +24,8 @@ class KTStopToken;
 
 namespace detail {
 
+class Group;
+
 enum class Outcome {
     done,
     failed,
@@ -70,6 +72,8 @@ public:
 
     std::string_view name() const { return shortName.view(); }
     boost::shared_ptr<KTThreadPool> pool() const { return target.lock(); }
+    /// The group that it is in; null if in none.
+    virtual const Group* group() const { return nullptr; }
     bool belongsTo(const PoolContext* to) const { return context.get() == to; }
 
     /// The job that the calling thread is in; null if it is in none.

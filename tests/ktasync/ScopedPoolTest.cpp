@@ -1,0 +1,348 @@
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <sched.h>
+#include <spdlog/common.h>
+
+#include <boost/make_shared.hpp>
+
+#include "Async.h"
+#include "Platform.h"
+
+namespace {
+
+using testing::HasSubstr;
+using Queued = KT::KTPoolOptions::Queued;
+using Stuck = KT::KTPoolOptions::Stuck;
+
+TEST(ScopedPool, StartsWithOneWorkerAProcessorAndGrowsToEight)
+{
+    const KT::KTScopedPool pool;
+    EXPECT_EQ(pool.status().threads, KT::availableProcessors());
+    EXPECT_EQ(pool.status().maxThreads, 8 * KT::availableProcessors());
+}
+
+TEST(ScopedPool, SizesNotSetFollowThoseThatAre)
+{
+    KT::KTPoolOptions many;
+    many.threads = 8 * KT::availableProcessors() + 1;
+    EXPECT_EQ(KT::KTScopedPool(many).status().maxThreads, many.threads);
+    KT::KTPoolOptions few;
+    few.maxThreads = 1;
+    EXPECT_EQ(KT::KTScopedPool(few).status().threads, 1);
+}
+
+struct Nonsense {
+    std::string option;
+    void (*set)(KT::KTPoolOptions&);
+};
+
+class ScopedPoolOptions : public testing::TestWithParam<Nonsense> {};
+
+TEST_P(ScopedPoolOptions, NonsenseIsRefusedByName)
+{
+    KT::KTPoolOptions options;
+    GetParam().set(options);
+    const platform::Recorder recorder;
+    const auto error = thrownBy<KT::KTError>([&] { KT::KTScopedPool pool(options); });
+    ASSERT_TRUE(error);
+    EXPECT_THAT(error->toString(), HasSubstr(GetParam().option + " is "));
+    EXPECT_EQ(recorder.count(platform::Call::create), 0U);
+}
+
+using Options = KT::KTPoolOptions;
+INSTANTIATE_TEST_SUITE_P(
+    Each, ScopedPoolOptions,
+    testing::Values(Nonsense{"threads", [](Options& o) { o.threads = 0; }},
+                    Nonsense{"threads", [](Options& o) { o.threads = -3; }},
+                    Nonsense{"threads", [](Options& o) { o.threads = 65537; }},
+                    Nonsense{"maxThreads", [](Options& o) { o.maxThreads = 65537; }},
+                    Nonsense{"maxThreads",
+                             [](Options& o) {
+                                 o.threads = 3;
+                                 o.maxThreads = 2;
+                             }},
+                    Nonsense{"monitorPeriod", [](Options& o) { o.monitorPeriod = -1; }},
+                    Nonsense{"stopTimeoutMs", [](Options& o) { o.stopTimeoutMs = -1; }}));
+
+TEST(ScopedPool, ThrowsAndLeavesNothingIfThreadsCannotBeMade)
+{
+    const LogCapture log("core.thread");
+    const platform::Failure failing(platform::Call::create, EAGAIN, [](int n) { return n == 2; });
+    EXPECT_THROW(KT::KTScopedPool pool(fixedSize(3)), KT::KTError);
+    EXPECT_TRUE(eventually([] { return threadsNamed("KTT").empty(); }));
+}
+
+TEST(ScopedPoolEnd, LetsQueuedWorkFinish)
+{
+    std::atomic<int> ran(0);
+    {
+        KT::KTScopedPool pool(fixedSize(2));
+        for (int i = 0; i < 1000; ++i) {
+            KT::submit(pool, [&ran] { ++ran; });
+        }
+    }
+    EXPECT_EQ(ran, 1000);
+    EXPECT_TRUE(eventually([] { return threadsNamed("KTT").empty(); }));
+}
+
+TEST(ScopedPoolEnd, WaitsForTasksThatTasksSubmit)
+{
+    std::atomic<int> depth(0);
+    std::function<void(KT::KTScopedPool&, int)> more = [&](KT::KTScopedPool& pool, int left) {
+        ++depth;
+        if (left > 0) {
+            KT::submit(pool, more, std::ref(pool), left - 1);
+        }
+    };
+    {
+        KT::KTScopedPool pool(fixedSize(1));
+        KT::submit(pool, more, std::ref(pool), 100).wait();
+    }
+    EXPECT_EQ(depth, 101);
+}
+
+struct CoreTask : KT::KTTask {
+    explicit CoreTask(std::atomic<int>& counter) : ran(counter) {}
+    void run() override { ++ran; }
+    std::atomic<int>& ran;
+};
+
+TEST(ScopedPoolEnd, LetsTheCoresTasksBegin)
+{
+    std::atomic<int> ran(0);
+    {
+        HeldPool held;
+        for (int i = 0; i < 100; ++i) {
+            held.pool.pool()->enqueue(boost::make_shared<CoreTask>(ran));
+        }
+    }
+    EXPECT_EQ(ran, 100);
+}
+
+TEST(ScopedPoolEnd, DropsQueuedWorkIfToldTo)
+{
+    const LogCapture log("ktasync");
+    KT::KTPoolOptions options = fixedSize(1);
+    options.queued = Queued::drop;
+    KT::KTFuture<void> dropped;
+    bool asked = false;
+    {
+        KT::KTScopedPool pool(options);
+        Gate gate;
+        KT::submit(pool, [&](const KT::KTStopToken& stop) {
+            gate.pass();
+            asked = stop.waitFor(-1);
+        });
+        EXPECT_TRUE(untilArrived(pool, gate));
+        gate.open();
+        dropped = KT::submit(pool, [] { ADD_FAILURE(); });
+    }
+    EXPECT_TRUE(asked);
+    EXPECT_THROW(dropped.get(), KT::KTCancelled);
+    EXPECT_TRUE(log.records().empty());
+}
+
+TEST(ScopedPoolEnd, AsksWhatDoesNotFinishInTime)
+{
+    const LogCapture log("ktasync");
+    KT::KTPoolOptions options = fixedSize(1);
+    options.finishTimeoutMs = 20;
+    bool asked = false;
+    KT::KTFuture<void> dropped;
+    {
+        KT::KTScopedPool pool(options);
+        KT::submit(pool, [&](const KT::KTStopToken& stop) { asked = stop.waitFor(-1); });
+        EXPECT_TRUE(eventually(pool, [&] { return pool.status().busyThreads == 1; }));
+        dropped = KT::submit(pool, [] { ADD_FAILURE(); });
+    }
+    EXPECT_TRUE(asked);
+    EXPECT_THROW(dropped.get(), KT::KTCancelled);
+    ASSERT_EQ(log.records().size(), 1U);
+    // The two, and the one that marks the end of the queue.
+    EXPECT_EQ(
+        log.records()[0].text,
+        "3 tasks had not ended after 20 ms: those not begun dropped, the others asked to stop");
+    EXPECT_EQ(log.records()[0].level, spdlog::level::warn);
+}
+
+TEST(ScopedPoolEnd, WaitsOnIfThatIsThePolicy)
+{
+    const LogCapture log("ktasync");
+    KT::KTPoolOptions options = fixedSize(1);
+    options.queued = Queued::drop;
+    options.stopTimeoutMs = 20;
+    options.stuck = Stuck::keepWaiting;
+    Gate gate;
+    KT::KTScopedPool pool(options);
+    KT::submit(pool, [&gate] { gate.pass(); });
+    ASSERT_TRUE(untilArrived(pool, gate));
+    std::thread opener([&] {
+        EXPECT_TRUE(eventually([&log] { return log.records().size() == 1; }));
+        gate.open();
+    });
+    EXPECT_TRUE(pool.close());
+    opener.join();
+    EXPECT_EQ(log.records()[0].text,
+              "tasks go on 20 ms after they were asked to stop: waiting for them");
+}
+
+TEST(ScopedPoolEnd, LeavesStuckTasksIfThatIsThePolicy)
+{
+    const LogCapture log("ktasync");
+    KT::KTPoolOptions options = fixedSize(1);
+    options.queued = Queued::drop;
+    options.stopTimeoutMs = 20;
+    options.stuck = Stuck::leave;
+    Gate gate;
+    boost::weak_ptr<KT::KTThreadPool> left;
+    {
+        KT::KTScopedPool pool(options);
+        left = pool.pool();
+        KT::submit(pool, [&gate] { gate.pass(); });
+        ASSERT_TRUE(untilArrived(pool, gate));
+        EXPECT_FALSE(pool.close());
+    }
+    ASSERT_EQ(log.records().size(), 1U);
+    EXPECT_EQ(log.records()[0].text,
+              "tasks go on 20 ms after they were asked to stop: leaving them");
+    EXPECT_FALSE(left.expired());
+    gate.open();
+    // The pool frees itself.
+    EXPECT_TRUE(eventually([&left] { return left.expired(); }));
+    EXPECT_TRUE(eventually([] { return threadsNamed("KT").empty(); }));
+}
+
+TEST(ScopedPoolEnd, CutsStuckTasksOffIfThatIsThePolicy)
+{
+    const LogCapture log("ktasync");
+    KT::KTPoolOptions options = fixedSize(1);
+    options.finishTimeoutMs = 20;
+    options.stopTimeoutMs = 20;
+    KT::KTFuture<void> cut;
+    {
+        KT::KTScopedPool pool(options);
+        cut = KT::submit(pool, [] { KT::KTStopToken().waitFor(-1); });
+        EXPECT_TRUE(eventually(pool, [&] { return pool.status().busyThreads == 1; }));
+    }
+    EXPECT_TRUE(cut.isReady());
+    EXPECT_THROW(cut.get(), KT::KTCancelled);
+    ASSERT_EQ(log.records().size(), 1U);
+    EXPECT_EQ(log.records()[0].text,
+              "2 tasks had not ended after 20 ms: those not begun dropped, the others asked to "
+              "stop; tasks go on 20 ms after they were asked to stop: cutting them off");
+}
+
+TEST(ScopedPoolEnd, LeavesWhatCannotBeCutOff)
+{
+    const LogCapture log("ktasync");
+    KT::KTPoolOptions options = fixedSize(1);
+    options.queued = Queued::drop;
+    options.stopTimeoutMs = 20;
+    std::atomic<bool> goOn(true);
+    KT::KTFuture<void> busy;
+    {
+        KT::KTScopedPool pool(options);
+        std::atomic<bool> begun(false);
+        busy = KT::submit(pool, [&goOn, &begun] {
+            begun = true;
+            while (goOn) {
+                std::this_thread::yield();
+            }
+        });
+        ASSERT_TRUE(eventually(pool, [&begun] { return begun.load(); }));
+    }
+    goOn = false;
+    busy.wait();
+    EXPECT_TRUE(eventually([] { return threadsNamed("KT").empty(); }));
+}
+
+TEST(ScopedPoolEnd, InOneOfItsOwnTasksLeaves)
+{
+    const LogCapture log("ktasync");
+    auto pool = std::make_shared<std::optional<KT::KTScopedPool>>(std::in_place);
+    const boost::weak_ptr<KT::KTThreadPool> left = (*pool)->pool();
+    KT::KTFuture<bool> closed = KT::submit(**pool, [pool] { return (*pool)->close(); });
+    EXPECT_FALSE(closed.get());
+    pool.reset();
+    EXPECT_TRUE(eventually([&left] { return left.expired(); }));
+    ASSERT_EQ(log.records().size(), 1U);
+    EXPECT_THAT(log.records()[0].text, HasSubstr("closed in one of its own tasks"));
+    EXPECT_TRUE(eventually([] { return threadsNamed("KT").empty(); }));
+}
+
+TEST(ScopedPoolEnd, ComesOnceAndLeavesThePoolReadable)
+{
+    KT::KTScopedPool pool;
+    EXPECT_TRUE(pool.close());
+    EXPECT_TRUE(pool.close());
+    EXPECT_EQ(pool.status().threads, 0);
+}
+
+TEST(ScopedPoolEnd, AfterAShutdownByHandDoesNotWait)
+{
+    const LogCapture log("ktasync");
+    HeldPool held;
+    KT::KTFuture<void> dropped = KT::submit(held.pool, [] { ADD_FAILURE(); });
+    held.pool.pool()->shutdown(false);
+    held.gate.open();
+    EXPECT_TRUE(held.pool.close());
+    EXPECT_THROW(dropped.get(), KT::KTCancelled);
+    EXPECT_TRUE(log.records().empty());
+}
+
+TEST(ScopedPoolMove, HandsThePoolOver)
+{
+    std::atomic<int> ran(0);
+    {
+        KT::KTScopedPool first(fixedSize(1));
+        KT::KTScopedPool second(std::move(first));
+        EXPECT_FALSE(first.pool());  // NOLINT(bugprone-use-after-move,clang-analyzer-*)
+        EXPECT_THROW(KT::submit(first, [] {}), KT::KTError);
+        EXPECT_THROW(static_cast<void>(first.status()), KT::KTError);
+        EXPECT_FALSE(first.close());
+        KT::submit(second, [&ran] { ++ran; });
+        std::vector<KT::KTScopedPool> pools;
+        pools.push_back(std::move(second));
+    }
+    EXPECT_EQ(ran, 1);
+}
+
+TEST(ScopedPoolMove, AssignmentClosesThePoolThatWas)
+{
+    KT::KTScopedPool pool(fixedSize(1));
+    std::atomic<int> ran(0);
+    for (int i = 0; i < 100; ++i) {
+        KT::submit(pool, [&ran] { ++ran; });
+    }
+    const boost::weak_ptr<KT::KTThreadPool> old = pool.pool();
+    pool = KT::KTScopedPool(fixedSize(2));
+    EXPECT_EQ(ran, 100);
+    EXPECT_TRUE(old.expired());
+    EXPECT_EQ(KT::submit(pool, [] { return 1; }).get(), 1);
+}
+
+TEST(AvailableProcessors, AreThoseOfTheAffinityMask)
+{
+    cpu_set_t before;
+    ASSERT_EQ(sched_getaffinity(0, sizeof before, &before), 0);
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    for (std::size_t i = 0; i < CPU_SETSIZE && CPU_COUNT(&one) == 0; ++i) {
+        if (CPU_ISSET(i, &before)) {
+            CPU_SET(i, &one);
+        }
+    }
+    EXPECT_LE(KT::availableProcessors(), CPU_COUNT(&before));
+    ASSERT_EQ(sched_setaffinity(0, sizeof one, &one), 0);
+    EXPECT_EQ(KT::availableProcessors(), 1);
+    EXPECT_EQ(sched_setaffinity(0, sizeof before, &before), 0);
+}
+
+}  // namespace

@@ -1,0 +1,191 @@
+/// What submitting costs in memory, and what happens when it runs out.
+#include <cstdlib>
+#include <functional>
+#include <new>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Async.h"
+
+namespace {
+
+/// The allocations of this thread: made so far, alive, and left until one fails.
+thread_local long made = 0;
+thread_local long untilFailure = -1;
+
+void* allocate(std::size_t size)
+{
+    if (untilFailure >= 0 && untilFailure-- == 0) {
+        throw std::bad_alloc();
+    }
+    ++made;
+    if (void* const memory = std::malloc(size)) {
+        return memory;
+    }
+    throw std::bad_alloc();
+}
+
+/// The allocations that each of many calls of `submitOne` makes; without the blocks of the pool's
+/// queue, each of which serves for many.
+template <typename Submit>
+double allocationsEach(HeldPool& held, const Submit& submitOne)
+{
+    const int calls = 320;
+    const int queueBlocks = calls / 32;
+    const long before = made;
+    for (int i = 0; i < calls; ++i) {
+        submitOne(held.pool);
+    }
+    return static_cast<double>(made - before - queueBlocks) / calls;
+}
+
+TEST(SubmitAllocations, AreTwo)
+{
+    HeldPool held;
+    const auto count = [&held](const auto& submitOne) { return allocationsEach(held, submitOne); };
+    // A block or a growth of the queue's map more or less.
+    const double margin = 0.02;
+    EXPECT_NEAR(count([](auto& pool) { KT::submit(pool, [] {}); }), 2, margin);
+    EXPECT_NEAR(count([](auto& pool) { KT::submit(pool, "named", [] {}); }), 2, margin);
+    EXPECT_NEAR(count([](auto& pool) {
+                    KT::submit(
+                        pool, [](int a, int b) { return a + b; }, 1, 2);
+                }),
+                2, margin);
+    // Longer than a string holds by itself.
+    EXPECT_NEAR(count([](auto& pool) { KT::submit(pool, "a name of twenty-six letters", [] {}); }),
+                3, margin);
+    const auto inALambdaWithAVeryLongFunctionAround = [](auto& pool) { KT::submit(pool, [] {}); };
+    EXPECT_NEAR(count(inALambdaWithAVeryLongFunctionAround), 2, margin);
+}
+
+TEST(SubmitAllocations, OfThenAreTwo)
+{
+    HeldPool held;
+    const long before = made;
+    KT::KTFuture<void> last = KT::submit(held.pool, [] {});
+    for (int i = 0; i < 100; ++i) {
+        last = last.then([] {});
+    }
+    EXPECT_LE(made - before, 2 + 200 + 1);
+}
+
+TEST(SubmitAllocations, OfAGroupsTaskAreTwo)
+{
+    HeldPool held;
+    KT::KTTaskGroup group(held.pool);
+    EXPECT_NEAR(allocationsEach(held, [&group](auto&) { group.run([] {}); }), 2, 0.02);
+    group.wait();
+}
+
+/// Runs `operation` with the n-th allocation failing, for each n until it goes through; each time
+/// it must throw std::bad_alloc. Returns how many failed.
+int failEachAllocation(const std::function<void()>& operation)
+{
+    for (int n = 0;; ++n) {
+        untilFailure = n;
+        try {
+            operation();
+            untilFailure = -1;
+            return n;
+        } catch (const std::bad_alloc&) {
+            untilFailure = -1;
+        }
+    }
+}
+
+TEST(SubmitOutOfMemory, ThrowsAndTheTaskNeverRuns)
+{
+    HeldPool held;
+    int ran = 0;
+    EXPECT_GE(failEachAllocation([&] { KT::submit(held.pool, [&ran] { ++ran; }); }), 2);
+    held.release();
+    EXPECT_TRUE(held.pool.close());
+    EXPECT_EQ(ran, 1);
+}
+
+TEST(SubmitOutOfMemory, BatchThrowsAndNoneEverRuns)
+{
+    HeldPool held;
+    int ran = 0;
+    const std::vector<std::function<void()>> calls(50, [&ran] { ++ran; });
+    EXPECT_GT(failEachAllocation([&] { KT::submitAll(held.pool, calls); }), 100);
+    held.release();
+    EXPECT_TRUE(held.pool.close());
+    EXPECT_EQ(ran, 50);
+}
+
+TEST(SubmitOutOfMemory, ThenThrowsAndLeavesTheFutureAsItWas)
+{
+    HeldPool held;
+    KT::KTFuture<int> front = KT::submit(held.pool, [] { return 1; });
+    KT::KTFuture<int> back;
+    EXPECT_EQ(failEachAllocation([&] { back = front.then([](int n) { return n + 1; }); }), 2);
+    held.release();
+    EXPECT_EQ(back.get(), 2);
+}
+
+TEST(SubmitOutOfMemory, GroupGivesThePlaceBack)
+{
+    HeldPool held;
+    int ran = 0;
+    KT::KTTaskGroup group(held.pool, 1);
+    EXPECT_GE(failEachAllocation([&] { group.run([&ran] { ++ran; }); }), 2);
+    try {
+        group.wait();
+    } catch (const KT::KTCancelled&) {
+        // Those that the memory was too short for.
+    }
+    EXPECT_EQ(ran, 1);
+}
+
+TEST(SubmitOutOfMemory, LoopThrowsOrIsDoneWhole)
+{
+    KT::KTScopedPool pool(fixedSize(2));
+    std::atomic<int> passes(0);
+    EXPECT_GT(failEachAllocation([&] {
+                  passes = 0;
+                  KT::parallelFor(pool, 0, 1000, [&passes](int) { ++passes; });
+              }),
+              2);
+    EXPECT_EQ(passes, 1000);
+}
+
+TEST(SubmitOutOfMemory, PoolThrowsAndLeavesNoThread)
+{
+    EXPECT_GT(failEachAllocation([] { KT::KTScopedPool pool(fixedSize(3)); }), 20);
+    EXPECT_TRUE(eventually([] { return threadsNamed("KT").empty(); }));
+}
+
+}  // namespace
+
+void* operator new(std::size_t size)
+{
+    return allocate(size);
+}
+
+void* operator new[](std::size_t size)
+{
+    return allocate(size);
+}
+
+void operator delete(void* memory) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete[](void* memory) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete[](void* memory, std::size_t) noexcept
+{
+    std::free(memory);
+}

@@ -1,0 +1,416 @@
+#include <atomic>
+#include <memory>
+#include <optional>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <spdlog/common.h>
+
+#include "Async.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+TEST(TaskGroup, WaitsForAllItsTasks)
+{
+    KT::KTScopedPool pool;
+    std::atomic<int> ran(0);
+    KT::KTTaskGroup group(pool);
+    for (int i = 0; i < 1000; ++i) {
+        group.run([&ran] { ++ran; });
+    }
+    group.wait();
+    EXPECT_EQ(ran, 1000);
+    EXPECT_EQ(group.failures(), 0);
+    EXPECT_EQ(group.cancellations(), 0);
+}
+
+TEST(TaskGroup, PassesArgumentsNamesAndStopTokens)
+{
+    KT::KTScopedPool pool(fixedSize(1));
+    KT::KTTaskGroup group(pool);
+    std::string name;
+    int sum = 0;
+    group.run("part", [&name] { name = threadName(); });
+    EXPECT_TRUE(eventually(pool, [&] { return pool.status().queuedTasks == 0; }));
+    group.run([&sum](const KT::KTStopToken& stop, int n) { sum += stop.stopRequested() ? 0 : n; },
+              4);
+    group.run([&sum](std::unique_ptr<int> n) { sum += *n; }, std::make_unique<int>(5));
+    group.wait();
+    EXPECT_EQ(name, "KTTask: part [r");
+    EXPECT_EQ(sum, 9);
+}
+
+TEST(TaskGroup, CanBeUsedAgain)
+{
+    KT::KTScopedPool pool;
+    KT::KTTaskGroup group(pool);
+    group.wait();
+    for (int round = 0; round < 3; ++round) {
+        int ran = 0;
+        group.run([&ran] { ++ran; });
+        group.wait();
+        EXPECT_EQ(ran, 1);
+        group.run([] { throw 1; });
+        EXPECT_THROW(group.wait(), int);
+    }
+    EXPECT_EQ(group.failures(), 3);
+}
+
+TEST(TaskGroup, ThrowsTheFirstExceptionAndCountsTheRest)
+{
+    KT::KTScopedPool pool(fixedSize(1));
+    std::atomic<int> ran(0);
+    KT::KTTaskGroup group(pool);
+    group.run([] { throw std::runtime_error("first"); });
+    EXPECT_TRUE(eventually(pool, [&] { return group.failures() == 1; }));
+    for (int i = 0; i < 5; ++i) {
+        group.run([] { throw 5; });
+        group.run([&ran] { ++ran; });
+    }
+    const auto error = thrownBy<std::runtime_error>([&] { group.wait(); });
+    ASSERT_TRUE(error);
+    EXPECT_STREQ(error->what(), "first");
+    EXPECT_EQ(group.failures(), 6);
+    EXPECT_EQ(ran, 5);
+    EXPECT_NO_THROW(group.wait());
+}
+
+TEST(TaskGroup, WaiterRunsWhatNobodyHasBegun)
+{
+    HeldPool held;
+    std::vector<std::thread::id> threads;
+    KT::KTTaskGroup group(held.pool);
+    for (int i = 0; i < 10; ++i) {
+        group.run([&threads] { threads.push_back(std::this_thread::get_id()); });
+    }
+    group.wait();
+    EXPECT_EQ(threads, std::vector<std::thread::id>(10, std::this_thread::get_id()));
+    EXPECT_EQ(held.pool.status().queuedTasks, 10);
+}
+
+TEST(TaskGroup, KeepsTheNameOfAThreadThatIsNoWorker)
+{
+    HeldPool held;
+    const std::string before = threadName();
+    std::string within;
+    KT::KTTaskGroup group(held.pool);
+    group.run("part", [&within] { within = threadName(); });
+    group.wait();
+    EXPECT_EQ(within, before);
+}
+
+TEST(TaskGroup, WaitForGivesUpInTime)
+{
+    KT::KTScopedPool pool(fixedSize(1));
+    Gate gate;
+    KT::KTTaskGroup group(pool);
+    group.run([&gate] { gate.pass(); });
+    ASSERT_TRUE(untilArrived(pool, gate));
+    EXPECT_FALSE(group.waitFor(0));
+    EXPECT_FALSE(group.waitFor(30));
+    gate.open();
+    EXPECT_TRUE(group.waitFor(-1));
+}
+
+TEST(TaskGroup, RefusesNonsense)
+{
+    KT::KTScopedPool pool;
+    const auto negative = thrownBy<KT::KTError>([&] { KT::KTTaskGroup(pool, -1); });
+    ASSERT_TRUE(negative);
+    EXPECT_THAT(negative->toString(), HasSubstr("limit is -1"));
+
+    KT::KTTaskGroup group(pool);
+    group.run([&group] { group.wait(); });
+    const auto own = thrownBy<KT::KTError>([&] { group.wait(); });
+    ASSERT_TRUE(own);
+    EXPECT_THAT(own->toString(), HasSubstr("called in a task of the group"));
+}
+
+TEST(TaskGroup, TasksMayAddTasks)
+{
+    KT::KTScopedPool pool(fixedSize(1));
+    std::atomic<int> ran(0);
+    KT::KTTaskGroup group(pool);
+    std::function<void(int)> spread = [&](int depth) {
+        ++ran;
+        for (int i = 0; depth > 0 && i < 2; ++i) {
+            group.run(spread, depth - 1);
+        }
+    };
+    group.run(spread, 10);
+    group.wait();
+    EXPECT_EQ(ran, 2047);
+}
+
+TEST(TaskGroupCancel, DropsWhatHasNotBegunAndAsksTheRest)
+{
+    KT::KTScopedPool pool(fixedSize(1));
+    Gate gate;
+    std::atomic<bool> asked(false);
+    KT::KTTaskGroup group(pool);
+    group.run([&](const KT::KTStopToken& stop) {
+        gate.pass();
+        asked = stop.waitFor(-1);
+    });
+    for (int i = 0; i < 10; ++i) {
+        group.run([] { ADD_FAILURE(); });
+    }
+    ASSERT_TRUE(untilArrived(pool, gate));
+    gate.open();
+    group.cancel();
+    group.run([] { ADD_FAILURE(); });
+    EXPECT_NO_THROW(group.wait());
+    EXPECT_TRUE(asked);
+    EXPECT_EQ(group.cancellations(), 11);
+    // As new after the wait.
+    bool ran = false;
+    group.run([&ran] { ran = true; });
+    group.wait();
+    EXPECT_TRUE(ran);
+}
+
+TEST(TaskGroupCancel, ReachesManyRunningTasks)
+{
+    KT::KTScopedPool pool(fixedSize(8));
+    Gate gate;
+    KT::KTTaskGroup group(pool);
+    for (int i = 0; i < 8; ++i) {
+        group.run([&gate](const KT::KTStopToken& stop) {
+            gate.pass();
+            stop.waitFor(-1);
+        });
+    }
+    ASSERT_TRUE(untilArrived(pool, gate, 8));
+    gate.open();
+    group.cancel();
+    group.wait();
+    EXPECT_EQ(group.cancellations(), 0);
+}
+
+TEST(TaskGroupShutdown, DroppedTasksAreRunByWhoWaitsOrLost)
+{
+    HeldPool held;
+    KT::KTTaskGroup group(held.pool);
+    group.run([] { ADD_FAILURE(); });
+    held.pool.pool()->shutdown(false);
+    EXPECT_THROW(group.wait(), KT::KTCancelled);
+    EXPECT_EQ(group.cancellations(), 1);
+    group.run([] { ADD_FAILURE(); });
+    EXPECT_THROW(group.wait(), KT::KTCancelled);
+}
+
+TEST(TaskGroupLimit, RunRunsTasksItselfWhileItWaits)
+{
+    HeldPool held;
+    std::atomic<int> most(0);
+    std::atomic<int> inFlight(0);
+    std::atomic<int> ran(0);
+    KT::KTTaskGroup group(held.pool, 3);
+    for (int i = 0; i < 100; ++i) {
+        ++inFlight;
+        group.run([&] {
+            most = std::max(most.load(), inFlight.load());
+            --inFlight;
+            ++ran;
+        });
+    }
+    group.wait();
+    EXPECT_EQ(ran, 100);
+    EXPECT_LE(most, 4);
+}
+
+TEST(TaskGroupLimit, TryRunSaysNo)
+{
+    HeldPool held;
+    std::atomic<int> ran(0);
+    KT::KTTaskGroup group(held.pool, 2);
+    EXPECT_TRUE(group.tryRun([&ran] { ++ran; }));
+    EXPECT_TRUE(group.tryRun("named", [&ran] { ++ran; }));
+    EXPECT_FALSE(group.tryRun([] { ADD_FAILURE(); }));
+    group.wait();
+    EXPECT_TRUE(group.tryRun([&ran] { ++ran; }));
+    group.wait();
+    EXPECT_EQ(ran, 3);
+}
+
+TEST(TaskGroupLimit, RunBlocksUntilATaskEnds)
+{
+    KT::KTScopedPool pool(fixedSize(1));
+    Gate gate;
+    KT::KTTaskGroup group(pool, 1);
+    group.run([&gate] { gate.pass(); });
+    ASSERT_TRUE(untilArrived(pool, gate));
+    std::atomic<bool> through(false);
+    std::atomic<bool> ran(false);
+    std::thread producer([&] {
+        group.run([&ran] { ran = true; });
+        through = true;
+    });
+    EXPECT_FALSE(group.tryRun([] { ADD_FAILURE(); }));
+    EXPECT_FALSE(through);
+    gate.open();
+    producer.join();
+    group.wait();
+    EXPECT_TRUE(ran);
+}
+
+TEST(TaskGroupLimit, TaskOfAFullGroupRunsItsOwnOnTheSpot)
+{
+    KT::KTScopedPool pool(fixedSize(1));
+    KT::KTTaskGroup group(pool, 1);
+    std::vector<int> order;
+    group.run([&] {
+        group.run([&order] { order.push_back(1); });
+        EXPECT_FALSE(group.tryRun([] { ADD_FAILURE(); }));
+        order.push_back(2);
+    });
+    group.wait();
+    EXPECT_EQ(order, (std::vector<int>{1, 2}));
+}
+
+TEST(TaskGroupLimit, PlaceIsGivenBackWhenTheTaskCannotBeMade)
+{
+    struct Bad {
+        Bad() = default;
+        Bad(const Bad&) { throw std::logic_error("copy"); }
+        void operator()() const {}
+    };
+    KT::KTScopedPool pool;
+    KT::KTTaskGroup group(pool, 1);
+    const Bad bad;
+    EXPECT_THROW(group.run(bad), std::logic_error);
+    EXPECT_THROW(group.tryRun(bad), std::logic_error);
+    group.wait();
+}
+
+TEST(TaskGroupEnd, WaitsForTheTasks)
+{
+    KT::KTScopedPool pool;
+    std::atomic<int> ran(0);
+    {
+        KT::KTTaskGroup group(pool);
+        for (int i = 0; i < 100; ++i) {
+            group.run([&ran] { ++ran; });
+        }
+    }
+    EXPECT_EQ(ran, 100);
+}
+
+TEST(TaskGroupEnd, CancelsWhenAnExceptionLeavesTheScope)
+{
+    HeldPool held;
+    const auto leave = [&held] {
+        KT::KTTaskGroup group(held.pool);
+        group.run([] { ADD_FAILURE(); });
+        throw 1;
+    };
+    EXPECT_THROW(leave(), int);
+}
+
+TEST(TaskGroupEnd, CancelsWhenTheTaskAroundIsAskedToStop)
+{
+    KT::KTScopedPool pool(fixedSize(2));
+    Gate gate;
+    KT::KTFuture<void> outer = KT::submit(pool, [&] {
+        KT::KTTaskGroup group(pool);
+        group.run([&gate](const KT::KTStopToken& stop) {
+            gate.pass();
+            stop.waitFor(-1);
+        });
+        EXPECT_TRUE(untilArrived(pool, gate));
+    });
+    ASSERT_TRUE(untilArrived(pool, gate));
+    gate.open();
+    outer.cancel();
+    outer.get();
+}
+
+TEST(TaskGroupEnd, InOneOfItsOwnTasksDoesNotWait)
+{
+    KT::KTScopedPool pool(fixedSize(1));
+    auto group = std::make_unique<KT::KTTaskGroup>(pool);
+    KT::KTTaskGroup& same = *group;
+    Gate gate;
+    same.run([&] {
+        gate.pass();
+        group.reset();
+    });
+    same.run([] { ADD_FAILURE(); });
+    gate.open();
+    EXPECT_TRUE(pool.close());
+    EXPECT_FALSE(group);
+}
+
+TEST(TaskGroupEnd, LogsAnExceptionThatNobodyLookedAt)
+{
+    const LogCapture log("ktasync");
+    KT::KTScopedPool pool;
+    {
+        KT::KTTaskGroup group(pool);
+        group.run([] { throw std::runtime_error("the reason"); });
+    }
+    ASSERT_EQ(log.records().size(), 1U);
+    EXPECT_THAT(log.records()[0].text, HasSubstr("the reason"));
+    EXPECT_EQ(log.records()[0].level, spdlog::level::warn);
+}
+
+void nest(const KT::KTScopedPool& pool, int depth, std::atomic<int>& ran)
+{
+    ++ran;
+    if (depth > 1) {
+        KT::KTTaskGroup group(pool);
+        group.run(nest, std::cref(pool), depth - 1, std::ref(ran));
+        group.wait();
+    }
+}
+
+TEST(NestedGroups, GoAsDeepAsItTakesWithOneWorker)
+{
+    KT::KTScopedPool pool(fixedSize(1));
+    std::atomic<int> ran(0);
+    KT::submit(pool, [&] { nest(pool, deepNesting, ran); }).get();
+    EXPECT_EQ(ran, deepNesting);
+}
+
+TEST(NestedGroups, GoAsDeepAsItTakesFromAnyThread)
+{
+    KT::KTScopedPool pool;
+    std::atomic<int> ran(0);
+    nest(pool, deepNesting, ran);
+    EXPECT_EQ(ran, deepNesting);
+}
+
+TEST(NestedGroups, OfTenThousandInATreeAllEnd)
+{
+    KT::KTScopedPool pool(fixedSize(3));
+    std::atomic<int> groups(0);
+    std::function<void(int)> tree = [&](int depth) {
+        KT::KTTaskGroup group(pool);
+        ++groups;
+        for (int i = 0; depth > 0 && i < 10; ++i) {
+            group.run(tree, depth - 1);
+        }
+        group.wait();
+    };
+    tree(4);
+    EXPECT_EQ(groups, 11111);
+}
+
+TEST(NestedGroups, ExceptionsComeUpThroughAllLevels)
+{
+    KT::KTScopedPool pool(fixedSize(1));
+    std::function<void(int)> nested = [&](int depth) {
+        if (depth == 0) {
+            throw std::runtime_error("from below");
+        }
+        KT::KTTaskGroup group(pool);
+        group.run(nested, depth - 1);
+        group.wait();
+    };
+    EXPECT_THROW(nested(50), std::runtime_error);
+}
+
+}  // namespace
