@@ -1,36 +1,16 @@
 /// What happens when the memory runs out, at each allocation in turn.
-#include <cstdlib>
 #include <functional>
 #include <new>
 
 #include <gtest/gtest.h>
 
+#include "Allocations.h"
 #include "Pools.h"
 
 namespace {
 
-/// The allocations of this thread: how many are alive, and how many are left until one fails.
-thread_local long alive = 0;
-thread_local long untilFailure = -1;
-
-void* allocate(std::size_t size)
-{
-    if (untilFailure >= 0 && untilFailure-- == 0) {
-        throw std::bad_alloc();
-    }
-    void* const memory = std::malloc(size);
-    if (memory == nullptr) {
-        throw std::bad_alloc();
-    }
-    ++alive;
-    return memory;
-}
-
-void release(void* memory)
-{
-    alive -= memory != nullptr;
-    std::free(memory);
-}
+using allocations::alive;
+using allocations::untilFailure;
 
 /// Runs `operation` with the n-th allocation failing, for each n until it goes through. Each
 /// failure must be a bad_alloc that leaks nothing. Returns how many failed.
@@ -180,33 +160,3 @@ TEST(Allocation, ShutdownThrowsBeforeItHasDoneAnything)
 }
 
 }  // namespace
-
-void* operator new(std::size_t size)
-{
-    return allocate(size);
-}
-
-void* operator new[](std::size_t size)
-{
-    return allocate(size);
-}
-
-void operator delete(void* memory) noexcept
-{
-    release(memory);
-}
-
-void operator delete[](void* memory) noexcept
-{
-    release(memory);
-}
-
-void operator delete(void* memory, std::size_t) noexcept
-{
-    release(memory);
-}
-
-void operator delete[](void* memory, std::size_t) noexcept
-{
-    release(memory);
-}

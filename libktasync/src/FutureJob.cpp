@@ -13,7 +13,7 @@
 #include "Cancellation.h"
 #include "Deadline.h"
 #include "PoolTask.h"
-#include "Unseen.h"
+#include "Warnings.h"
 
 namespace KT {
 namespace detail {

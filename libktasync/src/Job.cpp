@@ -3,8 +3,6 @@
 #include <string>
 #include <utility>
 
-#include <cxxabi.h>
-
 #include <ktthread/KTThread.h>
 #include <ktthread/KTThreadPool.h>
 
@@ -149,14 +147,15 @@ void Job::run()
     try {
         const CancellationAsBefore asBefore(off);
         invoke();
-    } catch (const abi::__forced_unwind&) {
-        throw;
     } catch (const KTCancelled&) {
         outcome = Outcome::cancelled;
         error = std::current_exception();
     } catch (...) {
         outcome = Outcome::failed;
         error = std::current_exception();
+        if (!error) {
+            throw;  // no exception, but the thread that is cancelled: it must go on unwinding
+        }
     }
     turn.end(outcome, std::move(error));
 }

@@ -1,10 +1,9 @@
 #include <ktasync/KTScopedPool.h>
 
 #include <algorithm>
-#include <chrono>
 #include <exception>
+#include <new>
 #include <string>
-#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -12,13 +11,14 @@
 
 #include <kterror/KTError.h>
 #include <ktthread/KTThread.h>
+#include <ro/os.h>
 
 #include <ktasync/detail/Start.h>
 
 #include "Cancellation.h"
 #include "Deadline.h"
 #include "PoolContext.h"
-#include "Unseen.h"
+#include "Warnings.h"
 
 namespace KT {
 
@@ -48,17 +48,45 @@ const char* textOf(KTPoolOptions::Stuck stuck)
     }
 }
 
+/// As KTThreadPool::close, for destructors: waits for memory that has run out, as for the rest.
+bool closeSurely(KTThreadPool& pool, bool force, int timeoutMs)
+{
+    for (;;) {
+        try {
+            return pool.close(force, timeoutMs);
+        } catch (const std::bad_alloc&) {
+            ro::os::msleep(1);
+        }
+    }
+}
+
 /// Has the pool closed when its last task ends, whenever that is.
 void closeLater(const boost::shared_ptr<KTThreadPool>& pool)
 {
     try {
         std::thread([pool] {
             KTThread::setThreadName("KTPool closing");
-            pool->close();
+            closeSurely(*pool, false, -1);
         }).detach();
-    } catch (const std::system_error&) {
+    } catch (const std::exception&) {
         // No thread to be had: the pool then stays, unused, until the process ends.
     }
+}
+
+std::string textOfUnfinished(int unfinished, const KTPoolOptions& options)
+{
+    return unfinished == 0 ? std::string()
+                           : std::to_string(unfinished) + " tasks had not ended after " +
+                                 std::to_string(options.finishTimeoutMs) +
+                                 " ms: those not begun dropped, the others asked to stop";
+}
+
+std::string textOfStuck(bool isOwnTask, KTPoolOptions::Stuck stuck, const KTPoolOptions& options)
+{
+    const std::string who = isOwnTask ? "closed by a task of its own: "
+                                      : "tasks go on " + std::to_string(options.stopTimeoutMs) +
+                                            " ms after they were asked to stop: ";
+    return who + textOf(stuck);
 }
 
 }  // namespace
@@ -84,7 +112,7 @@ void KTScopedPool::start(int threads, int most)
         context = detail::PoolContext::of(owned);
         owned->init(threads, most, options.monitorPeriod, 0, 0);
     } catch (const std::exception&) {
-        owned->close();
+        closeSurely(*owned, false, -1);
         throw;
     }
 }
@@ -122,7 +150,9 @@ bool KTScopedPool::close()
     const detail::NoCancellation off;
     for (const detail::Job* job = detail::Job::current(); job != nullptr; job = job->around()) {
         if (job->belongsTo(context.get())) {
-            detail::logWarning("close", "a pool is closed in one of its own tasks: leaving it");
+            // Still running: what is in its queue is dropped, what runs is asked to stop.
+            detail::logWarning(
+                "close", [&] { return textOfStuck(true, KTPoolOptions::Stuck::leave, options); });
             closeLater(owned);
             return false;
         }
@@ -151,37 +181,29 @@ int KTScopedPool::finishWork()
 
 bool KTScopedPool::stopWork(int unfinished)
 {
-    std::string text;
-    if (unfinished > 0) {
-        text = std::to_string(unfinished) + " tasks had not ended after " +
-               std::to_string(options.finishTimeoutMs) +
-               " ms: those not begun dropped, the others asked to stop";
-    }
-    const auto start = std::chrono::steady_clock::now();
-    if (owned->close(false, options.stopTimeoutMs)) {
-        if (!text.empty()) {
-            detail::logWarning("close", text);
+    const detail::Deadline end(options.stopTimeoutMs);
+    if (closeSurely(*owned, false, options.stopTimeoutMs)) {
+        if (unfinished > 0) {
+            detail::logWarning("close", [&] { return textOfUnfinished(unfinished, options); });
         }
         return true;
     }
-    const bool tooLong = std::chrono::steady_clock::now() - start >=
-                         std::chrono::milliseconds(options.stopTimeoutMs);
-    const auto stuck = tooLong ? options.stuck : KTPoolOptions::Stuck::leave;
-    text += text.empty() ? "" : "; ";
-    // A worker can't wait for itself: that alone makes the core say no at once.
-    text += tooLong ? "tasks go on " + std::to_string(options.stopTimeoutMs) +
-                          " ms after they were asked to stop: "
-                    : "closed by a task of its own: ";
-    detail::logWarning("close", text + textOf(stuck));
-    return endStuck(stuck);
+    // A worker can't wait for itself: that alone makes the core say no before the time is over.
+    const bool isOwnTask = !end.isOver();
+    const KTPoolOptions::Stuck how = isOwnTask ? KTPoolOptions::Stuck::leave : options.stuck;
+    detail::logWarning("close", [&] {
+        const std::string before = textOfUnfinished(unfinished, options);
+        return before + (before.empty() ? "" : "; ") + textOfStuck(isOwnTask, how, options);
+    });
+    return endStuck(how);
 }
 
 bool KTScopedPool::endStuck(KTPoolOptions::Stuck how)
 {
     if (how == KTPoolOptions::Stuck::keepWaiting) {
-        return owned->close();
+        return closeSurely(*owned, false, -1);
     }
-    if (how == KTPoolOptions::Stuck::force && owned->close(true, options.stopTimeoutMs)) {
+    if (how == KTPoolOptions::Stuck::force && closeSurely(*owned, true, options.stopTimeoutMs)) {
         return true;
     }
     closeLater(owned);

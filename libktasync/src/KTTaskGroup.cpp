@@ -5,7 +5,7 @@
 
 #include <kterror/KTError.h>
 
-#include "Unseen.h"
+#include "Warnings.h"
 
 namespace KT {
 

@@ -1,3 +1,7 @@
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+
 #include <pthread.h>
 
 #include <ktasync/detail/Job.h>
@@ -43,7 +47,9 @@ public:
     ~OwnStack()
     {
         if (isStarted) {
-            pthread_cancel(thread);
+            if (!hasEnded) {
+                pthread_cancel(thread);
+            }
             pthread_join(thread, nullptr);
         }
     }
@@ -54,18 +60,32 @@ public:
     /// Blocks until the job has ended; false if there is no thread for it. A cancellation point.
     bool wait()
     {
-        if (!isStarted) {
-            return false;
+        std::unique_lock<std::mutex> hold(mutex);
+        while (isStarted && !hasEnded) {
+            ended.wait(hold);
         }
-        pthread_join(thread, nullptr);
-        isStarted = false;
-        return true;
+        return isStarted;
     }
 
 private:
+    /// Tells of the end, whichever way it comes.
+    struct End {
+        explicit End(OwnStack& ofStack) : stack(ofStack) {}
+        ~End()
+        {
+            const std::lock_guard<std::mutex> hold(stack.mutex);
+            stack.hasEnded = true;
+            stack.ended.notify_one();
+        }
+        End(const End&) = delete;
+        End& operator=(const End&) = delete;
+        OwnStack& stack;
+    };
+
     static void* run(void* self)
     {
-        const OwnStack& stack = *static_cast<OwnStack*>(self);
+        OwnStack& stack = *static_cast<OwnStack*>(self);
+        const End end(stack);
         CurrentJob::innermost = stack.around;
         CurrentJob::showsName = true;
         stack.job.run();
@@ -74,8 +94,11 @@ private:
 
     Job& job;
     Job* const around;
+    std::mutex mutex;
+    std::condition_variable ended;
+    std::atomic<bool> hasEnded{false};
     pthread_t thread = pthread_t();
-    bool isStarted;
+    const bool isStarted;  // last: the thread uses all of the above
 };
 
 }  // namespace

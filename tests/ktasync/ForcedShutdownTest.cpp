@@ -39,6 +39,15 @@ protected:
         EXPECT_EQ(alive, 0);
     }
 
+    /// For tasks: blocks as `hang` does.
+    void untilTwoAreAlive()
+    {
+        while (alive != 2) {
+            pool.pool()->wake();
+            KT::KTStopToken().waitFor(1);
+        }
+    }
+
     std::atomic<int> alive{0};
     KT::KTScopedPool pool{fixedSize(2)};
 };
@@ -86,7 +95,7 @@ TEST_F(ForcedShutdown, UnwindsAWaitForAFuture)
             const Guard innerGuard(alive);
             hang();
         });
-        EXPECT_TRUE(eventually(pool, [this] { return alive == 2; }));
+        untilTwoAreAlive();
         inner.get();
         ADD_FAILURE();
     });
@@ -207,7 +216,7 @@ TEST_F(ForcedShutdown, UnwindsAProducerThatAFullGroupBlocks)
             const Guard innerGuard(alive);
             hang();
         });
-        EXPECT_TRUE(eventually(pool, [this] { return alive == 2; }));
+        untilTwoAreAlive();
         group.run([] { ADD_FAILURE(); });
         ADD_FAILURE();
     });

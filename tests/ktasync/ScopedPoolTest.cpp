@@ -273,7 +273,7 @@ TEST(ScopedPoolEnd, InOneOfItsOwnTasksLeaves)
     pool.reset();
     EXPECT_TRUE(eventually([&left] { return left.expired(); }));
     ASSERT_EQ(log.records().size(), 1U);
-    EXPECT_THAT(log.records()[0].text, HasSubstr("closed in one of its own tasks"));
+    EXPECT_THAT(log.records()[0].text, HasSubstr("closed by a task of its own: leaving them"));
     EXPECT_TRUE(eventually([] { return threadsNamed("KT").empty(); }));
 }
 

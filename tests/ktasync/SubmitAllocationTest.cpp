@@ -1,30 +1,17 @@
 /// What submitting costs in memory, and what happens when it runs out.
-#include <cstdlib>
 #include <functional>
 #include <new>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "Allocations.h"
 #include "Async.h"
 
 namespace {
 
-/// The allocations of this thread: made so far, alive, and left until one fails.
-thread_local long made = 0;
-thread_local long untilFailure = -1;
-
-void* allocate(std::size_t size)
-{
-    if (untilFailure >= 0 && untilFailure-- == 0) {
-        throw std::bad_alloc();
-    }
-    ++made;
-    if (void* const memory = std::malloc(size)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
+using allocations::made;
+using allocations::untilFailure;
 
 /// The allocations that each of many calls of `submitOne` makes; without the blocks of the pool's
 /// queue, each of which serves for many.
@@ -79,18 +66,18 @@ TEST(SubmitAllocations, OfAGroupsTaskAreTwo)
     group.wait();
 }
 
-/// Runs `operation` with the n-th allocation failing, for each n until it goes through; each time
-/// it must throw std::bad_alloc. Returns how many failed.
+/// Runs `operation` with the n-th allocation failing, for each n until there is no n-th one; it may
+/// throw std::bad_alloc only. Returns how many failed.
 int failEachAllocation(const std::function<void()>& operation)
 {
     for (int n = 0;; ++n) {
         untilFailure = n;
         try {
             operation();
-            untilFailure = -1;
-            return n;
         } catch (const std::bad_alloc&) {
-            untilFailure = -1;
+        }
+        if (std::exchange(untilFailure, -1) >= 0) {
+            return n;
         }
     }
 }
@@ -159,33 +146,3 @@ TEST(SubmitOutOfMemory, PoolThrowsAndLeavesNoThread)
 }
 
 }  // namespace
-
-void* operator new(std::size_t size)
-{
-    return allocate(size);
-}
-
-void* operator new[](std::size_t size)
-{
-    return allocate(size);
-}
-
-void operator delete(void* memory) noexcept
-{
-    std::free(memory);
-}
-
-void operator delete[](void* memory) noexcept
-{
-    std::free(memory);
-}
-
-void operator delete(void* memory, std::size_t) noexcept
-{
-    std::free(memory);
-}
-
-void operator delete[](void* memory, std::size_t) noexcept
-{
-    std::free(memory);
-}

@@ -1,4 +1,4 @@
-#include "Unseen.h"
+#include "Warnings.h"
 
 #include <exception>
 #include <string>
@@ -30,19 +30,20 @@ std::string describe(const std::exception_ptr& error)
 
 void logUnseen(std::string_view task, const std::exception_ptr& error)
 {
-    const NoCancellation off;
-    try {
-        logWarning("exception",
-                   "task '" + std::string(task) +
-                       "' failed, and nobody asked for its result: " + describe(error));
-    } catch (const std::exception&) {
-        // No memory for a record.
-    }
+    logWarning("exception", [&] {
+        return "task '" + std::string(task) +
+               "' failed, and nobody asked for its result: " + describe(error);
+    });
 }
 
-void logWarning(const char* function, std::string_view text)
+void logWarning(const char* function, const std::function<std::string()>& makeText)
 {
-    ro::log::log(warning, "ktasync", "", function, 0, std::string(text));
+    const NoCancellation off;
+    try {
+        ro::log::log(warning, "ktasync", "", function, 0, makeText());
+    } catch (const std::exception&) {
+        // No memory.
+    }
 }
 
 }  // namespace detail
