@@ -6,6 +6,7 @@
 
 #include <ktasync/detail/Job.h>
 
+#include "Cancellation.h"
 #include "CurrentJob.h"
 
 namespace KT {
@@ -13,18 +14,20 @@ namespace detail {
 
 namespace {
 
-/// The address in the middle of the calling thread's stack, which grows down.
+/// The address in the middle of what the calling thread has left of its stack, which grows down. Not
+/// of the whole stack: the thread-local objects of all libraries may take a good part of it.
 const char* middleOfStack()
 {
     pthread_attr_t attributes;
     if (pthread_getattr_np(pthread_self(), &attributes) != 0) {
         return nullptr;
     }
-    void* lowest = nullptr;
+    void* start = nullptr;
     std::size_t size = 0;
-    pthread_attr_getstack(&attributes, &lowest, &size);
+    pthread_attr_getstack(&attributes, &start, &size);
     pthread_attr_destroy(&attributes);
-    return static_cast<const char*>(lowest) + size / 2;
+    const char* const lowest = static_cast<const char*>(start);
+    return lowest + (static_cast<const char*>(__builtin_frame_address(0)) - lowest) / 2;
 }
 
 bool isStackHalfFull()
@@ -46,6 +49,7 @@ public:
     /// Unless `wait` has returned, the thread that waited was cancelled, and this one is too.
     ~OwnStack()
     {
+        const NoCancellation off;
         if (isStarted) {
             if (!hasEnded) {
                 pthread_cancel(thread);

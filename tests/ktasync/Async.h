@@ -74,7 +74,7 @@ inline std::string threadName()
 
 /// How deep tasks are nested where any depth must do. ThreadSanitizer takes milliseconds a level.
 #ifdef __SANITIZE_THREAD__
-const int deepNesting = 300;
+const int deepNesting = 2000;
 #else
 const int deepNesting = 10000;
 #endif

@@ -81,6 +81,35 @@ TEST(Race, OfForcedShutdownAgainstEverything)
     }
 }
 
+void nest(const KT::KTScopedPool& pool, int depth)
+{
+    if (depth > 0) {
+        KT::KTTaskGroup group(pool);
+        group.run(nest, std::cref(pool), depth - 1);
+        group.wait();
+    }
+}
+
+TEST(Race, OfForcedShutdownAgainstThreadsMadeForDeepNesting)
+{
+    for (int round = 0; round < rounds / 4; ++round) {
+        KT::KTScopedPool pool(fixedSize(1));
+        std::atomic<int> trips(0);
+        KT::KTFuture<void> future = KT::submit(pool, [&] {
+            for (;;) {
+                nest(pool, 500);
+                ++trips;
+            }
+        });
+        ASSERT_TRUE(eventually(pool, [&trips] { return trips > 0; }));
+        for (int spins = round * 37 % 2000; spins > 0; --spins) {
+            std::this_thread::yield();
+        }
+        ASSERT_TRUE(pool.pool()->close(true, 60000));
+        ASSERT_TRUE(future.isReady());
+    }
+}
+
 TEST(Race, OfWaitersAgainstAShutdownThatNobodyFollowsUp)
 {
     // Not closed: a task that slips into the queue behind the shutdown's back stays there.
