@@ -189,7 +189,7 @@ void Job::report(Outcome outcome) const
     const Clock::time_point now = Clock::now();
     const bool hasRun = startedAt != Clock::time_point();
     const Clock::time_point start = hasRun ? startedAt : now;
-    context->report({name(), outcome, start - queuedAt, now - start});
+    context->report({name(), outcome, start - queuedAt, hasRun, now - start});
 }
 
 void Job::requestStop()

@@ -14,8 +14,8 @@ namespace detail {
 
 namespace {
 
-/// The address in the middle of what the calling thread has left of its stack, which grows down. Not
-/// of the whole stack: the thread-local objects of all libraries may take a good part of it.
+/// The address in the middle of what the calling thread has left of its stack, which grows down.
+/// Not of the whole stack: the thread-local objects of all libraries may take a good part of it.
 const char* middleOfStack()
 {
     pthread_attr_t attributes;

@@ -28,6 +28,7 @@ struct TaskReport {
     std::string_view name;
     Outcome outcome;
     Duration waited;  ///< until it began, or ended without having begun
+    bool hasRun;
     Duration ran;
 };
 

@@ -1,0 +1,62 @@
+/// The figures of a pool for a monitoring system. Part of builds that found prometheus-cpp.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include <ktasync/KTPoolRef.h>
+#include <ktasync/KTScopedPool.h>
+#include <ktasync/export.h>
+
+namespace prometheus {
+class Registry;
+}
+
+namespace KT {
+
+/// Keeps figures of a pool in a prometheus::Registry, from which that library's own server exposes
+/// them:
+///
+///     const auto registry = std::make_shared<prometheus::Registry>();
+///     const KT::KTPoolMetrics metrics(pool, registry, "render");
+///     prometheus::Exposer exposer("127.0.0.1:9100");
+///     exposer.RegisterCollectable(registry);
+///
+/// | metric                              | kind      | of                                         |
+/// |-------------------------------------|-----------|--------------------------------------------|
+/// | ktthread_task_wait_seconds          | histogram | the time between submission and start      |
+/// | ktthread_task_run_seconds           | histogram | the time that the callable ran             |
+/// | ktthread_tasks_total{outcome="..."} | counter   | tasks done, failed, cancelled              |
+/// | ktthread_workers                    | gauge     | KTThreadPoolStatus::threads                |
+/// | ktthread_workers_busy               | gauge     | KTThreadPoolStatus::busyThreads            |
+/// | ktthread_workers_max                | gauge     | KTThreadPoolStatus::maxThreads             |
+/// | ktthread_workers_to_retire          | gauge     | KTThreadPoolStatus::threadsToRemove        |
+/// | ktthread_tasks_queued               | gauge     | KTThreadPoolStatus::queuedTasks            |
+///
+/// All have the label `pool`. The first three tell of tasks of this library that were submitted
+/// since; what a shutdown dropped or cut off counts as cancelled, and only tasks that began have a
+/// run time. A task is counted before its future is ready. The gauges are brought up to date every
+/// `refreshMs` milliseconds, by a thread named "KTMetrics".
+///
+/// Several may share a registry under different names. Constructing and destroying it may happen on
+/// any thread, while the pool works.
+class KTASYNC_EXPORT KTPoolMetrics {
+public:
+    /// Throws KTError without a registry, for a `refreshMs` below 1, and for a name that the
+    /// registry has already; std::bad_alloc; std::system_error if the thread can't be made.
+    KTPoolMetrics(const KTPoolRef& pool, const std::shared_ptr<prometheus::Registry>& registry,
+                  const std::string& name, int refreshMs = 1000);
+
+    /// Takes the pool's figures out of the registry.
+    ~KTPoolMetrics();
+
+    KTPoolMetrics(const KTPoolMetrics&) = delete;
+    KTPoolMetrics& operator=(const KTPoolMetrics&) = delete;
+
+private:
+    class Figures;
+    std::shared_ptr<prometheus::Registry> keptRegistry;
+    std::unique_ptr<Figures> figures;
+};
+
+}  // namespace KT

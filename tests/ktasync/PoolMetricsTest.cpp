@@ -1,0 +1,161 @@
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include <prometheus/exposer.h>
+#include <prometheus/registry.h>
+
+#include "Async.h"
+
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+/// A registry with the server that exposes it.
+class PoolMetrics : public testing::Test {
+protected:
+    PoolMetrics() { exposer.RegisterCollectable(registry); }
+
+    /// What a monitoring system gets.
+    std::string scrape() const
+    {
+        const std::string command = "curl -sS --max-time 20 http://127.0.0.1:" +
+                                    std::to_string(exposer.GetListeningPorts().at(0)) + "/metrics";
+        const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
+        std::string text;
+        for (int c; (c = std::fgetc(pipe.get())) != EOF;) {
+            text += static_cast<char>(c);
+        }
+        return text;
+    }
+
+    bool eventuallyScrapes(const std::string& line) const
+    {
+        return eventually([&] { return scrape().find(line) != std::string::npos; });
+    }
+
+    const std::shared_ptr<prometheus::Registry> registry = std::make_shared<prometheus::Registry>();
+    prometheus::Exposer exposer{"127.0.0.1:0"};
+};
+
+TEST_F(PoolMetrics, CountsTasksByTheirOutcome)
+{
+    KT::KTScopedPool pool;
+    const KT::KTPoolMetrics metrics(pool, registry, "render");
+    KT::submit(pool, [] {}).get();
+    KT::submit(pool, [] {}).get();
+    EXPECT_THROW(KT::submit(pool, [] { throw 1; }).get(), int);
+    EXPECT_THROW(KT::submit(pool, [] { throw KT::KTCancelled("gave up"); }).get(), KT::KTCancelled);
+    KT::KTTaskGroup group(pool);
+    group.run([] {});
+    group.wait();
+    EXPECT_THAT(scrape(),
+                AllOf(HasSubstr("ktthread_tasks_total{outcome=\"done\",pool=\"render\"} 3"),
+                      HasSubstr("ktthread_tasks_total{outcome=\"failed\",pool=\"render\"} 1"),
+                      HasSubstr("ktthread_tasks_total{outcome=\"cancelled\",pool=\"render\"} 1"),
+                      HasSubstr("ktthread_task_wait_seconds_count{pool=\"render\"} 5"),
+                      HasSubstr("ktthread_task_run_seconds_count{pool=\"render\"} 5")));
+}
+
+TEST_F(PoolMetrics, TasksThatNeverBeganHaveNoRunTime)
+{
+    HeldPool held;
+    const KT::KTPoolMetrics metrics(held.pool, registry, "held");
+    KT::KTFuture<void> future = KT::submit(held.pool, [] {});
+    future.cancel();
+    EXPECT_THAT(scrape(),
+                AllOf(HasSubstr("ktthread_tasks_total{outcome=\"cancelled\",pool=\"held\"} 1"),
+                      HasSubstr("ktthread_task_wait_seconds_count{pool=\"held\"} 1"),
+                      HasSubstr("ktthread_task_run_seconds_count{pool=\"held\"} 0")));
+}
+
+TEST_F(PoolMetrics, HistogramsAreInSeconds)
+{
+    HeldPool held;
+    const KT::KTPoolMetrics metrics(held.pool, registry, "held");
+    const auto sleep = [](const KT::KTStopToken& stop) { stop.waitFor(40); };
+    KT::KTFuture<void> first = KT::submit(held.pool, sleep);
+    KT::KTFuture<void> second = KT::submit(held.pool, sleep);
+    held.release();
+    second.get();
+    EXPECT_THAT(
+        scrape(),
+        AllOf(HasSubstr("ktthread_task_run_seconds_bucket{pool=\"held\",le=\"0.03\"} 0"),
+              HasSubstr("ktthread_task_run_seconds_bucket{pool=\"held\",le=\"30\"} 2"),
+              // The second one waited for the first one.
+              Not(HasSubstr("ktthread_task_wait_seconds_bucket{pool=\"held\",le=\"0.03\"} 2"))));
+}
+
+TEST_F(PoolMetrics, GaugesFollowThePool)
+{
+    HeldPool held;
+    const KT::KTPoolMetrics metrics(held.pool, registry, "gauged", 5);
+    KT::KTFuture<void> queued = KT::submit(held.pool, [] {});
+    EXPECT_TRUE(eventuallyScrapes("ktthread_tasks_queued{pool=\"gauged\"} 1"));
+    EXPECT_THAT(scrape(), AllOf(HasSubstr("ktthread_workers{pool=\"gauged\"} 1"),
+                                HasSubstr("ktthread_workers_busy{pool=\"gauged\"} 1"),
+                                HasSubstr("ktthread_workers_max{pool=\"gauged\"} 1"),
+                                HasSubstr("ktthread_workers_to_retire{pool=\"gauged\"} 0")));
+    held.release();
+    queued.get();
+    EXPECT_TRUE(eventuallyScrapes("ktthread_workers_busy{pool=\"gauged\"} 0"));
+    held.pool.close();
+    EXPECT_TRUE(eventuallyScrapes("ktthread_workers{pool=\"gauged\"} 0"));
+}
+
+TEST_F(PoolMetrics, OfAPoolOfTheCoreCountToo)
+{
+    const boost::shared_ptr<KT::KTThreadPool> pool(new KT::KTThreadPool(1, 1, 0, 0, 0));
+    pool->init(1, 1, 0, 0, 0);
+    {
+        const KT::KTPoolMetrics metrics(pool, registry, "core");
+        KT::submit(pool, [] {}).get();
+        EXPECT_THAT(scrape(), HasSubstr("ktthread_tasks_total{outcome=\"done\",pool=\"core\"} 1"));
+    }
+    KT::submit(pool, [] {}).get();
+    EXPECT_THAT(scrape(), Not(HasSubstr("pool=\"core\"")));
+    EXPECT_TRUE(pool->close());
+}
+
+TEST_F(PoolMetrics, OfSeveralPoolsShareARegistry)
+{
+    KT::KTScopedPool first;
+    KT::KTScopedPool second;
+    const KT::KTPoolMetrics ofFirst(first, registry, "first");
+    const KT::KTPoolMetrics ofSecond(second, registry, "second");
+    KT::submit(first, [] {}).get();
+    EXPECT_THAT(scrape(),
+                AllOf(HasSubstr("ktthread_tasks_total{outcome=\"done\",pool=\"first\"} 1"),
+                      HasSubstr("ktthread_tasks_total{outcome=\"done\",pool=\"second\"} 0")));
+    const auto error = thrownBy<KT::KTError>([&] { KT::KTPoolMetrics(second, registry, "first"); });
+    ASSERT_TRUE(error);
+    EXPECT_THAT(error->toString(), HasSubstr("'first' already"));
+    EXPECT_THAT(scrape(), HasSubstr("ktthread_tasks_total{outcome=\"done\",pool=\"first\"} 1"));
+}
+
+TEST_F(PoolMetrics, NonsenseIsRefused)
+{
+    KT::KTScopedPool pool;
+    EXPECT_THROW(KT::KTPoolMetrics(pool, nullptr, "name"), KT::KTError);
+    EXPECT_THROW(KT::KTPoolMetrics(pool, registry, "name", 0), KT::KTError);
+}
+
+TEST_F(PoolMetrics, MayEndWhileThePoolWorks)
+{
+    KT::KTScopedPool pool;
+    std::atomic<bool> goOn(true);
+    std::thread client([&] {
+        while (goOn) {
+            KT::submit(pool, [] {}).get();
+        }
+    });
+    for (int round = 0; round < 200; ++round) {
+        const KT::KTPoolMetrics metrics(pool, registry, "brief");
+    }
+    goOn = false;
+    client.join();
+}
+
+}  // namespace
