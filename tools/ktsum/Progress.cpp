@@ -1,6 +1,7 @@
 #include "Progress.h"
 
 #include <cstdio>
+#include <exception>
 #include <utility>
 
 #include <sys/ioctl.h>
@@ -22,25 +23,22 @@ std::size_t terminalWidth()
 
 }  // namespace
 
-CountTask::CountTask(std::unique_ptr<Source> counted, Totals& sums)
-    : source(std::move(counted)), totals(sums)
-{
-    setTaskName("count");
-}
-
-void CountTask::run()
+void countAll(const KT::KTStopToken& stop, std::unique_ptr<Source> source, Totals& totals)
 {
     Entry entry;
-    while (!stop && source->next(entry)) {
-        struct stat status {};
-        if (entry.improperLine == 0) {
-            ++totals.files;
+    try {
+        while (!stop.stopRequested() && source->next(entry)) {
+            struct stat status {};
+            if (entry.improperLine == 0) {
+                ++totals.files;
+            }
+            if (stat(entry.path.c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
+                totals.bytes += static_cast<std::uint64_t>(status.st_size);
+            }
         }
-        if (stat(entry.path.c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
-            totals.bytes += static_cast<std::uint64_t>(status.st_size);
-        }
+        totals.complete = !stop.stopRequested();
+    } catch (const std::exception&) {
     }
-    totals.complete = !stop;
 }
 
 std::string formatProgress(const ProgressFigures& figures)

@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include <ktthread/ktthread.h>
+#include <ktasync/KTStopToken.h>
 
 #include "Source.h"
 
@@ -18,19 +18,9 @@ struct Totals {
     std::atomic<bool> complete{false};
 };
 
-/// Counts the files of a source, and their sizes.
-class CountTask : public KT::KTTask {
-public:
-    /// `totals` must outlive the task.
-    CountTask(std::unique_ptr<Source> source, Totals& totals);
-    void run() override;
-    void exitTask() override { stop = true; }
-
-private:
-    std::unique_ptr<Source> source;
-    Totals& totals;
-    std::atomic<bool> stop{false};
-};
+/// Counts the files of `source`, and their sizes, until the end or until `stop` is raised. A source
+/// that can't be read on leaves the totals incomplete: who sums its files will say so.
+void countAll(const KT::KTStopToken& stop, std::unique_ptr<Source> source, Totals& totals);
 
 struct ProgressFigures {
     std::uint64_t bytes = 0;

@@ -14,44 +14,44 @@ std::string counted(std::uint64_t count, const char* one, const char* many)
 
 Results::Results(const Options& chosen, const Digest& used) : options(chosen), digest(used) {}
 
-void Results::add(const SumTask& task)
+void Results::add(const Sum& sum)
 {
     if (options.checkFile) {
-        addCheck(task);
+        addCheck(sum);
     } else {
-        addSum(task);
+        addSum(sum);
     }
 }
 
-void Results::addSum(const SumTask& task)
+void Results::addSum(const Sum& sum)
 {
-    if (!task.error().empty()) {
+    if (!sum.error.empty()) {
         ++unreadable;
-        complain(asPrinted(task.entry().path) + ": " + task.error());
+        complain(asPrinted(sum.entry.path) + ": " + sum.error);
         return;
     }
-    const std::string& path = task.entry().path;
-    print((needsEscape(path) ? "\\" : "") + task.digest() + "  " + escaped(path) + '\n');
+    const std::string& path = sum.entry.path;
+    print((needsEscape(path) ? "\\" : "") + sum.digest + "  " + escaped(path) + '\n');
 }
 
-void Results::addCheck(const SumTask& task)
+void Results::addCheck(const Sum& sum)
 {
     ++proper;
     // Where it verifies, sha256sum escapes for the sake of the line only.
-    const std::string& path = task.entry().path;
+    const std::string& path = sum.entry.path;
     const std::string name = path.find('\n') != std::string::npos ? asPrinted(path) : path;
-    if (!task.error().empty()) {
-        if (options.ignoreMissing && task.isMissing()) {
+    if (!sum.error.empty()) {
+        if (options.ignoreMissing && sum.isMissing) {
             return;
         }
         ++unreadable;
-        complain(asPrinted(path) + ": " + task.error());
+        complain(asPrinted(path) + ": " + sum.error);
         if (!options.status) {
             print(name + ": FAILED open or read\n");
         }
         return;
     }
-    const bool matches = task.digest() == task.entry().expected;
+    const bool matches = sum.digest == sum.entry.expected;
     ++(matches ? matched : mismatched);
     if (!options.status && !(matches && options.quiet)) {
         print(name + (matches ? ": OK\n" : ": FAILED\n"));

@@ -6,7 +6,7 @@
 
 #include "Digest.h"
 #include "Options.h"
-#include "SumTask.h"
+#include "Sum.h"
 
 /// Prints the results given to it, in the order given. Throws OutputError where it prints. Belongs
 /// to one thread.
@@ -15,15 +15,15 @@ public:
     /// Both must outlive it.
     Results(const Options& options, const Digest& digest);
 
-    void add(const SumTask& task);
+    void add(const Sum& sum);
     void addImproperLine(std::uint64_t number);
 
     /// Prints what there is to say of a whole list. The program's exit status: 0 or 1.
     int finish();
 
 private:
-    void addSum(const SumTask& task);
-    void addCheck(const SumTask& task);
+    void addSum(const Sum& sum);
+    void addCheck(const Sum& sum);
     int finishCheck();
     std::string listName() const;
 

@@ -1,11 +1,9 @@
 #include "Run.h"
 
-#include <stdexcept>
+#include <functional>
 #include <utility>
 
 #include <unistd.h>
-
-#include <boost/make_shared.hpp>
 
 #include "CheckList.h"
 #include "FileList.h"
@@ -17,14 +15,22 @@ namespace {
 /// Tasks in flight: enough to keep all workers busy while the first one is a large file.
 const std::size_t windowSize = 2048;
 
-/// How often a wait looks for a lost wake-up, for Ctrl-C and for the progress line.
+/// How often a wait looks for Ctrl-C and for the progress line.
 const int pollMs = 100;
 
 /// How long an interrupted run waits for its tasks, before it cuts them off, and after.
 const int stopMs = 1000;
 
-/// The pool grows when tasks come in, never by a count of ended ones.
-const int monitorPeriod = 0;
+KT::KTPoolOptions poolOptions(const Options& options)
+{
+    KT::KTPoolOptions pool;
+    pool.threads = options.threads;
+    pool.maxThreads = options.maxThreads;
+    pool.monitorPeriod = 0;
+    // What is left when a run ends early, nobody wants any more.
+    pool.queued = KT::KTPoolOptions::Queued::drop;
+    return pool;
+}
 
 }  // namespace
 
@@ -34,19 +40,8 @@ Run::Run(const Options& chosen)
       start(std::chrono::steady_clock::now()),
       results(options, digest),
       source(makeSource()),
-      pool(new KT::KTThreadPool(options.threads, options.maxThreads, monitorPeriod, 0, 0))
+      pool(poolOptions(options))
 {
-    try {
-        pool->init(options.threads, options.maxThreads, monitorPeriod, 0, 0);
-    } catch (...) {
-        pool->close();
-        throw;
-    }
-}
-
-Run::~Run()
-{
-    pool->close();
 }
 
 std::unique_ptr<Source> Run::makeSource() const
@@ -75,16 +70,13 @@ int Run::go()
         if (window.empty()) {
             break;
         }
-        if (!printFront()) {
-            // A wake-up may have been lost on the way; whoever waits makes up for it.
-            pool->wake();
-        }
+        printFront();
         if (progress.isDue()) {
             showProgress();
         }
     }
     progress.clear();
-    figures.mostWorkers = pool->status().threads;
+    figures.mostWorkers = pool.status().threads;
     const int status = results.finish();
     if (options.report) {
         report();
@@ -96,7 +88,7 @@ int Run::go()
 void Run::startCounting()
 {
     if (progress.isShown() && options.checkFile != "-") {
-        submit(boost::make_shared<CountTask>(makeSource(), totals));
+        KT::submit(pool, "count", countAll, makeSource(), std::ref(totals));
     }
 }
 
@@ -107,43 +99,38 @@ void Run::fillWindow()
         if (!source->next(entry)) {
             atEnd = true;
         } else if (entry.improperLine != 0) {
-            window.push_back({nullptr, entry.improperLine});
+            window.push_back({KT::KTFuture<Sum>(), entry.improperLine});
         } else {
-            window.push_back({boost::make_shared<SumTask>(std::move(entry), digest, board), 0});
-            submit(window.back().task);
+            const std::string name = nameOf(entry);
+            window.push_back({KT::submit(pool, name, sumOf, std::move(entry), std::cref(digest),
+                                         std::ref(board), std::chrono::steady_clock::now()),
+                              0});
         }
     }
 }
 
-void Run::submit(const boost::shared_ptr<KT::KTTask>& task)
+// Prints the first result of the window, if it is there within a while.
+void Run::printFront()
 {
-    if (!pool->enqueue(task)) {
-        throw std::runtime_error("the pool refuses a task");
+    Pending& front = window.front();
+    if (front.improperLine == 0 && !front.sum.waitFor(pollMs)) {
+        return;
     }
-}
-
-// Prints the first result of the window, once it is there; false if it wasn't within a while.
-bool Run::printFront()
-{
-    const Pending front = window.front();
-    if (front.task && !front.task->isDone() && !front.task->waitFor(pollMs)) {
-        return false;
+    progress.clear();
+    if (front.improperLine != 0) {
+        results.addImproperLine(front.improperLine);
+    } else {
+        const Sum sum = front.sum.get();
+        ++figures.tasks;
+        figures.waiting.add(sum.waitedUs);
+        results.add(sum);
     }
     window.pop_front();
-    progress.clear();
-    if (front.task) {
-        ++figures.tasks;
-        figures.waiting.add(front.task->getIdleTime());
-        results.add(*front.task);
-    } else {
-        results.addImproperLine(front.improperLine);
-    }
-    return true;
 }
 
 void Run::showProgress()
 {
-    const KT::KTThreadPoolStatus status = pool->status();
+    const KT::KTThreadPoolStatus status = pool.status();
     ProgressFigures now;
     now.bytes = board.bytes;
     now.files = board.files;
@@ -170,7 +157,8 @@ void Run::report() const
 // Gently, then by force: a task may hang in a read that never returns.
 int Run::stopEarly(int signal)
 {
-    const bool ended = pool->close(false, stopMs) || pool->close(true, stopMs);
+    const boost::shared_ptr<KT::KTThreadPool>& core = pool.pool();
+    const bool ended = core->close(false, stopMs) || core->close(true, stopMs);
     progress.clear();
     flushOutput();
     complain("interrupted after " + std::to_string(figures.tasks) + " files, " +

@@ -6,7 +6,7 @@
 #include <deque>
 #include <memory>
 
-#include <ktthread/ktthread.h>
+#include <ktasync/ktasync.h>
 
 #include "Digest.h"
 #include "Options.h"
@@ -14,7 +14,7 @@
 #include "Report.h"
 #include "Results.h"
 #include "Source.h"
-#include "SumTask.h"
+#include "Sum.h"
 
 /// One run of the program.
 ///
@@ -26,9 +26,6 @@ public:
     /// can't be opened, KTError if the pool can't start.
     explicit Run(const Options& options);
 
-    /// Asks what still runs to stop, and waits for it.
-    ~Run();
-
     Run(const Run&) = delete;
     Run& operator=(const Run&) = delete;
 
@@ -38,15 +35,14 @@ public:
 private:
     /// A task, or the number of an improper line.
     struct Pending {
-        boost::shared_ptr<SumTask> task;
+        KT::KTFuture<Sum> sum;
         std::uint64_t improperLine;
     };
 
     std::unique_ptr<Source> makeSource() const;
     void startCounting();
     void fillWindow();
-    void submit(const boost::shared_ptr<KT::KTTask>& task);
-    bool printFront();
+    void printFront();
     void showProgress();
     void report() const;
     int stopEarly(int signal);
@@ -63,5 +59,5 @@ private:
     std::unique_ptr<Source> source;
     bool atEnd = false;
     std::deque<Pending> window;
-    boost::shared_ptr<KT::KTThreadPool> pool;
+    KT::KTScopedPool pool;
 };
