@@ -124,7 +124,7 @@ KTScopedPool::~KTScopedPool()
 
 KTScopedPool::KTScopedPool(KTScopedPool&& other) noexcept = default;
 
-KTScopedPool& KTScopedPool::operator=(KTScopedPool&& other)
+KTScopedPool& KTScopedPool::operator=(KTScopedPool&& other) noexcept
 {
     if (this != &other) {
         close();

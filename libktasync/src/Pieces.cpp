@@ -121,6 +121,13 @@ Pieces::Pieces(std::size_t numberOfPasses, std::ptrdiff_t grain) : passes(number
     count = passes / size + (passes % size != 0);
 }
 
+void refuseNegativeBound()
+{
+    throw KTError("ktasync", "parallel loop",
+                  "one bound is negative, and the other one of an unsigned type", __FILE__,
+                  __LINE__);
+}
+
 Piece Pieces::at(std::size_t number) const
 {
     const std::size_t begin = number * size;

@@ -68,7 +68,7 @@ std::shared_ptr<PoolContext> PoolContext::of(const boost::shared_ptr<KTThreadPoo
                                   [](const auto& known) { return known.expired(); }),
                    contexts.end());
     contexts.reserve(contexts.size() + 1);
-    const auto made = std::make_shared<PoolContext>(pool);
+    auto made = std::make_shared<PoolContext>(pool);
     contexts.push_back(made);
     return made;
 }

@@ -178,6 +178,17 @@ TEST(ParallelFor, RefusesANegativeGrain)
     EXPECT_THAT(error->toString(), HasSubstr("grain is -1"));
 }
 
+TEST(ParallelFor, RefusesANegativeBoundBesideAnUnsignedOne)
+{
+    KT::KTScopedPool pool;
+    const auto pass = [](auto) { ADD_FAILURE(); };
+    EXPECT_THROW(KT::parallelFor(pool, -1, 10U, pass), KT::KTError);
+    EXPECT_THROW(KT::parallelReduce(pool, 0UL, -1, 0, [](auto) { return 1; }), KT::KTError);
+    std::atomic<unsigned> sum(0);
+    KT::parallelFor(pool, 0, 10U, [&sum](unsigned i) { sum += i; });
+    EXPECT_EQ(sum, 45U);
+}
+
 TEST(ParallelForEach, CallsForEachElement)
 {
     KT::KTScopedPool pool;

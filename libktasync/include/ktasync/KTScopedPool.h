@@ -48,7 +48,7 @@ public:
 
     KTScopedPool(KTScopedPool&& other) noexcept;
     /// Closes the pool that it has so far.
-    KTScopedPool& operator=(KTScopedPool&& other);
+    KTScopedPool& operator=(KTScopedPool&& other) noexcept;
 
     /// Closes it early; whether all workers have ended. Once closed, or moved from, it does
     /// nothing. What is submitted afterwards is dropped.

@@ -31,7 +31,7 @@ void parallelFor(const KTPoolRef& pool, First first, Last last, Body&& body,
                  std::ptrdiff_t grain = 0)
 {
     using Index = std::common_type_t<First, Last>;
-    const detail::Span<Index> span(first, last);
+    const detail::Span<Index> span(detail::asIndex<Index>(first), detail::asIndex<Index>(last));
     detail::forEachPiece(pool, detail::Pieces(span.size(), grain), [&](detail::Piece piece) {
         const Index end = span.at(piece.end);
         for (Index i = span.at(piece.begin); i != end; ++i) {
@@ -79,7 +79,7 @@ T parallelReduce(const KTPoolRef& pool, First first, Last last, T identity, Map&
                  Combine&& combine = Combine(), std::ptrdiff_t grain = 0)
 {
     using Index = std::common_type_t<First, Last>;
-    const detail::Span<Index> span(first, last);
+    const detail::Span<Index> span(detail::asIndex<Index>(first), detail::asIndex<Index>(last));
     const detail::Pieces pieces(span.size(), grain);
     std::vector<std::optional<T>> results(pieces.number());
     detail::forEachPiece(pool, pieces, [&](detail::Piece piece) {

@@ -31,13 +31,27 @@ private:
     std::size_t count;
 };
 
+/// Throws KTError.
+[[noreturn]] KTASYNC_EXPORT void refuseNegativeBound();
+
+/// A bound of a loop in the type that both bounds have in common.
+template <typename Index, typename Bound>
+Index asIndex(Bound bound)
+{
+    static_assert(std::is_integral_v<Index>, "a loop goes over integers");
+    if constexpr (std::is_signed_v<Bound> && std::is_unsigned_v<Index>) {
+        if (bound < 0) {
+            refuseNegativeBound();
+        }
+    }
+    return static_cast<Index>(bound);
+}
+
 /// The integers from `first` to `last`, by their distance from `first`; empty if `last` is not
 /// greater. The distance may be more than the type itself can say.
 template <typename Index>
 class Span {
 public:
-    static_assert(std::is_integral_v<Index>, "a loop goes over integers");
-
     Span(Index firstIndex, Index lastIndex)
         : first(static_cast<Unsigned>(firstIndex)),
           length(firstIndex < lastIndex ? static_cast<Unsigned>(lastIndex) - first : 0)
