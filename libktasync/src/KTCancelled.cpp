@@ -7,6 +7,4 @@ KTCancelled::KTCancelled(const std::string& task)
 {
 }
 
-KTCancelled::~KTCancelled() = default;
-
 }  // namespace KT

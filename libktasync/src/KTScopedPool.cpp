@@ -111,7 +111,7 @@ void KTScopedPool::start(int threads, int most)
     try {
         context = detail::PoolContext::of(owned);
         owned->init(threads, most, options.monitorPeriod, 0, 0);
-    } catch (const std::exception&) {
+    } catch (...) {
         closeSurely(*owned, false, -1);
         throw;
     }

@@ -1,8 +1,10 @@
 #include "Warnings.h"
 
 #include <exception>
+#include <ostream>
 #include <string>
 
+#include <kterror/KTError.h>
 #include <ro/log.h>
 
 #include "Cancellation.h"
@@ -18,6 +20,9 @@ std::string describe(const std::exception_ptr& error)
 {
     try {
         std::rethrow_exception(error);
+    } catch (const KTError& known) {
+        // A client's own need not be a std::exception.
+        return known.toString();
     } catch (const std::exception& known) {
         return known.what();
     } catch (...) {
@@ -40,7 +45,7 @@ void logWarning(const char* function, const std::function<std::string()>& makeTe
 {
     const NoCancellation off;
     try {
-        ro::log::log(warning, "ktasync", "", function, 0, makeText());
+        ro::log::LogStream(warning, "ktasync", "", function, 0) << makeText() << std::endl;
     } catch (const std::exception&) {
         // No memory.
     }

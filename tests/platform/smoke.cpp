@@ -3,6 +3,7 @@
 #include <boost/make_shared.hpp>
 
 #include <kterror/KTError.h>
+#include <ktasync/ktasync.h>
 #include <ktthread/ktthread.h>
 
 struct Failing : KT::KTTask {
@@ -20,5 +21,13 @@ int main()
     pool->wake();
     task->waitForEndOfTask();
     std::printf("%s", task->toString().c_str());
-    return pool->close() ? 0 : 1;
+    KT::KTScopedPool scoped;
+    const int answer = KT::submit(scoped, [] { return 42; }).get();
+    scoped.close();
+    try {
+        KT::submit(scoped, [] {}).get();
+    } catch (const KT::KTError&) {
+        return pool->close() && answer == 42 ? 0 : 1;
+    }
+    return 1;
 }

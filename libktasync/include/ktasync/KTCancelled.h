@@ -21,9 +21,6 @@ class KTASYNC_EXPORT KTCancelled : public KTError {
 public:
     /// `task` is named in the text.
     explicit KTCancelled(const std::string& task);
-    KTCancelled(const KTCancelled&) = default;
-    KTCancelled& operator=(const KTCancelled&) = default;
-    ~KTCancelled() override;
 };
 
 }  // namespace KT

@@ -30,7 +30,7 @@ template <typename First, typename Last, typename Body>
 void parallelFor(const KTPoolRef& pool, First first, Last last, Body&& body,
                  std::ptrdiff_t grain = 0)
 {
-    using Index = std::common_type_t<First, Last>;
+    using Index = typename detail::IndexOf<First, Last>::type;
     const detail::Span<Index> span(detail::asIndex<Index>(first), detail::asIndex<Index>(last));
     detail::forEachPiece(pool, detail::Pieces(span.size(), grain), [&](detail::Piece piece) {
         const Index end = span.at(piece.end);
@@ -78,7 +78,7 @@ template <typename First, typename Last, typename T, typename Map, typename Comb
 T parallelReduce(const KTPoolRef& pool, First first, Last last, T identity, Map&& map,
                  Combine&& combine = Combine(), std::ptrdiff_t grain = 0)
 {
-    using Index = std::common_type_t<First, Last>;
+    using Index = typename detail::IndexOf<First, Last>::type;
     const detail::Span<Index> span(detail::asIndex<Index>(first), detail::asIndex<Index>(last));
     const detail::Pieces pieces(span.size(), grain);
     std::vector<std::optional<T>> results(pieces.number());

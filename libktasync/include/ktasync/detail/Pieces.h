@@ -34,11 +34,19 @@ private:
 /// Throws KTError.
 [[noreturn]] KTASYNC_EXPORT void refuseNegativeBound();
 
-/// A bound of a loop in the type that both bounds have in common.
+/// The type that the bounds of a loop have in common.
+template <typename First, typename Last>
+struct IndexOf {
+    static constexpr bool possible = std::is_integral_v<First> && std::is_integral_v<Last>;
+    static_assert(possible, "a loop goes over integers");
+    using type = std::common_type_t<std::conditional_t<possible, First, int>,
+                                    std::conditional_t<possible, Last, int>>;
+};
+
+/// A bound of a loop in that type.
 template <typename Index, typename Bound>
 Index asIndex(Bound bound)
 {
-    static_assert(std::is_integral_v<Index>, "a loop goes over integers");
     if constexpr (std::is_signed_v<Bound> && std::is_unsigned_v<Index>) {
         if (bound < 0) {
             refuseNegativeBound();
