@@ -1,6 +1,6 @@
 #include <ktasync/detail/Job.h>
 
-#include <string>
+#include <cstdio>
 #include <utility>
 
 #include <ktthread/KTThread.h>
@@ -24,10 +24,15 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+/// Without an allocation: a job that is claimed must not fail to begin.
 void showName(const Job& job)
 {
     if (CurrentJob::showsName) {
-        KTThread::setThreadName(("KTTask: " + std::string(job.name()) + " [running]").c_str());
+        char name[40];
+        const std::string_view task = job.name();
+        std::snprintf(name, sizeof name, "KTTask: %.*s [running]", static_cast<int>(task.size()),
+                      task.data());
+        KTThread::setThreadName(name);
     }
 }
 

@@ -76,9 +76,9 @@ void closeLater(const boost::shared_ptr<KTThreadPool>& pool)
 std::string textOfUnfinished(int unfinished, const KTPoolOptions& options)
 {
     return unfinished == 0 ? std::string()
-                           : std::to_string(unfinished) + " tasks had not ended after " +
-                                 std::to_string(options.finishTimeoutMs) +
-                                 " ms: those not begun dropped, the others asked to stop";
+                           : "tasks unfinished after " + std::to_string(options.finishTimeoutMs) +
+                                 " ms: " + std::to_string(unfinished) +
+                                 ", those not begun dropped, the others asked to stop";
 }
 
 std::string textOfStuck(bool isOwnTask, KTPoolOptions::Stuck stuck, const KTPoolOptions& options)
@@ -167,16 +167,20 @@ int KTScopedPool::finishWork()
     if (options.queued == KTPoolOptions::Queued::drop) {
         return 0;
     }
+    // The last one in the queue: when it has ended, all that the core queued have begun too.
+    boost::intrusive_ptr<detail::FutureJob> last;
     try {
-        // The last one in the queue: when it has ended, all that the core queued have begun too.
-        const auto last = detail::Start::make(KTPoolRef(*this), "close", [] {});
+        last = detail::Start::make(KTPoolRef(*this), "close", [] {});
         detail::enqueue(*this, last, "close");
     } catch (const std::bad_alloc&) {
         // Then only the tasks of this library are waited for.
     }
-    const detail::Deadline end(options.finishTimeoutMs);
-    const bool hasFinished = context->waitForNone(end) || owned->status().threads < 1;
-    return hasFinished ? 0 : context->jobsInFlight();
+    if (context->waitForNone(detail::Deadline(options.finishTimeoutMs)) ||
+        owned->status().threads < 1) {
+        return 0;
+    }
+    const int itself = last && !last->isReady() ? 1 : 0;
+    return context->jobsInFlight() - itself;
 }
 
 bool KTScopedPool::stopWork(int unfinished)

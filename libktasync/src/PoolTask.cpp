@@ -69,37 +69,50 @@ void enqueueAll(const KTPoolRef& pool, const std::vector<boost::intrusive_ptr<Jo
     }
 }
 
-/// What the calling thread is to enqueue when it is through with the one that it is at.
+/// What the calling thread is to pass on when it is through with the one that it is at.
 struct PoolTask::Backlog {
     boost::shared_ptr<PoolTask> first;
     PoolTask* last = nullptr;
-    bool isWorkedOff = false;
+
+    void add(boost::shared_ptr<PoolTask> task)
+    {
+        PoolTask* const added = task.get();
+        (first ? last->next : first) = std::move(task);
+        last = added;
+    }
+
+    void workOff()
+    {
+        while (first) {
+            boost::shared_ptr<PoolTask> front = std::move(first);
+            first = std::move(front->next);
+            try {
+                const boost::shared_ptr<KTThreadPool> pool = front->job->pool();
+                if (pool && !front->isToDrop) {
+                    pool->enqueue(std::move(front));
+                }
+            } catch (const std::exception&) {
+                // Queued all the same, or dropped: it ends either way.
+            }
+        }
+    }
 };
 
 void PoolTask::passOn(boost::shared_ptr<PoolTask> task, bool isToDrop)
 {
-    static thread_local Backlog backlog;
+    // A mere pointer: there when a static object's pool is closed, after the thread's own objects.
+    static thread_local Backlog* current = nullptr;
     const NoCancellation off;
-    PoolTask* const added = task.get();
-    added->isToDrop = isToDrop;
-    (backlog.first ? backlog.last->next : backlog.first) = std::move(task);
-    backlog.last = added;
-    if (std::exchange(backlog.isWorkedOff, true)) {
+    task->isToDrop = isToDrop;
+    if (current != nullptr) {
+        current->add(std::move(task));
         return;
     }
-    while (backlog.first) {
-        boost::shared_ptr<PoolTask> front = std::move(backlog.first);
-        backlog.first = std::move(front->next);
-        try {
-            const boost::shared_ptr<KTThreadPool> pool = front->job->pool();
-            if (pool && !front->isToDrop) {
-                pool->enqueue(std::move(front));
-            }
-        } catch (const std::exception&) {
-            // Queued all the same, or dropped: it ends either way.
-        }
-    }
-    backlog.isWorkedOff = false;
+    Backlog backlog;
+    current = &backlog;
+    backlog.add(std::move(task));
+    backlog.workOff();
+    current = nullptr;
 }
 
 }  // namespace detail

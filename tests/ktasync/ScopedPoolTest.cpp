@@ -1,5 +1,7 @@
 #include <atomic>
 #include <chrono>
+#include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <optional>
 #include <string>
@@ -165,10 +167,8 @@ TEST(ScopedPoolEnd, AsksWhatDoesNotFinishInTime)
     EXPECT_TRUE(asked);
     EXPECT_THROW(dropped.get(), KT::KTCancelled);
     ASSERT_EQ(log.records().size(), 1U);
-    // The two, and the one that marks the end of the queue.
-    EXPECT_EQ(
-        log.records()[0].text,
-        "3 tasks had not ended after 20 ms: those not begun dropped, the others asked to stop");
+    EXPECT_EQ(log.records()[0].text,
+              "tasks unfinished after 20 ms: 2, those not begun dropped, the others asked to stop");
     EXPECT_EQ(log.records()[0].level, spdlog::level::warn);
 }
 
@@ -235,7 +235,7 @@ TEST(ScopedPoolEnd, CutsStuckTasksOffIfThatIsThePolicy)
     EXPECT_THROW(cut.get(), KT::KTCancelled);
     ASSERT_EQ(log.records().size(), 1U);
     EXPECT_EQ(log.records()[0].text,
-              "2 tasks had not ended after 20 ms: those not begun dropped, the others asked to "
+              "tasks unfinished after 20 ms: 1, those not begun dropped, the others asked to "
               "stop; tasks go on 20 ms after they were asked to stop: cutting them off");
 }
 
@@ -275,6 +275,19 @@ TEST(ScopedPoolEnd, InOneOfItsOwnTasksLeaves)
     ASSERT_EQ(log.records().size(), 1U);
     EXPECT_THAT(log.records()[0].text, HasSubstr("closed by a task of its own: leaving them"));
     EXPECT_TRUE(eventually([] { return threadsNamed("KT").empty(); }));
+}
+
+TEST(ScopedPoolEnd, MayComeWhenTheProcessExits)
+{
+    const auto body = [] {
+        static KT::KTScopedPool pool(fixedSize(1));
+        static KT::KTFuture<void> last;
+        last = KT::submit(pool, [] { KT::KTStopToken().waitFor(5); }).then([] {
+            std::fputs("finished at exit", stderr);
+        });
+        std::exit(0);
+    };
+    EXPECT_EXIT(body(), testing::ExitedWithCode(0), "finished at exit");
 }
 
 TEST(ScopedPoolEnd, ComesOnceAndLeavesThePoolReadable)

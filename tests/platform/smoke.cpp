@@ -2,8 +2,8 @@
 
 #include <boost/make_shared.hpp>
 
-#include <kterror/KTError.h>
 #include <ktasync/ktasync.h>
+#include <kterror/KTError.h>
 #include <ktthread/ktthread.h>
 
 struct Failing : KT::KTTask {

@@ -19,8 +19,8 @@ struct Start;
 [[noreturn]] KTASYNC_EXPORT void refuseEmptyFuture(const char* method);
 }  // namespace detail
 
-/// What `submit` returns. It may be moved, not copied, and outlive its pool. One thread at a time
-/// may use one future, but `cancel` and `isReady`, which any thread may call meanwhile.
+/// What `submit` returns. It may be moved, not copied, and outlive its pool. `wait`, `waitFor`,
+/// `isReady` and `cancel` may be called from several threads at once; the rest belongs to one.
 ///
 ///     KT::KTFuture<int> lines = KT::submit(pool, "count", countLines, path);
 ///     KT::KTFuture<std::string> text = lines.then([](int n) { return std::to_string(n); });
@@ -61,7 +61,7 @@ public:
 
     /// A task not begun never runs, and `get` throws KTCancelled: true. One that runs gets its stop
     /// mark raised; one that has ended is left alone: false. Doesn't wait.
-    bool cancel() { return checked("cancel").cancel(); }
+    bool cancel() const { return checked("cancel").cancel(); }
 
     /// Has `callable` called with the result, moved, as a task of its own, once there is one, and
     /// returns the future of that; this future has no task any more. A failure goes past the
