@@ -23,6 +23,20 @@ void refuseEmptyFuture(const char* method)
     throw KTError("KTFuture", method, "the future has no task", __FILE__, __LINE__);
 }
 
+namespace {
+
+void refuseIfAround(const Job& awaited)
+{
+    for (const Job* job = Job::current(); job != nullptr; job = job->around()) {
+        if (job == &awaited) {
+            throw KTError("KTFuture", "wait", "called in the task that it waits for", __FILE__,
+                          __LINE__);
+        }
+    }
+}
+
+}  // namespace
+
 FutureJob::~FutureJob()
 {
     if (how == Outcome::failed && failure) {
@@ -66,6 +80,7 @@ bool FutureJob::wait(int milliseconds)
                 runForWaiter(*awaited);
                 continue;
             }
+            refuseIfAround(*awaited);
         }
         if (!awaited->waitForEnd(end)) {
             return isReady();

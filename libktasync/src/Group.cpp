@@ -41,7 +41,7 @@ bool Group::isCallersOwn() const
     return false;
 }
 
-bool Group::enter(bool block)
+Group::Entry Group::enter(bool block)
 {
     const bool mayWait = block && limit > 0 && !isCallersOwn();
     Lock hold(mutex);
@@ -49,10 +49,11 @@ bool Group::enter(bool block)
         runOneOrWait(hold, Deadline(-1));
     }
     if (isFullLocked() && !block) {
-        return false;
+        return Entry::refused;
     }
+    const Entry entry = isFullLocked() ? Entry::beyond : Entry::within;
     ++places;
-    return true;
+    return entry;
 }
 
 void Group::leave()
@@ -81,18 +82,16 @@ void Group::moveToRunningLocked(GroupJob& job)
     }
 }
 
-void Group::start(const boost::intrusive_ptr<GroupJob>& job, std::string_view name)
+void Group::start(const boost::intrusive_ptr<GroupJob>& job, std::string_view name, Entry place)
 {
     bool isListed = false;
-    bool isBeyondLimit = false;
     {
         const Lock hold(mutex);
         isListed = listLocked(*job);
-        isBeyondLimit = limit > 0 && places > limit;
     }
     if (!isListed) {
         job->drop();
-    } else if (!isBeyondLimit) {
+    } else if (place == Entry::within) {
         enqueue(target, job, name);
     } else if (job->claim()) {
         runForWaiter(*job);
@@ -207,15 +206,14 @@ void Group::ended(GroupJob& job, Outcome outcome, std::exception_ptr error)
         Jobs& list = job.isRunning ? running : waiting;
         list.erase(list.iterator_to(job));
     }
-    if (outcome == Outcome::failed) {
-        ++failed;
-        if (!account.first) {
-            account.first = std::move(error);
-        }
-    } else if (outcome != Outcome::done) {
-        ++cancelled;
-        account.lost = account.lost || !isCancelled;
+    failed += outcome == Outcome::failed;
+    const bool isCancellation = outcome == Outcome::cancelled || outcome == Outcome::lost;
+    cancelled += isCancellation;
+    // In a cancelled group, that a task gives up is no failure.
+    if (error && !account.first && !(isCancellation && isCancelled)) {
+        account.first = std::move(error);
     }
+    account.lost = account.lost || (isCancellation && !isCancelled);
     --places;
     if (places == 0 || limit > 0) {
         changed.notify_all();

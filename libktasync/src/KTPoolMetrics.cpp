@@ -17,6 +17,7 @@
 #include <ktthread/KTThread.h>
 #include <ktthread/KTThreadPool.h>
 
+#include "Cancellation.h"
 #include "Deadline.h"
 #include "PoolContext.h"
 
@@ -53,6 +54,9 @@ private:
     template <typename... Args>
     Metric& addNew(const prometheus::Labels& labels, const Args&... args)
     {
+        // A family adds a metric that it has already by giving out the same one again.
+        static std::mutex oneAtATime;
+        const std::lock_guard<std::mutex> hold(oneAtATime);
         if (family.Has(labels)) {
             refuse("the registry has a pool of the name '" + labels.at("pool") + "' already");
         }
@@ -103,14 +107,20 @@ public:
           toRetire(gauge(registry, "ktthread_workers_to_retire", "Workers that are to retire"),
                    labels),
           queued(gauge(registry, "ktthread_tasks_queued", "Tasks in the queue"), labels),
-          context(detail::PoolContext::of(pool.pool())),
-          refresher([this, refreshMs] { refreshUntilTheEnd(refreshMs); })
+          context(detail::PoolContext::of(pool.pool()))
     {
         context->add(*this);
+        try {
+            refresher = std::thread([this, refreshMs] { refreshUntilTheEnd(refreshMs); });
+        } catch (...) {
+            context->remove(*this);
+            throw;
+        }
     }
 
     ~Figures() override
     {
+        const detail::NoCancellation off;
         context->remove(*this);
         {
             const std::lock_guard<std::mutex> hold(mutex);
@@ -182,7 +192,7 @@ private:
     std::mutex mutex;
     std::condition_variable ending;
     bool isEnding = false;  ///< under `mutex`
-    std::thread refresher;  ///< last: it uses all of the above
+    std::thread refresher;
 };
 
 KTPoolMetrics::KTPoolMetrics(const KTPoolRef& pool,

@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <atomic>
 #include <exception>
+#include <mutex>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include <kterror/KTError.h>
@@ -30,8 +33,47 @@ public:
     {
     }
 
-    /// Does pieces until there are no more. Left by an exception, or cut off, it leaves none.
+    /// Does pieces until there are no more, or until one of them throws. Cut short, by an exception
+    /// or by force, it leaves none for the others.
     void work()
+    {
+        std::exception_ptr error;
+        try {
+            doPieces();
+        } catch (...) {
+            error = std::current_exception();
+            if (!error) {
+                throw;  // no exception, but the thread that is cancelled
+            }
+        }
+        const std::lock_guard<std::mutex> hold(mutex);
+        if (error && !first) {
+            first = std::move(error);
+        }
+    }
+
+    /// When nobody works any more: throws what a piece threw first, or KTCancelled if one was cut
+    /// off.
+    void finish(std::string_view name)
+    {
+        if (first) {
+            std::rethrow_exception(std::exchange(first, nullptr));
+        }
+        if (done != pieces.number()) {
+            throw KTCancelled(std::string(name));
+        }
+    }
+
+private:
+    struct Stop {
+        explicit Stop(Loop& cut) : loop(cut) {}
+        ~Stop() { loop.next = loop.pieces.number(); }
+        Stop(const Stop&) = delete;
+        Stop& operator=(const Stop&) = delete;
+        Loop& loop;
+    };
+
+    void doPieces()
     {
         const Stop stopIfCutShort(*this);
         for (;;) {
@@ -44,23 +86,13 @@ public:
         }
     }
 
-    /// To be asked when nobody works any more.
-    bool isComplete() const { return done == pieces.number(); }
-
-private:
-    struct Stop {
-        explicit Stop(Loop& cut) : loop(cut) {}
-        ~Stop() { loop.next = loop.pieces.number(); }
-        Stop(const Stop&) = delete;
-        Stop& operator=(const Stop&) = delete;
-        Loop& loop;
-    };
-
     const Pieces& pieces;
     void (*const call)(void*, Piece);
     void* const context;
     std::atomic<std::size_t> next{0};
     std::atomic<std::size_t> done{0};
+    std::mutex mutex;
+    std::exception_ptr first;  ///< under `mutex`
 };
 
 /// The workers that help with a loop; they are through with it when this is destroyed.
@@ -68,8 +100,7 @@ class Helpers {
 public:
     explicit Helpers(const KTPoolRef& pool) : group(new Group(pool, 0)) {}
 
-    /// Left before `finish` is through: the caller's own exception is on its way, or its thread was
-    /// cancelled.
+    /// Left before `finish` is through: the memory ran out, or the thread was cancelled.
     ~Helpers()
     {
         if (!isFinished) {
@@ -91,15 +122,12 @@ public:
         group->startAll(jobs, name);
     }
 
-    /// Waits for those that have begun, and throws what one of them threw.
+    /// Waits for those that have begun.
     void finish()
     {
         group->dropWaiting();
         group->wait(-1);
         isFinished = true;
-        if (const std::exception_ptr first = group->settle().first) {
-            std::rethrow_exception(first);
-        }
     }
 
 private:
@@ -147,9 +175,7 @@ void runPieces(const KTPoolRef& pool, const Pieces& pieces, void (*piece)(void* 
                   loop);
     loop.work();
     helpers.finish();
-    if (!loop.isComplete()) {
-        throw KTCancelled(std::string(pool.defaultName().view()));
-    }
+    loop.finish(pool.defaultName().view());
 }
 
 }  // namespace detail

@@ -40,14 +40,9 @@ bool PoolContext::isOf(const boost::shared_ptr<KTThreadPool>& pool) const
     return !target.owner_before(pool) && !pool.owner_before(target);
 }
 
-std::shared_ptr<PoolContext> PoolContext::find(const boost::shared_ptr<KTThreadPool>& pool)
+std::shared_ptr<PoolContext> PoolContext::findLocked(const boost::shared_ptr<KTThreadPool>& pool)
 {
-    Registry& registry = Registry::instance();
-    if (registry.count == 0) {
-        return nullptr;
-    }
-    const std::lock_guard<std::mutex> hold(registry.mutex);
-    for (const std::weak_ptr<PoolContext>& known : registry.contexts) {
+    for (const std::weak_ptr<PoolContext>& known : Registry::instance().contexts) {
         std::shared_ptr<PoolContext> context = known.lock();
         if (context && context->isOf(pool)) {
             return context;
@@ -56,13 +51,23 @@ std::shared_ptr<PoolContext> PoolContext::find(const boost::shared_ptr<KTThreadP
     return nullptr;
 }
 
+std::shared_ptr<PoolContext> PoolContext::find(const boost::shared_ptr<KTThreadPool>& pool)
+{
+    Registry& registry = Registry::instance();
+    if (registry.count == 0) {
+        return nullptr;
+    }
+    const std::lock_guard<std::mutex> hold(registry.mutex);
+    return findLocked(pool);
+}
+
 std::shared_ptr<PoolContext> PoolContext::of(const boost::shared_ptr<KTThreadPool>& pool)
 {
-    if (std::shared_ptr<PoolContext> known = find(pool)) {
-        return known;
-    }
     Registry& registry = Registry::instance();
     const std::lock_guard<std::mutex> hold(registry.mutex);
+    if (std::shared_ptr<PoolContext> known = findLocked(pool)) {
+        return known;
+    }
     auto& contexts = registry.contexts;
     contexts.erase(std::remove_if(contexts.begin(), contexts.end(),
                                   [](const auto& known) { return known.expired(); }),

@@ -66,6 +66,7 @@ public:
     void remove(TaskObserver& observer);
 
 private:
+    static std::shared_ptr<PoolContext> findLocked(const boost::shared_ptr<KTThreadPool>& pool);
     bool isOf(const boost::shared_ptr<KTThreadPool>& pool) const;
 
     const boost::weak_ptr<KTThreadPool> target;

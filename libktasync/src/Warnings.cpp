@@ -7,8 +7,6 @@
 #include <kterror/KTError.h>
 #include <ro/log.h>
 
-#include "Cancellation.h"
-
 namespace KT {
 namespace detail {
 
@@ -41,14 +39,9 @@ void logUnseen(std::string_view task, const std::exception_ptr& error)
     });
 }
 
-void logWarning(const char* function, const std::function<std::string()>& makeText)
+void writeWarning(const char* function, const std::string& text)
 {
-    const NoCancellation off;
-    try {
-        ro::log::LogStream(warning, "ktasync", "", function, 0) << makeText() << std::endl;
-    } catch (const std::exception&) {
-        // No memory.
-    }
+    ro::log::LogStream(warning, "ktasync", "", function, 0) << text << std::endl;
 }
 
 }  // namespace detail

@@ -2,9 +2,10 @@
 #pragma once
 
 #include <exception>
-#include <functional>
 #include <string>
 #include <string_view>
+
+#include "Cancellation.h"
 
 namespace KT {
 namespace detail {
@@ -12,9 +13,21 @@ namespace detail {
 /// Logs that `task` threw `error`. Throws nothing.
 void logUnseen(std::string_view task, const std::exception_ptr& error);
 
-/// A warning of this library, whose text `makeText` makes. Throws nothing: without memory for it
-/// there is no record.
-void logWarning(const char* function, const std::function<std::string()>& makeText);
+/// Writes a warning of this library. Throws std::bad_alloc.
+void writeWarning(const char* function, const std::string& text);
+
+/// The same with the text that `makeText` makes, and throws nothing: without memory there is no
+/// record.
+template <typename MakeText>
+void logWarning(const char* function, const MakeText& makeText)
+{
+    const NoCancellation off;
+    try {
+        writeWarning(function, makeText());
+    } catch (const std::exception&) {
+        // The memory ran out.
+    }
+}
 
 }  // namespace detail
 }  // namespace KT

@@ -168,6 +168,24 @@ TEST(WaitingInATask, RunsWhatItWaitsForIfNobodyHasBegun)
     EXPECT_EQ(outer.get(), 21);
 }
 
+TEST(WaitingInATask, ForItselfIsRefused)
+{
+    KT::KTScopedPool pool(fixedSize(1));
+    KT::KTFuture<void> itself;
+    KT::KTFuture<void> behind;
+    Gate gate;
+    KT::KTFuture<void> outer = KT::submit(pool, [&] {
+        gate.pass();
+        EXPECT_THROW(itself.wait(), KT::KTError);
+    });
+    KT::KTFuture<void> front = KT::submit(pool, [&] { EXPECT_THROW(behind.wait(), KT::KTError); });
+    behind = front.then([] {});
+    itself = std::move(outer);
+    gate.open();
+    behind.get();
+    itself.get();
+}
+
 TEST(WaitingInATask, ShowsTheNameOfWhatItRuns)
 {
     KT::KTScopedPool pool(fixedSize(1));

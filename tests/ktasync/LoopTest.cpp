@@ -136,6 +136,29 @@ TEST(ParallelFor, StopsEarlyWhenAPassThrows)
     EXPECT_TRUE(log.records().empty());
 }
 
+TEST(ParallelFor, ThrowsWhatWasThrownFirst)
+{
+    KT::KTScopedPool pool(fixedSize(1));
+    const std::thread::id caller = std::this_thread::get_id();
+    std::atomic<bool> hasThrown(false);
+    const auto loop = [&] {
+        KT::parallelFor(
+            pool, 0, 2,
+            [&](int) {
+                if (std::this_thread::get_id() != caller) {
+                    hasThrown = true;
+                    throw std::runtime_error("helper");
+                }
+                EXPECT_TRUE(eventually(pool, [&hasThrown] { return hasThrown.load(); }));
+                // The helper has left the piece, and is about to keep what it threw.
+                EXPECT_TRUE(eventually([&pool] { return pool.status().busyThreads == 0; }));
+                throw std::logic_error("caller");
+            },
+            1);
+    };
+    EXPECT_THROW(loop(), std::runtime_error);
+}
+
 TEST(ParallelFor, DoesNoMorePassesOnceOneHasThrown)
 {
     KT::KTScopedPool pool;

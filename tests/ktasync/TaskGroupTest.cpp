@@ -78,6 +78,18 @@ TEST(TaskGroup, ThrowsTheFirstExceptionAndCountsTheRest)
     EXPECT_NO_THROW(group.wait());
 }
 
+TEST(TaskGroup, ThrowsWhatATaskThatGaveUpThrew)
+{
+    KT::KTScopedPool pool;
+    KT::KTTaskGroup group(pool);
+    group.run([] { throw KT::KTCancelled("of my own accord"); });
+    const auto error = thrownBy<KT::KTCancelled>([&] { group.wait(); });
+    ASSERT_TRUE(error);
+    EXPECT_THAT(error->toString(), HasSubstr("of my own accord"));
+    EXPECT_EQ(group.failures(), 0);
+    EXPECT_EQ(group.cancellations(), 1);
+}
+
 TEST(TaskGroup, WaiterRunsWhatNobodyHasBegun)
 {
     HeldPool held;

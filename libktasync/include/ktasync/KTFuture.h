@@ -49,7 +49,7 @@ public:
         return std::exchange(job, nullptr)->take();
     }
 
-    /// Blocks until the task has ended. A cancellation point.
+    /// Blocks until the task has ended. Throws KTError in that task itself. A cancellation point.
     void wait() const { checked("wait").wait(-1); }
 
     /// As `wait`, for at most `milliseconds` (no limit if negative); whether the task has ended. In
@@ -65,9 +65,9 @@ public:
 
     /// Has `callable` called with the result, moved, as a task of its own, once there is one, and
     /// returns the future of that; this future has no task any more. A failure goes past the
-    /// callable into the future returned; a callable that takes the ready KTFuture itself sees it.
-    /// Cancelling the future returned doesn't cancel the task in front. Throws std::bad_alloc, and
-    /// changes nothing then.
+    /// callable into the future returned; a callable that takes the ready KTFuture itself, and
+    /// can't be called with the result, sees it. Cancelling the future returned doesn't cancel the
+    /// task in front. Throws std::bad_alloc, and changes nothing then.
     template <typename F>
     auto then(F&& callable);
 

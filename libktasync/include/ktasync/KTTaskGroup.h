@@ -120,8 +120,7 @@ void KTTaskGroup::start(detail::Place& place, std::string_view name, F&& callabl
     if constexpr (Call::Call::possible) {
         const boost::intrusive_ptr<detail::GroupJob> job(new detail::GroupCall<Call>(
             group, name, std::forward<F>(callable), std::forward<Args>(args)...));
-        place.passOn();
-        group->start(job, name);
+        group->start(job, name, place.passOn());
     }
 }
 

@@ -19,9 +19,9 @@ namespace KT {
 ///     KT::KTFuture<int> lines = KT::submit(pool, "count", countLines, path);
 ///
 /// The task owns copies of callable and arguments, moved in where they can be, and moves from them
-/// in the call; std::ref passes a reference. They are destroyed before the future is ready. While
-/// the call goes on, the worker's thread is named "KTTask: NAME [running]", of which the kernel
-/// shows 15 characters: seven of NAME.
+/// in the call; std::ref passes a reference, and an array becomes a pointer. They are destroyed
+/// before the future is ready. While the call goes on, the worker's thread is named "KTTask: NAME
+/// [running]", of which the kernel shows 15 characters: seven of NAME.
 ///
 /// Whatever the callable throws goes into the future. A callable that takes a `const KTStopToken&`
 /// first, and can't be called without, is given the task's stop token. If the pool doesn't run, the

@@ -88,9 +88,10 @@ protected:
     }
 
 private:
-    using Stored = std::conditional_t<
-        std::is_void_v<R>, std::monostate,
-        std::conditional_t<std::is_reference_v<R>, std::remove_reference_t<R>*, R>>;
+    using Stored =
+        std::conditional_t< std::is_void_v<R>, std::monostate,
+                            std::conditional_t<std::is_reference_v<R>, std::remove_reference_t<R>*,
+                                               std::remove_cv_t<R>>>;
     std::optional<Stored> result;
 };
 

@@ -76,12 +76,13 @@ public:
 
     /// Takes a place. With all taken: false, or, if it is to block, waits for one. In a task of the
     /// group, which holds a place itself, it takes one beyond the limit instead of waiting.
-    bool enter(bool block);
+    enum class Entry { refused, within, beyond };
+    Entry enter(bool block);
     void leave();
 
-    /// Has `job`, which has a place, run: by the pool or by who waits, or here and now if its place
+    /// Has `job`, which has a place, run: by the pool or by who waits, or here and now if the place
     /// is beyond the limit. Throws std::bad_alloc; the job is dropped then.
-    void start(const boost::intrusive_ptr<GroupJob>& job, std::string_view name);
+    void start(const boost::intrusive_ptr<GroupJob>& job, std::string_view name, Entry place);
 
     /// Has jobs of this group run that have no places yet, whatever the limit. Throws as `start`.
     void startAll(const std::vector<boost::intrusive_ptr<Job>>& jobs, std::string_view name);
@@ -144,22 +145,22 @@ private:
 /// A place in a group, given back unless it is passed on to a job.
 class Place {
 public:
-    Place(Group& inGroup, bool block) : group(inGroup), taken(group.enter(block)) {}
+    Place(Group& inGroup, bool block) : group(inGroup), entry(group.enter(block)) {}
     ~Place()
     {
-        if (taken) {
+        if (entry != Group::Entry::refused) {
             group.leave();
         }
     }
     Place(const Place&) = delete;
     Place& operator=(const Place&) = delete;
 
-    explicit operator bool() const { return taken; }
-    void passOn() { taken = false; }
+    explicit operator bool() const { return entry != Group::Entry::refused; }
+    Group::Entry passOn() { return std::exchange(entry, Group::Entry::refused); }
 
 private:
     Group& group;
-    bool taken;
+    Group::Entry entry;
 };
 
 }  // namespace detail

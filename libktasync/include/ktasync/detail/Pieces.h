@@ -37,7 +37,8 @@ private:
 /// The type that the bounds of a loop have in common.
 template <typename First, typename Last>
 struct IndexOf {
-    static constexpr bool possible = std::is_integral_v<First> && std::is_integral_v<Last>;
+    static constexpr bool possible = std::is_integral_v<First> && std::is_integral_v<Last> &&
+                                     !std::is_same_v<First, bool> && !std::is_same_v<Last, bool>;
     static_assert(possible, "a loop goes over integers");
     using type = std::common_type_t<std::conditional_t<possible, First, int>,
                                     std::conditional_t<possible, Last, int>>;
