@@ -1,5 +1,6 @@
 /// Races, many times over.
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <optional>
 #include <thread>
@@ -71,9 +72,8 @@ TEST(Race, OfForcedShutdownAgainstEverything)
                 group.wait();
             }));
         }
-        for (int spins = round * 37 % 2000; spins > 0; --spins) {
-            std::this_thread::yield();
-        }
+        // At some moment, another one each round.
+        std::this_thread::sleep_for(std::chrono::microseconds(round * 37 % 1000));
         ASSERT_TRUE(pool.pool()->close(true, 60000));
         for (KT::KTFuture<void>& future : futures) {
             ASSERT_TRUE(future.isReady());
@@ -102,9 +102,8 @@ TEST(Race, OfForcedShutdownAgainstThreadsMadeForDeepNesting)
             }
         });
         ASSERT_TRUE(eventually(pool, [&trips] { return trips > 0; }));
-        for (int spins = round * 37 % 2000; spins > 0; --spins) {
-            std::this_thread::yield();
-        }
+        // At some moment, another one each round.
+        std::this_thread::sleep_for(std::chrono::microseconds(round * 37 % 1000));
         ASSERT_TRUE(pool.pool()->close(true, 60000));
         ASSERT_TRUE(future.isReady());
     }

@@ -32,9 +32,14 @@ TEST(TaskGroup, PassesArgumentsNamesAndStopTokens)
     KT::KTScopedPool pool(fixedSize(1));
     KT::KTTaskGroup group(pool);
     std::string name;
-    int sum = 0;
-    group.run("part", [&name] { name = threadName(); });
-    EXPECT_TRUE(eventually(pool, [&] { return pool.status().queuedTasks == 0; }));
+    std::atomic<int> sum(0);
+    std::atomic<bool> isNamed(false);
+    group.run("part", [&name, &isNamed] {
+        name = threadName();
+        isNamed = true;
+    });
+    // Unless a worker has begun it, who waits runs it.
+    EXPECT_TRUE(eventually(pool, [&isNamed] { return isNamed.load(); }));
     group.run([&sum](const KT::KTStopToken& stop, int n) { sum += stop.stopRequested() ? 0 : n; },
               4);
     group.run([&sum](std::unique_ptr<int> n) { sum += *n; }, std::make_unique<int>(5));
