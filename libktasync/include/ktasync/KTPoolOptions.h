@@ -14,6 +14,11 @@ KTASYNC_EXPORT int availableProcessors();
 
 /// What a KTScopedPool is made with. Nonsense is refused by the constructor with a KTError that
 /// names the field.
+///
+///     KT::KTPoolOptions options;
+///     options.maxThreads = 64;
+///     options.stuck = KT::KTPoolOptions::Stuck::keepWaiting;
+///     KT::KTScopedPool pool(options);
 struct KTPoolOptions {
     /// Workers to start with: 1 to 65536. Not set: one a processor, and `maxThreads` at most.
     std::optional<int> threads;
