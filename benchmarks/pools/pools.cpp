@@ -1,79 +1,59 @@
-// pools [REPETITIONS [TASKS]]: how long the same tasks take this library's pool and others.
+// How long the same work takes this library's pool and others.
 //
 // The pools take turns, repetition by repetition, so that whatever else the machine does hits all
-// of them. Writes JSON to standard output: for each workload and pool the nanoseconds a task of
-// each repetition.
+// of them. Writes JSON to standard output; benchmarks/report makes a page of it.
 #include <cstdio>
-#include <cstdlib>
-#include <map>
 #include <string>
 #include <vector>
 
-#include <nlohmann/json.hpp>
+#include <CLI/CLI.hpp>
 
 #include "Floor.h"
+#include "Grain.h"
 #include "Ours.h"
 #include "Peers.h"
-#include "Workload.h"
+#include "Runner.h"
 
 namespace {
 
-struct Entry {
-    const char* name;
-    double (*time)(const Grain&);
-};
-
-template <typename... Pools>
-std::vector<Entry> entriesOf()
+void grainSweep(Runner& runner, int tasks)
 {
-    return {{Pools::name(), timeOfGrain<Pools>}...};
-}
-
-struct Workload {
-    std::string name;
-    Grain grain;
-};
-
-std::vector<Workload> grainSweep(int tasks)
-{
-    std::vector<Workload> all;
     for (const bool withService : {false, true}) {
         for (const int producers : {1, 4}) {
             for (const double microseconds : {0.0, 1.0, 10.0, 100.0}) {
                 const int number =
                     microseconds < 10 ? tasks : tasks * 2 / static_cast<int>(microseconds);
-                char name[80];
-                std::snprintf(name, sizeof name, "%s, %g us, %d producer%s",
-                              withService ? "W2 with service" : "W1 bare", microseconds, producers,
+                const Grain grain = {microseconds, number, 2, producers, withService};
+                char title[80];
+                std::snprintf(title, sizeof title, "%g us, %d producer%s", microseconds, producers,
                               producers == 1 ? "" : "s");
-                all.push_back({name, {microseconds, number, 2, producers, withService}});
+                runner.compare(
+                    {withService ? "W2" : "W1", title, "ns a task"},
+                    contestants<TimeOfGrain, CorePool, AsyncPool, TbbPool, AsioPool, QtPool,
+                                GlibPool, AprPool, PocoPool, LlvmPool, FloorPool>(grain));
             }
         }
     }
-    return all;
 }
 
 }  // namespace
 
 int main(int argc, char** argv)
 {
-    const int repetitions = argc > 1 ? std::atoi(argv[1]) : 7;
-    const int tasks = argc > 2 ? std::atoi(argv[2]) : 100000;
-    if (repetitions < 1 || tasks < 100) {
-        std::fprintf(stderr,
-                     "pools: give a number of repetitions, and one of tasks (100 or more)\n");
-        return 2;
-    }
-    const std::vector<Entry> pools = entriesOf<CorePool, AsyncPool, TbbPool, AsioPool, QtPool,
-                                               GlibPool, AprPool, PocoPool, LlvmPool, FloorPool>();
-    nlohmann::ordered_json results;
-    for (const Workload& workload : grainSweep(tasks)) {
-        std::fprintf(stderr, "%s\n", workload.name.c_str());
-        for (int repetition = 0; repetition < repetitions; ++repetition) {
-            for (const Entry& pool : pools) {
-                results[workload.name][pool.name].push_back(pool.time(workload.grain));
-            }
-        }
-    }
-    std::printf("%s\n", results.dump(1).c_str());
+    CLI::App app("Compares thread pools; JSON goes to standard output.", "pools");
+    Runner::Options options;
+    int tasks = 100000;
+    app.add_option("--repetitions", options.repetitions, "how often each pool has its turn")
+        ->check(CLI::Range(1, 1000))
+        ->capture_default_str();
+    app.add_option("--tasks", tasks, "tasks of the finest grain; the others follow it")
+        ->check(CLI::Range(1000, 100000000))
+        ->capture_default_str();
+    app.add_option("--only", options.only, "only comparisons whose \"W1: title\" this regex finds");
+    app.add_option("--pools", options.pools, "only pools whose name this regex finds");
+    CLI11_PARSE(app, argc, argv);
+
+    Runner runner(options);
+    grainSweep(runner, tasks);
+    std::printf("%s\n", runner.results().dump(1).c_str());
 }
