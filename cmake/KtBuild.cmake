@@ -40,6 +40,10 @@ function(kt_add_library name)
   target_link_libraries(${name} PUBLIC ${ARG_LINKS} PRIVATE ${ARG_USES})
   set_target_properties(${name} PROPERTIES
     VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR} POSITION_INDEPENDENT_CODE ON)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # A call of a library's own function needn't go by way of the program's. Clang's default.
+    target_compile_options(${name} PRIVATE -fno-semantic-interposition)
+  endif()
   kt_set_warnings(${name})
 endfunction()
 

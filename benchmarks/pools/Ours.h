@@ -26,7 +26,7 @@ public:
     template <typename Body>
     void submit(Body body)
     {
-        pool->enqueue(boost::make_shared<Task<Body>>(std::move(body)));
+        pool->enqueue(boost::shared_ptr<KT::KTTask>(new Task<Body>(std::move(body))));
     }
     void wake() { pool->wake(); }
 

@@ -8,7 +8,10 @@
 /// its processor is not taken off, as it would be by a look at the clock.
 class Spin {
 public:
-    explicit Spin(double microseconds) : steps(static_cast<long>(microseconds * stepsPerUs())) {}
+    explicit Spin(double microseconds)
+        : steps(microseconds > 0 ? static_cast<long>(microseconds * stepsPerUs()) : 0)
+    {
+    }
 
     void operator()() const { count(steps); }
 

@@ -10,6 +10,7 @@
 #include <iostream>
 #include <iterator>
 #include <mutex>
+#include <new>
 #include <ostream>
 #include <utility>
 
@@ -50,6 +51,9 @@ const int shrinkThreshold = 18;
 /// From this many busy workers on, a monitor asks for no more.
 const int busyLimit = 190;
 
+/// Looks at a turnstile before its lock is taken all the same: about a microsecond.
+const int turnstileLooks = 32;
+
 const int growthBatch = 5;
 const int growthAttempts = 30;
 
@@ -67,6 +71,52 @@ public:
 
 private:
     int previous = PTHREAD_CANCEL_ENABLE;
+};
+
+/// A pointer without a share in what it points to, which is in use for as long anyway. The count of
+/// shares in what many threads use would travel from core to core each time.
+template <typename T>
+boost::shared_ptr<T> borrowed(T* used)
+{
+    return boost::shared_ptr<T>(boost::shared_ptr<T>(), used);
+}
+
+template <typename T>
+boost::shared_ptr<T> borrowed(const boost::shared_ptr<T>& used)
+{
+    return borrowed(used.get());
+}
+
+/// A guard of a lock that has a turnstile in front.
+template <typename Guard>
+class TurnAndHold {
+public:
+    template <typename Lock>
+    TurnAndHold(KTTurnstile& turnstile, const boost::shared_ptr<Lock>& lock)
+        : turn(turnstile), guard(borrowed(lock))
+    {
+    }
+
+private:
+    class Turn {
+    public:
+        explicit Turn(KTTurnstile& toPass) : turnstile(toPass), entered(toPass.enter()) {}
+        ~Turn()
+        {
+            if (entered) {
+                turnstile.leave();
+            }
+        }
+        Turn(const Turn&) = delete;
+        Turn& operator=(const Turn&) = delete;
+
+    private:
+        KTTurnstile& turnstile;
+        const bool entered;
+    };
+
+    const Turn turn;  // left after the guard has given the lock back
+    const Guard guard;
 };
 
 // A shared pointer that one thread may set while another reads it. Boost's atomic operations may
@@ -165,8 +215,11 @@ private:
 /// for one of its own. Never destroyed before the last worker: a std::mutex needs no destructor.
 std::mutex& linkLock(const KTTask* task)
 {
-    static std::array<std::mutex, 61> locks;
-    return locks[std::hash<const KTTask*>()(task) / alignof(KTTask) % locks.size()];
+    struct alignas(cacheLineSize) Lock {
+        std::mutex mutex;
+    };
+    static std::array<Lock, 61> locks;
+    return locks[std::hash<const KTTask*>()(task) / alignof(KTTask) % locks.size()].mutex;
 }
 
 }  // namespace
@@ -263,15 +316,70 @@ private:
 }  // namespace
 
 // ---------------------------------------------------------------------------------------------
+// KTTurnstile
+// ---------------------------------------------------------------------------------------------
+
+namespace {
+
+/// Tells the processor that this thread only waits for another.
+void pauseProcessor()
+{
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#elif defined(__aarch64__)
+    asm volatile("yield");
+#endif
+}
+
+}  // namespace
+
+bool KTTurnstile::enter()
+{
+    for (int look = 0; look < turnstileLooks; ++look) {
+        if (!taken.load(std::memory_order_relaxed) &&
+            !taken.exchange(true, std::memory_order_acquire)) {
+            return true;
+        }
+        pauseProcessor();
+    }
+    return false;
+}
+
+void KTTurnstile::leave()
+{
+    taken.store(false, std::memory_order_release);
+}
+
+// ---------------------------------------------------------------------------------------------
 // KTMutex, KTMutexRW
 // ---------------------------------------------------------------------------------------------
+
+namespace {
+
+const std::align_val_t platformAlignment = std::align_val_t(cacheLineSize);
+
+/// Zero-filled, in cache lines of its own.
+template <typename T>
+T* newPlatformObject()
+{
+    const std::size_t lines = (sizeof(T) + cacheLineSize - 1) / cacheLineSize;
+    void* const memory = ::operator new(lines* cacheLineSize, platformAlignment);
+    return new (memory) T();
+}
+
+}  // namespace
+
+void KTPlatformObjectDeleter::operator()(void* object) const
+{
+    ::operator delete(object, platformAlignment);
+}
 
 boost::shared_ptr<KTMutex> KTMutex::createKTMutex()
 {
     return boost::shared_ptr<KTMutex>(new KTMutex);
 }
 
-KTMutex::KTMutex() : mutex(new pthread_mutex_t())
+KTMutex::KTMutex() : mutex(newPlatformObject<pthread_mutex_t>())
 {
     pthread_mutex_init(mutex.get(), nullptr);
 }
@@ -296,7 +404,7 @@ boost::shared_ptr<KTMutexRW> KTMutexRW::createKTMutexRW()
     return boost::shared_ptr<KTMutexRW>(new KTMutexRW);
 }
 
-KTMutexRW::KTMutexRW() : lock(new pthread_rwlock_t())
+KTMutexRW::KTMutexRW() : lock(newPlatformObject<pthread_rwlock_t>())
 {
     pthread_rwlock_init(lock.get(), nullptr);
 }
@@ -330,7 +438,7 @@ boost::shared_ptr<KTCondition> KTCondition::createKTCondition()
     return boost::shared_ptr<KTCondition>(new KTCondition);
 }
 
-KTCondition::KTCondition() : condition(new pthread_cond_t())
+KTCondition::KTCondition() : condition(newPlatformObject<pthread_cond_t>())
 {
     pthread_cond_init(condition.get(), nullptr);
 }
@@ -599,7 +707,7 @@ KTThread::~KTThread()
 {
     // A task that lets go of a worker can be cancelled, and the join is a cancellation point.
     const Cancellation off(PTHREAD_CANCEL_DISABLE);
-    const KTCriticalSectionRead hold(taskLock);
+    const KTCriticalSectionRead hold(borrowed(taskLock));
     if (launched) {
         if (pthread_equal(threadHandle, pthread_self()) != 0) {
             // The worker's own reference was the last one. Nobody is left to join the thread;
@@ -662,9 +770,12 @@ void KTThread::killThread()
     // Let go of after the hold: it may be the last reference, and a task's destructor may do
     // anything.
     boost::shared_ptr<KTTask> task;
-    const KTCriticalSectionRead hold(taskLock);
+    const KTCriticalSectionRead hold(borrowed(taskLock));
     killed = true;
-    task = loadShared(currentTask);
+    {
+        const std::lock_guard<std::mutex> holdTask(currentTaskMutex);
+        task = currentTask;
+    }
     if (task) {
         task->exitTask();
     }
@@ -696,8 +807,8 @@ void* _KT_Thread_Pool_Atom(void* arg)
 
 void KTThread::loop(KTThreadPool* livePool)
 {
-    while (!killed && !apoptosis()) {
-        if (getTask()) {
+    while (!killed && !apoptosis(livePool)) {
+        if (getTask(livePool)) {
             // A stop request that came since the look at the mark found no task to ask. Both may
             // ask it; that one of them does is what a task relies on that runs until it is asked.
             if (killed) {
@@ -713,13 +824,13 @@ void KTThread::loop(KTThreadPool* livePool)
 void KTThread::runCounted(KTThreadPool* livePool)
 {
     if (livePool != nullptr) {
-        const KTCriticalSectionWrite hold(livePool->busyLock);
+        const TurnAndHold<KTCriticalSectionWrite> hold(livePool->busyTurnstile, livePool->busyLock);
         ++livePool->nbBusyThreads;
     }
     // A cancellation in here skips what follows: the worker then stays counted as busy.
-    runTask();
+    runTask(livePool);
     if (livePool != nullptr) {
-        const KTCriticalSectionWrite hold(livePool->busyLock);
+        const TurnAndHold<KTCriticalSectionWrite> hold(livePool->busyTurnstile, livePool->busyLock);
         --livePool->nbBusyThreads;
     }
 }
@@ -729,7 +840,7 @@ void KTThread::runCounted(KTThreadPool* livePool)
 // closes the gap for a client that waits.
 void KTThread::sleepOnce()
 {
-    const KTCriticalSection hold(wakeMutex);
+    const KTCriticalSection hold(borrowed(wakeMutex));
     // A stop request raises its mark before it broadcasts under this mutex. Seen from here on, the
     // mark is either up already or its broadcast finds this worker waiting.
     if (killed) {
@@ -738,31 +849,50 @@ void KTThread::sleepOnce()
     setThreadName("KTThread [sleeping]");
     {
         const Cancellation on(PTHREAD_CANCEL_ENABLE);
-        wakeCondition->wait(wakeMutex);
+        wakeCondition->wait(borrowed(wakeMutex));
     }
     setThreadName("KTThread [idle]");
 }
 
+boost::shared_ptr<KTThreadPool> KTThread::resolvePool(KTThreadPool* held) const
+{
+    return held == nullptr ? pool.lock() : borrowed(held);
+}
+
 bool KTThread::getTask()
 {
-    const KTCriticalSectionRead hold(taskLock);
-    const boost::shared_ptr<KTThreadPool> livePool = pool.lock();
+    return getTask(nullptr);
+}
+
+bool KTThread::getTask(KTThreadPool* held)
+{
+    const KTCriticalSectionRead hold(borrowed(taskLock));
+    const boost::shared_ptr<KTThreadPool> livePool = resolvePool(held);
     if (!livePool) {
         return false;
     }
-    const boost::shared_ptr<KTTask> task = livePool->getTask();
-    exchangeShared(currentTask, task);
-    if (!task) {
+    boost::shared_ptr<KTTask> task = livePool->getTask();
+    KTTask* const taken = task.get();
+    {
+        const std::lock_guard<std::mutex> holdTask(currentTaskMutex);
+        currentTask.swap(task);
+    }
+    if (taken == nullptr) {
         return false;
     }
-    task->setThread(getThis());
+    taken->setThread(getThis());
     return true;
 }
 
 bool KTThread::apoptosis()
 {
-    const boost::shared_ptr<KTThreadPool> livePool = pool.lock();
-    return livePool && livePool->apoptosis(getThis());
+    return apoptosis(nullptr);
+}
+
+bool KTThread::apoptosis(KTThreadPool* held)
+{
+    const boost::shared_ptr<KTThreadPool> livePool = resolvePool(held);
+    return livePool && livePool->apoptosis(held == nullptr ? getThis() : borrowed(this));
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -771,35 +901,48 @@ bool KTThread::apoptosis()
 
 void KTThread::runTask()
 {
+    runTask(nullptr);
+}
+
+void KTThread::runTask(KTThreadPool* held)
+{
     {
-        const KTCriticalSectionRead hold(taskLock);
+        const KTCriticalSectionRead hold(borrowed(taskLock));
         if (!currentTask) {
             return;
         }
         KTTask& task = *currentTask;
         task.state = stateRunning;
         try {
-            setThreadName(("KTTask: " + task.getTaskName() + " [running]").c_str());
+            showTask(task, " [running]");
             {
                 const Cancellation on(PTHREAD_CANCEL_ENABLE);
                 task.run();
             }
-            setThreadName(("KTTask: " + task.getTaskName() + " [finished]").c_str());
+            showTask(task, " [finished]");
         } catch (const KTError& error) {
             // Only this one is a task's way to report a failure. Any other exception is a mistake
             // that ends the process where it was made, with the stack still there to look at.
             logRecord("KTThread", "runTask", "Error caught: " + error.toString());
         }
         task.state = stateFinished;
-        if (const boost::shared_ptr<KTThreadPool> livePool = pool.lock()) {
+        if (held != nullptr) {
+            held->taskEnded(currentTask, knownMonitor);
+        } else if (const boost::shared_ptr<KTThreadPool> livePool = pool.lock()) {
             livePool->taskEnded(currentTask);
         }
     }
     // Let go of after the hold: this may be the last reference, and a task's destructor may do
     // anything.
     boost::shared_ptr<KTTask> done;
-    const KTCriticalSectionWrite hold(taskLock);
+    const KTCriticalSectionWrite hold(borrowed(taskLock));
     done.swap(currentTask);
+}
+
+void KTThread::showTask(const KTTask& task, const char* what)
+{
+    shownName.assign("KTTask: ").append(task.getTaskName()).append(what);
+    setThreadName(shownName.c_str());
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -819,7 +962,8 @@ KTThreadPool::KTThreadPool(int workers, int capacity, int param1, int param2, in
       wakeMutex(KTMutex::createKTMutex()),
       wakeCondition(KTCondition::createKTCondition()),
       nbBusyThreads(0),
-      startedThreads(new KTStartedThreads)
+      startedThreads(new KTStartedThreads),
+      monitorInUse(nullptr)
 {
     threads.reserve(static_cast<std::size_t>(capacity));
     threads.resize(static_cast<std::size_t>(capacity));
@@ -836,7 +980,7 @@ void KTThreadPool::init(int workers, int, int, int, int)
     }
     const boost::shared_ptr<KTMonitor> watcher(
         new KTMonitor(monitorParam1, monitorParam2, monitorParam3, getThis()));
-    exchangeShared(monitor, watcher);
+    setMonitor(watcher);
     for (int slot = 0; slot < workers; ++slot) {
         const boost::shared_ptr<KTThread> worker(
             new KTThread(getThis(), slot, wakeMutex, wakeCondition));
@@ -882,10 +1026,10 @@ bool KTThreadPool::enqueueBy(const Push& push)
     }
     boost::shared_ptr<KTMonitor> watcher;
     {
-        const KTCriticalSection hold(queueMutex);
+        const TurnAndHold<KTCriticalSection> hold(queueTurnstile, queueMutex);
         // Under the lock: close lets go of the monitor before it drops what is queued, so that no
         // task stays in the queue of a closed pool.
-        watcher = loadShared(monitor);
+        watcher = monitor;
         if (!watcher) {
             return false;
         }
@@ -900,7 +1044,7 @@ boost::shared_ptr<KTTask> KTThreadPool::getTask()
 {
     boost::shared_ptr<KTTask> task;
     {
-        const KTCriticalSection hold(queueMutex);
+        const TurnAndHold<KTCriticalSection> hold(queueTurnstile, queueMutex);
         if (tasks.empty()) {
             return task;
         }
@@ -915,15 +1059,33 @@ boost::shared_ptr<KTTask> KTThreadPool::getTask()
 
 void KTThreadPool::taskEnded(boost::shared_ptr<KTTask> task)
 {
-    if (const boost::shared_ptr<KTMonitor> watcher = loadShared(monitor)) {
-        watcher->assimilate(std::move(task));
+    boost::shared_ptr<KTMonitor> known;
+    taskEnded(std::move(task), known);
+}
+
+void KTThreadPool::taskEnded(boost::shared_ptr<KTTask> task, boost::shared_ptr<KTMonitor>& known)
+{
+    // What `known` shares can't have made room for another one at its address.
+    if (known.get() != monitorInUse.load(std::memory_order_acquire)) {
+        known = loadShared(monitor);
     }
+    if (known) {
+        known->assimilate(std::move(task));
+    }
+}
+
+void KTThreadPool::setMonitor(boost::shared_ptr<KTMonitor> watcher)
+{
+    boost::shared_ptr<KTMonitor> replaced;  // let go of after queueMutex
+    const KTCriticalSection hold(borrowed(queueMutex));
+    monitorInUse.store(watcher.get(), std::memory_order_release);
+    replaced = exchangeShared(monitor, std::move(watcher));
 }
 
 bool KTThreadPool::wake()
 {
     {
-        const KTCriticalSection hold(queueMutex);
+        const TurnAndHold<KTCriticalSection> hold(queueTurnstile, queueMutex);
         if (tasks.empty()) {
             return false;
         }
@@ -934,13 +1096,13 @@ bool KTThreadPool::wake()
 
 void KTThreadPool::signalOne()
 {
-    const KTCriticalSection hold(wakeMutex);
+    const TurnAndHold<KTCriticalSection> hold(wakeTurnstile, wakeMutex);
     wakeCondition->signal();
 }
 
 void KTThreadPool::wakeAll()
 {
-    const KTCriticalSection hold(wakeMutex);
+    const KTCriticalSection hold(borrowed(wakeMutex));
     wakeCondition->broadcast();
 }
 
@@ -951,7 +1113,7 @@ void KTThreadPool::wakeAll()
 bool KTThreadPool::adjustThread(int delta)
 {
     Workers displaced;  // let go of after poolMutex: a worker's destructor waits for its thread
-    const KTCriticalSection hold(poolMutex);
+    const TurnAndHold<KTCriticalSection> hold(poolTurnstile, poolMutex);
     if (delta == 0 || nbThreads < 1) {
         return false;
     }
@@ -973,7 +1135,10 @@ bool KTThreadPool::allowRetirementLocked(int delta)
 
 bool KTThreadPool::growLocked(int count, Workers& displaced)
 {
-    nbThreadsToRemove = 0;
+    // Not written without need: every worker that looks for work reads it.
+    if (nbThreadsToRemove != 0) {
+        nbThreadsToRemove = 0;
+    }
     for (int i = 0; i < count; ++i) {
         if (nbThreads >= maxThreads || !startWorkerLocked(displaced)) {
             return false;
@@ -1007,7 +1172,7 @@ bool KTThreadPool::startWorkerLocked(Workers& displaced)
 bool KTThreadPool::xIncreaseThread()
 {
     Workers displaced;
-    const KTCriticalSection hold(poolMutex);
+    const KTCriticalSection hold(borrowed(poolMutex));
     const int live = nbThreads;
     if (live == maxThreads) {
         consoleLine("Threadpool limit reached.");
@@ -1030,22 +1195,22 @@ bool KTThreadPool::xIncreaseThread()
 
 bool KTThreadPool::apoptosis(boost::shared_ptr<KTThread> thread)
 {
-    KTCriticalSection hold(poolMutex);
-    if (nbThreadsToRemove < 1 || nbThreads < 1 || !inTableLocked(thread)) {
-        return false;
+    {
+        const TurnAndHold<KTCriticalSection> hold(poolTurnstile, poolMutex);
+        if (nbThreadsToRemove < 1 || nbThreads < 1 || !inTableLocked(thread)) {
+            return false;
+        }
+        // The last worker moves into the free slot. Its old slot keeps a second reference to it
+        // until the pool grows into it again; readers stop at the count.
+        const boost::shared_ptr<KTThread> last = threads[slotsInUse() - 1];
+        exchangeShared(threads[static_cast<std::size_t>(thread->index)], last);
+        if (last) {
+            last->index = thread->index;
+        }
+        consoleLine("KTThreadPool::decrease");
+        --nbThreads;
+        --nbThreadsToRemove;
     }
-    // The last worker moves into the free slot. Its old slot keeps a second reference to it until
-    // the pool grows into it again; readers stop at the count.
-    const boost::shared_ptr<KTThread> last = threads[slotsInUse() - 1];
-    exchangeShared(threads[static_cast<std::size_t>(thread->index)], last);
-    if (last) {
-        last->index = thread->index;
-    }
-    consoleLine("KTThreadPool::decrease");
-    --nbThreads;
-    --nbThreadsToRemove;
-    // Before wakeMutex is taken: the pool never holds two of its locks.
-    hold.forceUnlockNow();
     // Another sleeper may have to retire too.
     signalOne();
     return true;
@@ -1061,7 +1226,7 @@ bool KTThreadPool::inTableLocked(const boost::shared_ptr<KTThread>& thread) cons
 
 void KTThreadPool::resetSumThreadIdle()
 {
-    const KTCriticalSection hold(poolMutex);
+    const KTCriticalSection hold(borrowed(poolMutex));
     for (std::size_t slot = 0; slot < slotsInUse(); ++slot) {
         if (threads[slot]) {
             threads[slot]->idleTime = ro::os::timeval();
@@ -1072,7 +1237,7 @@ void KTThreadPool::resetSumThreadIdle()
 ro::os::timeval KTThreadPool::computeSumThreadIdle()
 {
     ro::os::timeval sum = ro::os::timeval();
-    const KTCriticalSection hold(poolMutex);
+    const KTCriticalSection hold(borrowed(poolMutex));
     for (std::size_t slot = 0; slot < slotsInUse(); ++slot) {
         if (!threads[slot]) {
             continue;
@@ -1092,15 +1257,15 @@ KTThreadPoolStatus KTThreadPool::status() const
     KTThreadPoolStatus now = KTThreadPoolStatus();
     now.maxThreads = maxThreads;
     {
-        const KTCriticalSection hold(poolMutex);
+        const KTCriticalSection hold(borrowed(poolMutex));
         now.threads = nbThreads;
         now.threadsToRemove = nbThreadsToRemove;
     }
     {
-        const KTCriticalSectionRead hold(busyLock);
+        const KTCriticalSectionRead hold(borrowed(busyLock));
         now.busyThreads = nbBusyThreads;
     }
-    const KTCriticalSection hold(queueMutex);
+    const KTCriticalSection hold(borrowed(queueMutex));
     now.queuedTasks = static_cast<int>(std::min(tasks.size(), static_cast<std::size_t>(INT_MAX)));
     return now;
 }
@@ -1112,11 +1277,11 @@ KTThreadPoolStatus KTThreadPool::status() const
 void KTThreadPool::shutdown(bool force)
 {
     // All that may throw comes before anything is done.
-    std::deque<boost::shared_ptr<KTTask> > discarded;
+    Tasks discarded;
     Workers cancelled;
     cancelled.reserve(threads.size());
     {
-        const KTCriticalSection hold(queueMutex);
+        const KTCriticalSection hold(borrowed(queueMutex));
         discarded.swap(tasks);
     }
     // One by one, since a deque's own order of destruction is not front to back; and without a
@@ -1131,7 +1296,7 @@ void KTThreadPool::shutdown(bool force)
     }
     wakeAll();
     {
-        const KTCriticalSection hold(poolMutex);
+        const KTCriticalSection hold(borrowed(poolMutex));
         setAsideLocked(force, cancelled);
         nbThreads = 0;
     }
@@ -1188,7 +1353,7 @@ void KTThreadPool::tellUntold()
 {
     Workers setAside;
     {
-        const KTCriticalSection hold(poolMutex);
+        const KTCriticalSection hold(borrowed(poolMutex));
         if (nbThreads > 0) {
             return;  // started anew: the workers in the table are to go on
         }
@@ -1212,7 +1377,7 @@ void KTThreadPool::tellUntold()
 void KTThreadPool::stop(bool force)
 {
     shutdown(force);
-    const KTCriticalSection hold(poolMutex);
+    const KTCriticalSection hold(borrowed(poolMutex));
     for (const boost::shared_ptr<KTThread>& worker : retiredThreads) {
         if (force && worker->launched) {
             pthread_cancel(worker->threadHandle);
@@ -1233,7 +1398,7 @@ bool KTThreadPool::close(bool force, int timeoutMs)
         }
         stop(force);
     }
-    exchangeShared(monitor, boost::shared_ptr<KTMonitor>());
+    setMonitor(boost::shared_ptr<KTMonitor>());
     shutdown(false);  // drops what an enqueue that was under way has queued since
     releaseEnded();
     return true;
@@ -1244,7 +1409,7 @@ bool KTThreadPool::close(bool force, int timeoutMs)
 void KTThreadPool::releaseEnded()
 {
     Workers ended;  // let go of after poolMutex
-    const KTCriticalSection hold(poolMutex);
+    const KTCriticalSection hold(borrowed(poolMutex));
     ended.swap(retiredThreads);
     ended.reserve(ended.size() + threads.size());
     for (boost::shared_ptr<KTThread>& slot : threads) {
@@ -1294,7 +1459,7 @@ void KTMonitor::assimilate(boost::shared_ptr<KTTask> task)
         return;
     }
     {
-        const KTCriticalSection hold(mutex);
+        const TurnAndHold<KTCriticalSection> hold(turnstile, mutex);
         const std::int32_t sum = wrappingSum(idleMicroseconds, task->getIdleTime());
         idleSeconds = wrappingSum(idleSeconds, sum / 1000000);
         idleMicroseconds = sum % 1000000;
@@ -1315,7 +1480,7 @@ void KTMonitor::adjustPool()
     const int live = pool->nbThreads;
     int busy = 0;
     {
-        const KTCriticalSectionRead hold(pool->busyLock);
+        const TurnAndHold<KTCriticalSectionRead> hold(pool->busyTurnstile, pool->busyLock);
         busy = pool->nbBusyThreads;
     }
     if (busy >= busyLimit) {

@@ -18,8 +18,8 @@ using allocations::untilFailure;
 template <typename Submit>
 double allocationsEach(HeldPool& held, const Submit& submitOne)
 {
-    const int calls = 320;
-    const int queueBlocks = calls / 32;
+    const int calls = 512;
+    const int queueBlocks = calls / 256;
     const long before = made;
     for (int i = 0; i < calls; ++i) {
         submitOne(held.pool);

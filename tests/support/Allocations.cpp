@@ -1,5 +1,6 @@
 #include "Allocations.h"
 
+#include <cstddef>
 #include <cstdlib>
 #include <new>
 
@@ -11,9 +12,13 @@ thread_local long untilFailure = -1;
 
 namespace {
 
-void* allocate(std::size_t size)
+void* allocate(std::size_t size, std::size_t alignment = alignof(std::max_align_t))
 {
-    void* const memory = untilFailure >= 0 && untilFailure-- == 0 ? nullptr : std::malloc(size);
+    const bool fails = untilFailure >= 0 && untilFailure-- == 0;
+    void* memory = nullptr;
+    if (!fails && posix_memalign(&memory, alignment, size) != 0) {
+        memory = nullptr;
+    }
     if (memory == nullptr) {
         throw std::bad_alloc();
     }
@@ -57,6 +62,23 @@ void operator delete(void* memory, std::size_t) noexcept
 }
 
 void operator delete[](void* memory, std::size_t) noexcept
+{
+    allocations::release(memory);
+}
+
+// What asks for cache lines of its own.
+
+void* operator new(std::size_t size, std::align_val_t alignment)
+{
+    return allocations::allocate(size, static_cast<std::size_t>(alignment));
+}
+
+void operator delete(void* memory, std::align_val_t) noexcept
+{
+    allocations::release(memory);
+}
+
+void operator delete(void* memory, std::size_t, std::align_val_t) noexcept
 {
     allocations::release(memory);
 }

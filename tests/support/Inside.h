@@ -30,11 +30,15 @@ struct Expose {
     }
 
 using Workers = std::vector<boost::shared_ptr<KT::KTThread>>;
-using Tasks = std::deque<boost::shared_ptr<KT::KTTask>>;
+using Tasks = boost::container::deque<
+    boost::shared_ptr<KT::KTTask>, void,
+    boost::container::deque_options<boost::container::block_bytes<4096>>::type>;
+template <typename T>
+using Platform = std::unique_ptr<T, KT::KTPlatformObjectDeleter>;
 using Event = std::pair<boost::shared_ptr<KT::KTCondition>, boost::shared_ptr<KT::KTMutex>>;
 
-KT_INSIDE(KTMutex, mutex, std::unique_ptr<pthread_mutex_t>)
-KT_INSIDE(KTCondition, condition, std::unique_ptr<pthread_cond_t>)
+KT_INSIDE(KTMutex, mutex, Platform<pthread_mutex_t>)
+KT_INSIDE(KTCondition, condition, Platform<pthread_cond_t>)
 
 KT_INSIDE(KTTask, managingThread, boost::weak_ptr<KT::KTThread>)
 KT_INSIDE(KTTask, state, std::atomic<std::int32_t>)

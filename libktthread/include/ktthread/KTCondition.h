@@ -51,7 +51,7 @@ public:
     bool waitFor(boost::shared_ptr<KTMutex> mutex, int milliseconds);
 
 private:
-    std::unique_ptr<pthread_cond_t> condition;
+    std::unique_ptr<pthread_cond_t, KTPlatformObjectDeleter> condition;
 };
 
 }  // namespace KT

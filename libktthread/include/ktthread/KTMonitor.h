@@ -5,6 +5,7 @@
 
 #include <ktthread/KTMutex.h>
 #include <ktthread/KTTask.h>
+#include <ktthread/KTTurnstile.h>
 #include <ktthread/export.h>
 
 namespace KT {
@@ -44,6 +45,7 @@ private:
     int taskCount;  ///< ended tasks since the last look at the pool
     int idleSeconds;
     int idleMicroseconds;
+    KTTurnstile turnstile;
 };
 
 }  // namespace KT

@@ -16,6 +16,11 @@
 
 namespace KT {
 
+/// How the primitives give back the platform's objects that they own.
+struct KTPlatformObjectDeleter {
+    void operator()(void* object) const;
+};
+
 /// A mutex of the platform's default kind: not recursive (a thread that locks it twice deadlocks),
 /// and it doesn't notice an unlock by a thread that doesn't own it.
 ///
@@ -44,7 +49,7 @@ private:
     friend class KTCondition;
     friend class KTCriticalTrueIfLocked;
 
-    std::unique_ptr<pthread_mutex_t> mutex;
+    std::unique_ptr<pthread_mutex_t, KTPlatformObjectDeleter> mutex;
 };
 
 /// A reader/writer lock of the platform's default policy.
@@ -74,7 +79,7 @@ public:
     void unlock();
 
 private:
-    std::unique_ptr<pthread_rwlock_t> lock;
+    std::unique_ptr<pthread_rwlock_t, KTPlatformObjectDeleter> lock;
 };
 
 }  // namespace KT

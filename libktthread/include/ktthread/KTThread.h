@@ -2,6 +2,8 @@
 #pragma once
 
 #include <atomic>
+#include <mutex>
+#include <string>
 
 #include <pthread.h>
 
@@ -15,10 +17,12 @@
 #include <ktthread/KTCondition.h>
 #include <ktthread/KTMutex.h>
 #include <ktthread/KTTask.h>
+#include <ktthread/KTTurnstile.h>
 #include <ktthread/export.h>
 
 namespace KT {
 
+class KTMonitor;
 class KTStartedThreads;
 class KTThreadPool;
 
@@ -88,6 +92,14 @@ private:
     void loop(KTThreadPool* livePool);
     void runCounted(KTThreadPool* livePool);
     void sleepOnce();
+    void showTask(const KTTask& task, const char* what);
+
+    // The public operations of these names, for a caller that holds the pool; null: it is looked
+    // up.
+    bool getTask(KTThreadPool* held);
+    bool apoptosis(KTThreadPool* held);
+    void runTask(KTThreadPool* held);
+    boost::shared_ptr<KTThreadPool> resolvePool(KTThreadPool* held) const;
 
     boost::shared_ptr<KTMutex> wakeMutex;
     boost::shared_ptr<KTCondition> wakeCondition;
@@ -100,12 +112,20 @@ private:
     pthread_t threadHandle;
     boost::weak_ptr<KTThreadPool> pool;
     std::atomic<bool> killed;
-    /// Under taskLock; getTask and killThread both hold it shared, hence accessed atomically.
+    /// Under taskLock. getTask and killThread both hold it shared, hence a lock that keeps them
+    /// apart while they touch the pointer itself.
     boost::shared_ptr<KTTask> currentTask;
     /// Whether threadHandle names a thread. Written by launch before another thread may look.
     bool launched;
     /// The count of the pool's threads, which outlives pool and worker. Empty without a pool.
     boost::intrusive_ptr<KTStartedThreads> startedThreads;
+    std::mutex currentTaskMutex;
+    /// Where the thread's names are put together, reused from task to task.
+    std::string shownName;
+    /// The monitor that the last task was reported to. The thread's own, so that it needn't take a
+    /// share in the pool's for each task.
+    boost::shared_ptr<KTMonitor> knownMonitor;
+    KTCacheLineGap gapAfter __attribute__((unused));
 };
 
 }  // namespace KT

@@ -3,9 +3,10 @@
 
 #include <atomic>
 #include <cstddef>
-#include <deque>
 #include <vector>
 
+#include <boost/container/deque.hpp>
+#include <boost/container/options.hpp>
 #include <boost/enable_shared_from_this.hpp>
 #include <boost/shared_ptr.hpp>
 #include <boost/smart_ptr/intrusive_ptr.hpp>
@@ -18,6 +19,7 @@
 #include <ktthread/KTTask.h>
 #include <ktthread/KTThread.h>
 #include <ktthread/KTThreadPoolStatus.h>
+#include <ktthread/KTTurnstile.h>
 #include <ktthread/export.h>
 
 namespace KT {
@@ -141,6 +143,11 @@ private:
     friend class KTThread;
 
     typedef std::vector<boost::shared_ptr<KTThread> > Workers;
+    // Room is made for many tasks at a time: the queue's lock is held meanwhile.
+    typedef boost::container::deque<
+        boost::shared_ptr<KTTask>, void,
+        boost::container::deque_options<boost::container::block_bytes<4096u> >::type>
+        Tasks;
 
     std::size_t slotsInUse() const;
     template <typename Push>
@@ -156,6 +163,11 @@ private:
     void stop(bool force);
     void releaseEnded();
 
+    /// For a worker, which keeps its share in the monitor from task to task.
+    void taskEnded(boost::shared_ptr<KTTask> task, boost::shared_ptr<KTMonitor>& known);
+    void setMonitor(boost::shared_ptr<KTMonitor> watcher);
+
+    // What workers and clients write all the time is kept apart from what they only read.
     const int monitorParam1;
     const int monitorParam2;
     const int monitorParam3;
@@ -163,11 +175,14 @@ private:
     // read nbThreads without it, shutdown the slots of threads.
     Workers threads;
     Workers retiredThreads;
+    KTCacheLineGap gapBeforeTasks __attribute__((unused));
     // queueMutex
-    std::deque<boost::shared_ptr<KTTask> > tasks;
+    Tasks tasks;
+    KTTurnstile queueTurnstile;
+    KTCacheLineGap gapAfterTasks __attribute__((unused));
     std::atomic<int> nbThreads;
     const int maxThreads;
-    /// Set by init, dropped by close, accessed atomically.
+    /// Set by init, dropped by close: both under queueMutex, and atomically for taskEnded.
     boost::shared_ptr<KTMonitor> monitor;
     int nbThreadsToRemove;
     boost::shared_ptr<KTMutex> poolMutex;
@@ -175,9 +190,18 @@ private:
     boost::shared_ptr<KTMutex> queueMutex;
     boost::shared_ptr<KTMutex> wakeMutex;
     boost::shared_ptr<KTCondition> wakeCondition;
+    KTCacheLineGap gapBeforeBusy __attribute__((unused));
     // busyLock
     int nbBusyThreads;
+    KTTurnstile busyTurnstile;
+    KTCacheLineGap gapAfterBusy __attribute__((unused));
+    KTTurnstile poolTurnstile;
+    KTCacheLineGap gapBeforeWake __attribute__((unused));
+    KTTurnstile wakeTurnstile;
+    KTCacheLineGap gapAfterWake __attribute__((unused));
     boost::intrusive_ptr<KTStartedThreads> startedThreads;
+    /// What `monitor` points to.
+    std::atomic<const KTMonitor*> monitorInUse;
 };
 
 }  // namespace KT
