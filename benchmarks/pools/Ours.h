@@ -3,7 +3,7 @@
 
 #include <utility>
 
-#include <boost/make_shared.hpp>
+#include <boost/shared_ptr.hpp>
 
 #include <ktasync/ktasync.h>
 #include <ktthread/ktthread.h>
@@ -46,7 +46,8 @@ class AsyncPool {
 public:
     static const char* name() { return "libktasync"; }
     static constexpr bool givesService = true;
-    explicit AsyncPool(int workers) : pool(optionsFor(workers)) {}
+    explicit AsyncPool(int workers) : AsyncPool(workers, workers) {}
+    AsyncPool(int workers, int most) : pool(optionsFor(workers, most)) {}
 
     template <typename Body>
     void submit(Body body)
@@ -56,11 +57,11 @@ public:
     void wake() { pool.pool()->wake(); }
 
 private:
-    static KT::KTPoolOptions optionsFor(int workers)
+    static KT::KTPoolOptions optionsFor(int workers, int most)
     {
         KT::KTPoolOptions options;
         options.threads = workers;
-        options.maxThreads = workers;
+        options.maxThreads = most;
         return options;
     }
 

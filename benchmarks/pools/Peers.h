@@ -93,7 +93,9 @@ class GlibPool {
 public:
     static const char* name() { return "GLib"; }
     static constexpr bool givesService = false;
-    explicit GlibPool(int workers) : pool(g_thread_pool_new(run, nullptr, workers, TRUE, nullptr))
+    /// Exclusive: the threads are there from the start. Otherwise they come as they are needed.
+    explicit GlibPool(int workers, bool exclusive = true)
+        : pool(g_thread_pool_new(run, nullptr, workers, exclusive ? TRUE : FALSE, nullptr))
     {
     }
     ~GlibPool() { g_thread_pool_free(pool, FALSE, TRUE); }
@@ -119,13 +121,14 @@ class AprPool {
 public:
     static const char* name() { return "APR-util"; }
     static constexpr bool givesService = false;
-    explicit AprPool(int workers)
+    explicit AprPool(int workers) : AprPool(workers, workers) {}
+    AprPool(int workers, int most)
     {
         static const apr_status_t initialized = apr_initialize();
         static_cast<void>(initialized);
         apr_pool_create(&memory, nullptr);
-        const auto count = static_cast<apr_size_t>(workers);
-        apr_thread_pool_create(&pool, count, count, memory);
+        apr_thread_pool_create(&pool, static_cast<apr_size_t>(workers),
+                               static_cast<apr_size_t>(most), memory);
     }
     ~AprPool()
     {

@@ -15,6 +15,13 @@ struct Contestant {
     std::function<double()> turn;
 };
 
+/// A contestant under a name of its own: one turn is `Measure::of<Pool>(arguments...)`.
+template <typename Measure, typename Pool, typename... Arguments>
+Contestant contestant(const std::string& name, const Arguments&... arguments)
+{
+    return {name, [=] { return Measure::template of<Pool>(arguments...); }};
+}
+
 /// One contestant a pool, whose turn is `Measure::of<Pool>(arguments...)`.
 template <typename Measure, typename... Pools, typename... Arguments>
 std::vector<Contestant> contestants(const Arguments&... arguments)
