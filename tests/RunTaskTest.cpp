@@ -54,6 +54,19 @@ TEST_F(RunTask, MarksNamesAndReleasesTheTask)
     EXPECT_EQ(task.use_count(), 1);
 }
 
+TEST_F(RunTask, PassesANameOfAnyLengthWhole)
+{
+    for (const std::size_t length :
+         {0, 99, 100, 101, 102, 103, 104, 105, 106, 107, 108, 109, 110, 111, 112, 128, 5000}) {
+        const std::string name(length, 'n');
+        give(makeTask([] {}, name));
+        const platform::Recorder recorder;
+        worker->runTask();
+        EXPECT_THAT(recorder.names(), ElementsAre("KTTask: " + name + " [running]",
+                                                  "KTTask: " + name + " [finished]"));
+    }
+}
+
 TEST_F(RunTask, StampsNoTime)
 {
     const auto task = makeTask();

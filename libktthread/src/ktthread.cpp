@@ -899,6 +899,28 @@ bool KTThread::apoptosis(KTThreadPool* held)
 // KTThread: one task
 // ---------------------------------------------------------------------------------------------
 
+namespace {
+
+/// Names the thread after its task: on the stack, unless the name is unusually long. `state` ends
+/// with its null.
+template <std::size_t length>
+void showTask(const KTTask& task, const char (&state)[length])
+{
+    static const char prefix[] = "KTTask: ";
+    const std::string& name = task.getTaskName();
+    char text[128];
+    if (sizeof prefix - 1 + name.size() + length > sizeof text) {
+        KTThread::setThreadName((prefix + name + state).c_str());
+        return;
+    }
+    char* end = std::copy_n(prefix, sizeof prefix - 1, text);
+    end = std::copy(name.begin(), name.end(), end);
+    std::copy_n(state, length, end);
+    KTThread::setThreadName(text);
+}
+
+}  // namespace
+
 void KTThread::runTask()
 {
     runTask(nullptr);
@@ -937,12 +959,6 @@ void KTThread::runTask(KTThreadPool* held)
     boost::shared_ptr<KTTask> done;
     const KTCriticalSectionWrite hold(borrowed(taskLock));
     done.swap(currentTask);
-}
-
-void KTThread::showTask(const KTTask& task, const char* what)
-{
-    shownName.assign("KTTask: ").append(task.getTaskName()).append(what);
-    setThreadName(shownName.c_str());
 }
 
 // ---------------------------------------------------------------------------------------------

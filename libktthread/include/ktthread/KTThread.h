@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <mutex>
-#include <string>
 
 #include <pthread.h>
 
@@ -92,7 +91,6 @@ private:
     void loop(KTThreadPool* livePool);
     void runCounted(KTThreadPool* livePool);
     void sleepOnce();
-    void showTask(const KTTask& task, const char* what);
 
     // The public operations of these names, for a caller that holds the pool; null: it is looked
     // up.
@@ -120,8 +118,6 @@ private:
     /// The count of the pool's threads, which outlives pool and worker. Empty without a pool.
     boost::intrusive_ptr<KTStartedThreads> startedThreads;
     std::mutex currentTaskMutex;
-    /// Where the thread's names are put together, reused from task to task.
-    std::string shownName;
     /// The monitor that the last task was reported to. The thread's own, so that it needn't take a
     /// share in the pool's for each task.
     boost::shared_ptr<KTMonitor> knownMonitor;
