@@ -42,7 +42,7 @@ function(kt_add_library name)
     VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR} POSITION_INDEPENDENT_CODE ON)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     # A call of a library's own function needn't go by way of the program's. Clang's default.
-    target_compile_options(${name} PRIVATE -fno-semantic-interposition)
+    target_compile_options(${name} PRIVATE -fno-semantic-interposition -fno-plt)
   endif()
   kt_set_warnings(${name})
 endfunction()
