@@ -1,0 +1,56 @@
+"""report RESULTS [DOCS]: makes DOCS/benchmarks.md and its pictures of what benchmarks/run left.
+
+The text comes from page.md beside this file; what stands in {braces} in it is put in.
+"""
+import datetime
+import json
+import pathlib
+import platform
+import re
+import subprocess
+import sys
+
+import goals
+import plots
+import results
+import tables
+
+HERE = pathlib.Path(__file__).parent
+
+
+def machine():
+    cpu = re.search(r"^model name\s*: (.*)$", pathlib.Path("/proc/cpuinfo").read_text(), re.M)
+    system = re.search(r'^PRETTY_NAME="(.*)"$', pathlib.Path("/etc/os-release").read_text(), re.M)
+    processors = subprocess.run(["nproc"], capture_output=True, text=True, check=True).stdout.strip()
+    compiler = subprocess.run(["g++", "-dumpfullversion"], capture_output=True, text=True, check=True).stdout.strip()
+    return (
+        f"{processors} processors, {cpu.group(1) if cpu else platform.machine()}, Linux"
+        f" {platform.release()}; {system.group(1)}, g++ {compiler}, glibc {platform.libc_ver()[1]};"
+        f" {datetime.date.today()}"
+    )
+
+
+def main():
+    if len(sys.argv) not in (2, 3):
+        sys.exit("report: give the directory that benchmarks/run filled, and where the page is to go")
+    folder = pathlib.Path(sys.argv[1])
+    docs = pathlib.Path(sys.argv[2]) if len(sys.argv) == 3 else HERE.parent.parent / "docs"
+    comparisons = results.read(folder)
+    calls = results.read_primitives(folder)
+    plots.draw(comparisons, docs / "benchmarks")
+    text = {
+        "machine": machine(),
+        "repetitions": json.loads((folder / "pools.json").read_text())["repetitions"],
+        "goals": goals.table(comparisons, calls),
+        "primitives": tables.primitives(calls),
+        "instructions": json.loads((HERE.parent / "instructions.json").read_text())["instructions a task"],
+        "W1": tables.grid(comparisons, "W1"),
+        "W6": tables.grid([one for one in comparisons if "memory" not in one.title], "W6"),
+        "memory": tables.workload([one for one in comparisons if "memory" in one.title], "W6"),
+        **{name: tables.workload(comparisons, name) for name in ("W2", "W3", "W4", "W5", "W7", "W8")},
+    }
+    page = (HERE / "page.md").read_text().format(**text)
+    (docs / "benchmarks.md").write_text(page)
+
+
+main()
