@@ -109,11 +109,11 @@ void loops(Runner& runner)
         contestants<TimeOfLoop, KtLoops, TbbLoops, OpenMpLoops, HandSplitLoops>(&from, &to));
 }
 
-void growth(Runner& runner)
+void growth(Runner& runner, int tasks)
 {
-    for (const int tasks : {1000, 10000, 100000, 1000000}) {
-        runner.compare({"W6", std::to_string(tasks) + " tasks queued", "ns a task"},
-                       somePools<TimeOfQueue>(tasks));
+    for (const int queued : {tasks / 100, tasks / 10, tasks, tasks * 10}) {
+        runner.compare({"W6", std::to_string(queued) + " tasks queued", "ns a task"},
+                       somePools<TimeOfQueue>(queued));
     }
     for (const bool oneByOne : {true, false}) {
         for (const int workers : {2, 8, 32, 128, 512}) {
@@ -121,7 +121,7 @@ void growth(Runner& runner)
                             std::to_string(workers) + " workers, " +
                                 (oneByOne ? "all but one idle" : "all given work"),
                             "ns a task"},
-                           somePools<TimeOfWorkers>(workers, oneByOne ? 2000 : 50000, oneByOne));
+                           somePools<TimeOfWorkers>(workers, oneByOne ? tasks / 50 : tasks / 2, oneByOne));
         }
     }
 }
@@ -183,7 +183,7 @@ int main(int argc, char** argv)
         blocking(runner);
         latency(runner);
         loops(runner);
-        growth(runner);
+        growth(runner, tasks);
         lifecycle(runner);
     }
     return write(runner.results().dump(1), output);

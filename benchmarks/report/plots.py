@@ -7,6 +7,7 @@ matplotlib.rcParams["font.size"] = 9
 from matplotlib import pyplot  # noqa: E402, the back end comes first
 
 OURS, OTHERS = "#c0392b", "#7f8c8d"
+PALETTE = ["#1f77b4", "#ff7f0e", "#2ca02c", "#17becf", "#9467bd", "#8c564b", "#e377c2", "#7f7f7f"]
 
 
 def colour(name):
@@ -42,6 +43,7 @@ def lines(groups, file, xlabel):
     """A panel a group of comparisons: (title, [(x label, comparison)...]); a line a contestant."""
     figure, panels = pyplot.subplots(1, len(groups), figsize=(4.6 * len(groups), 3.6), squeeze=False)
     for panel, (title, points) in zip(panels[0], groups):
+        others = iter(PALETTE)
         for name in points[0][1].samples:
             ours = name.startswith("libkt")
             panel.plot(
@@ -52,7 +54,7 @@ def lines(groups, file, xlabel):
                 label=name,
                 linewidth=2.2 if ours else 1,
                 linestyle="--" if name == "libktasync" else "-",
-                color=OURS if ours else None,
+                color=OURS if ours else next(others),
             )
         panel.set_yscale("log")
         panel.set_title(title, fontsize=9)
