@@ -117,11 +117,12 @@ void growth(Runner& runner, int tasks)
     }
     for (const bool oneByOne : {true, false}) {
         for (const int workers : {2, 8, 32, 128, 512}) {
-            runner.compare({"W6",
-                            std::to_string(workers) + " workers, " +
-                                (oneByOne ? "all but one idle" : "all given work"),
-                            "ns a task"},
-                           somePools<TimeOfWorkers>(workers, oneByOne ? tasks / 50 : tasks / 2, oneByOne));
+            runner.compare(
+                {"W6",
+                 std::to_string(workers) + " workers, " +
+                     (oneByOne ? "all but one idle" : "all given work"),
+                 "ns a task"},
+                somePools<TimeOfWorkers>(workers, oneByOne ? tasks / 50 : tasks / 2, oneByOne));
         }
     }
 }
