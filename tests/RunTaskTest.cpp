@@ -56,8 +56,7 @@ TEST_F(RunTask, MarksNamesAndReleasesTheTask)
 
 TEST_F(RunTask, PassesANameOfAnyLengthWhole)
 {
-    for (const std::size_t length :
-         {0, 99, 100, 101, 102, 103, 104, 105, 106, 107, 108, 109, 110, 111, 112, 128, 5000}) {
+    for (std::size_t length = 0; length < 140; ++length) {
         const std::string name(length, 'n');
         give(makeTask([] {}, name));
         const platform::Recorder recorder;
