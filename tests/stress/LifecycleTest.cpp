@@ -1,0 +1,111 @@
+/// Pools that come and go, over and over.
+#include <atomic>
+
+#include "Stress.h"
+
+namespace {
+
+void life(Dice& dice)
+{
+    std::atomic<int> ended(0);
+    const int tasks = dice.roll(4);
+    const Pool pool(new KT::KTThreadPool(1 + dice.roll(3), 4, dice.roll(3), 0, 0));
+    pool->init(pool->status().threads, 4, 0, 0, 0);
+    for (int i = 0; i < tasks; ++i) {
+        pool->enqueue(makeTask([&ended] { ++ended; }));
+    }
+    if (dice.roll(2) == 0) {
+        ASSERT_TRUE(wakingUntil(pool, [&] { return ended == tasks; }));
+    }
+    if (dice.roll(2) == 0) {
+        pool->shutdown(dice.roll(2) == 0);
+    }
+    ASSERT_TRUE(pool->close(dice.roll(2) == 0, 60000));
+    ASSERT_EQ(pool.use_count(), 1);
+}
+
+TEST(Lifecycle, OfManyPoolsLeavesNothingBehind)
+{
+    Dice dice;
+    for (int round = 0; round < 50; ++round) {
+        life(dice);
+    }
+    const std::size_t bytes = bytesInUse();
+    const int rounds = scaled(1000);
+    for (int round = 0; round < rounds && !HasFatalFailure(); ++round) {
+        life(dice);
+    }
+    EXPECT_LE(bytesInUse(), bytes + 64 * 1024);
+    EXPECT_EQ(threadCount(), 1);
+}
+
+TEST(Lifecycle, OfManyRetiredWorkersLeavesNothingBehind)
+{
+    const QuietConsole quiet;
+    const Pool pool(new KT::KTThreadPool(19, 60, 0, 0, 0));
+    pool->init(19, 60, 0, 0, 0);
+    const auto growAndRetire = [&pool] {
+        while (pool->status().threads < 59) {
+            pool->adjustThread(59 - pool->status().threads);
+        }
+        pool->adjustThread(-40);
+        return wakingUntil(pool, [&pool] {
+            pool->enqueue(makeTask());  // retirement is between tasks
+            return pool->status().threads <= 19;
+        });
+    };
+    for (int round = 0; round < 3; ++round) {
+        ASSERT_TRUE(growAndRetire());
+    }
+    const std::size_t bytes = bytesInUse();
+    const int maps = mappings();
+    const int rounds = scaled(1000) / 40;
+    for (int round = 0; round < rounds; ++round) {
+        ASSERT_TRUE(growAndRetire());
+    }
+    EXPECT_LE(bytesInUse(), bytes + 256 * 1024);
+    EXPECT_LE(mappings(), maps + 100);
+    EXPECT_TRUE(pool->close(false, 60000));
+    EXPECT_EQ(threadCount(), 1);
+}
+
+TEST(Lifecycle, EndsInThePoolsOwnLastWorker)
+{
+    const int rounds = scaled(200);
+    for (int round = 0; round < rounds; ++round) {
+        std::atomic<bool> refused(false);
+        Gate gate;
+        Pool pool(new KT::KTThreadPool(1, 1, 0, 0, 0));
+        pool->init(1, 1, 0, 0, 0);
+        const boost::weak_ptr<KT::KTThreadPool> left = pool;
+        pool->enqueue(makeTask([&refused, &gate, left] {
+            gate.pass();
+            const Pool own = left.lock();
+            refused = !own->close();  // its own thread can't be waited for
+        }));
+        ASSERT_TRUE(wakingUntil(pool, [&gate] { return gate.arrived() == 1; }));
+        gate.open();
+        ASSERT_TRUE(wakingUntil(pool, [&refused] { return refused.load(); }));
+        ASSERT_TRUE(pool->close(false, 60000));
+        pool.reset();
+        ASSERT_TRUE(eventually([&left] { return left.expired(); }));
+    }
+}
+
+TEST(Lifecycle, OfAPoolThatATaskOfAnotherShutsDown)
+{
+    const int rounds = scaled(200);
+    for (int round = 0; round < rounds; ++round) {
+        const Pool first(new KT::KTThreadPool(1, 1, 0, 0, 0));
+        const Pool second(new KT::KTThreadPool(2, 2, 0, 0, 0));
+        first->init(1, 1, 0, 0, 0);
+        second->init(2, 2, 0, 0, 0);
+        std::atomic<bool> closed(false);
+        second->enqueue(makeTask([] {}));
+        first->enqueue(makeTask([&second, &closed] { closed = second->close(false, 60000); }));
+        ASSERT_TRUE(wakingUntil(first, [&closed] { return closed.load(); }));
+        ASSERT_TRUE(first->close(false, 60000));
+    }
+}
+
+}  // namespace

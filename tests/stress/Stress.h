@@ -1,0 +1,92 @@
+/// What the stress tests have in common.
+#pragma once
+
+#include <cstdio>
+#include <cstdlib>
+#include <random>
+#include <streambuf>
+
+#include <malloc.h>
+#include <unistd.h>
+
+#include "Pools.h"
+
+/// `base`, or as many times as much as the environment's KT_SCALE says, as ./check soak has it.
+inline int scaled(int base)
+{
+    const char* const scale = std::getenv("KT_SCALE");
+    return base * (scale != nullptr ? std::max(std::atoi(scale), 1) : 1);
+}
+
+/// Random numbers whose seed is printed, and taken from the environment's KT_SEED to repeat a run.
+class Dice {
+public:
+    Dice() : seed(chosenSeed()), engine(seed) { std::fprintf(stderr, "KT_SEED=%u\n", seed); }
+
+    /// From 0 to `below` - 1.
+    int roll(int below) { return std::uniform_int_distribution<int>(0, below - 1)(engine); }
+
+private:
+    static unsigned chosenSeed()
+    {
+        const char* const given = std::getenv("KT_SEED");
+        return given != nullptr ? static_cast<unsigned>(std::strtoul(given, nullptr, 10))
+                                : std::random_device()();
+    }
+
+    unsigned seed;
+    std::mt19937 engine;
+};
+
+/// Lets what is written to std::cout come to nothing: pools say each retirement there.
+class QuietConsole : private std::streambuf {
+public:
+    QuietConsole() : previous(std::cout.rdbuf(this)) {}
+    ~QuietConsole() override { std::cout.rdbuf(previous); }
+
+private:
+    int_type overflow(int_type character) override { return traits_type::not_eof(character); }
+    std::streamsize xsputn(const char*, std::streamsize size) override { return size; }
+
+    std::streambuf* previous;
+};
+
+/// Bytes that are allocated now.
+inline std::size_t bytesInUse()
+{
+    return mallinfo2().uordblks;
+}
+
+/// Memory mappings of this process.
+inline int mappings()
+{
+    int lines = 0;
+    if (std::FILE* const file = std::fopen("/proc/self/maps", "r")) {
+        for (int character = 0; (character = std::fgetc(file)) != EOF;) {
+            lines += character == '\n';
+        }
+        std::fclose(file);
+    }
+    return lines;
+}
+
+/// Threads of this process.
+inline int threadCount()
+{
+    return static_cast<int>(threadsNamed("").size()) + 1;
+}
+
+/// Calls wake() until `condition` holds, as a client that waits does; false after ten minutes.
+template <typename Condition>
+bool wakingUntil(const Pool& pool, const Condition& condition)
+{
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::minutes(10);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > limit) {
+            return false;
+        }
+        pool->wake();
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
