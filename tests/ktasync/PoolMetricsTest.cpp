@@ -36,6 +36,20 @@ protected:
         return eventually([&] { return scrape().find(line) != std::string::npos; });
     }
 
+    /// Of all pools and outcomes, without a server in between.
+    double countedTasks() const
+    {
+        double tasks = 0;
+        for (const prometheus::MetricFamily& family : registry->Collect()) {
+            if (family.name == "ktthread_tasks_total") {
+                for (const prometheus::ClientMetric& metric : family.metric) {
+                    tasks += metric.counter.value;
+                }
+            }
+        }
+        return tasks;
+    }
+
     const std::shared_ptr<prometheus::Registry> registry = std::make_shared<prometheus::Registry>();
     prometheus::Exposer exposer{"127.0.0.1:0"};
 };
@@ -146,16 +160,22 @@ TEST_F(PoolMetrics, MayEndWhileThePoolWorks)
 {
     KT::KTScopedPool pool;
     std::atomic<bool> goOn(true);
+    std::atomic<int> submitted(0);
+    std::atomic<int> ran(0);
     std::thread client([&] {
         while (goOn) {
-            KT::submit(pool, [] {}).get();
+            ++submitted;
+            KT::submit(pool, [&ran] { ++ran; }).get();
         }
     });
     for (int round = 0; round < 200; ++round) {
         const KT::KTPoolMetrics metrics(pool, registry, "brief");
+        EXPECT_TRUE(eventually([this] { return countedTasks() > 0; }));
     }
     goOn = false;
     client.join();
+    EXPECT_EQ(ran, submitted);
+    EXPECT_THAT(scrape(), Not(HasSubstr("pool=\"brief\"")));
 }
 
 }  // namespace

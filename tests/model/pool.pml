@@ -19,7 +19,7 @@ byte live, busy, toRemove;      /* nbThreads, nbBusyThreads, nbThreadsToRemove *
 byte made, gone;                /* threads started and ended: what join counts */
 byte waiting, permits;          /* of the wake condition: sleepers, and those of them that were woken */
 bool killed[IDS], running[IDS], pastQueue[IDS], leaving[IDS];
-bool clientDone, joined, isShut;
+bool clientDone, joined;
 
 /* Of the last signal that anybody sent: */
 bool isLost;                    /* nobody slept */
@@ -186,7 +186,6 @@ active proctype Closer() {
         unlock(wakeMutex);
 #endif
         lock(poolMutex); live = 0; unlock(poolMutex);
-        isShut = true;
         /* join tells those whom a growth has added, or a retirement has moved, since */
         do
         :: made == gone -> joined = true; break
