@@ -1128,7 +1128,12 @@ void KTThreadPool::wakeAll()
 
 bool KTThreadPool::adjustThread(int delta)
 {
-    Workers displaced;  // let go of after poolMutex: a worker's destructor waits for its thread
+    Workers displaced;
+    return adjustThread(delta, displaced);
+}
+
+bool KTThreadPool::adjustThread(int delta, Workers& displaced)
+{
     const TurnAndHold<KTCriticalSection> hold(poolTurnstile, poolMutex);
     if (delta == 0 || nbThreads < 1) {
         return false;
@@ -1475,6 +1480,7 @@ void KTMonitor::assimilate(boost::shared_ptr<KTTask> task)
         return;
     }
     {
+        std::vector<boost::shared_ptr<KTThread>> displaced;  // let go of after the mutex
         const TurnAndHold<KTCriticalSection> hold(turnstile, mutex);
         const std::int32_t sum = wrappingSum(idleMicroseconds, task->getIdleTime());
         idleSeconds = wrappingSum(idleSeconds, sum / 1000000);
@@ -1483,7 +1489,7 @@ void KTMonitor::assimilate(boost::shared_ptr<KTTask> task)
         // The count wraps after months of tasks; a period that is none must not be met then.
         if (period > 0 && taskCount == period) {
             taskCount = 0;
-            adjustPool();
+            adjustPool(displaced);
         }
     }
     if (task->autoDelete) {
@@ -1492,6 +1498,12 @@ void KTMonitor::assimilate(boost::shared_ptr<KTTask> task)
 }
 
 void KTMonitor::adjustPool()
+{
+    std::vector<boost::shared_ptr<KTThread>> displaced;
+    adjustPool(displaced);
+}
+
+void KTMonitor::adjustPool(std::vector<boost::shared_ptr<KTThread>>& displaced)
 {
     const int live = pool->nbThreads;
     int busy = 0;
@@ -1504,7 +1516,7 @@ void KTMonitor::adjustPool()
         consoleLine("INFO: Thread limit reached: (" + std::to_string(busy) + "/" +
                     std::to_string(wrappingSum(live, growthBatch)) + ")");
     } else if (busy + 1 >= live) {
-        pool->adjustThread(1);
+        pool->adjustThread(1, displaced);
     }
 }
 

@@ -1,6 +1,8 @@
 /// The observer that makes a pool grow.
 #pragma once
 
+#include <vector>
+
 #include <boost/shared_ptr.hpp>
 
 #include <ktthread/KTMutex.h>
@@ -10,6 +12,7 @@
 
 namespace KT {
 
+class KTThread;
 class KTThreadPool;
 
 /// A pool's monitor: it adds up how long ended tasks waited and asks the pool for one more worker
@@ -36,6 +39,8 @@ public:
     void adjustPool();
 
 private:
+    void adjustPool(std::vector<boost::shared_ptr<KTThread> >& displaced);
+
     boost::shared_ptr<KTThreadPool> pool;
     /// Guards the three counters, and is held while assimilate calls adjustPool.
     boost::shared_ptr<KTMutex> mutex;

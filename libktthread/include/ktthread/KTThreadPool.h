@@ -154,6 +154,9 @@ private:
     bool enqueueBy(const Push& push);
     void signalOne();
     void wakeAll();
+    /// The workers that new ones took the slots of are for the caller to let go of, with no lock
+    /// held: the destructor of a worker waits for its thread, and takes its lock.
+    bool adjustThread(int delta, Workers& displaced);
     bool allowRetirementLocked(int delta);
     bool growLocked(int count, Workers& displaced);
     bool startWorkerLocked(Workers& displaced);
