@@ -119,12 +119,14 @@ TEST_F(PoolQueue, EnqueueSignalsUnderTheWakeMutex)
 {
     const Pool pool = idle();
     const platform::Recorder recorder;
-    inside::wakeMutex(pool)->lock();
-    std::thread client([&] { pool->enqueue(makeTask()); });
-    ASSERT_TRUE(eventually([&] { return pool->status().queuedTasks == 1; }));
-    EXPECT_EQ(recorder.count(Call::signal), 0U);
-    inside::wakeMutex(pool)->unlock();
-    client.join();
+    Threads client;
+    {
+        const HeldElsewhere held(inside::wakeMutex(pool));
+        client.start([&] { pool->enqueue(makeTask()); });
+        ASSERT_TRUE(eventually([&] { return pool->status().queuedTasks == 1; }));
+        EXPECT_EQ(recorder.count(Call::signal), 0U);
+    }
+    client.joinAll();
     EXPECT_EQ(recorder.count(Call::signal), 1U);
 }
 

@@ -144,12 +144,11 @@ TEST_F(PoolSizing, RetirementNeverHoldsTwoLocks)
 {
     const Pool pool = filled(2, 2);
     inside::nbThreadsToRemove(pool) = 1;
-    inside::wakeMutex(pool)->lock();
-    std::thread retiring([&] { pool->apoptosis(inside::threads(pool)[0]); });
+    Threads retiring;
+    const HeldElsewhere held(inside::wakeMutex(pool));
+    retiring.start([&] { pool->apoptosis(inside::threads(pool)[0]); });
     // While it waits for the wake mutex, the pool mutex is free.
     EXPECT_TRUE(eventually([&] { return pool->status().threads == 1; }));
-    inside::wakeMutex(pool)->unlock();
-    retiring.join();
 }
 
 TEST_F(PoolSizing, StrangersAndWorkersSetAsideDoNotRetire)

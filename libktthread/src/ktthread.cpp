@@ -1178,7 +1178,7 @@ bool KTThreadPool::startWorkerLocked(Workers& displaced)
     // Room for every worker to be set aside: a shutdown is no place to run out of memory.
     retiredThreads.reserve(
         std::max(retiredThreads.capacity(), retiredThreads.size() + threads.size()));
-    displaced.reserve(displaced.size() + 1);
+    displaced.reserve(displaced.size() + 2);  // also for the new one, if its launch fails
     const boost::shared_ptr<KTThread> worker(
         new KTThread(getThis(), slot, wakeMutex, wakeCondition));
     displaced.push_back(exchangeShared(threads[static_cast<std::size_t>(slot)], worker));
@@ -1207,8 +1207,8 @@ bool KTThreadPool::xIncreaseThread()
             ++nbThreads;
             nbThreadsToRemove = 0;
         } else {
-            const std::size_t slot = slotsInUse();
-            exchangeShared(threads[slot], boost::shared_ptr<KTThread>());
+            boost::shared_ptr<KTThread>& slot = threads[slotsInUse()];
+            displaced.push_back(exchangeShared(slot, boost::shared_ptr<KTThread>()));
         }
     }
     return true;

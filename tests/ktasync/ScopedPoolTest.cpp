@@ -231,7 +231,8 @@ TEST(ScopedPoolEnd, CutsStuckTasksOffIfThatIsThePolicy)
         cut = KT::submit(pool, [] { KT::KTStopToken().waitFor(-1); });
         EXPECT_TRUE(eventually(pool, [&] { return pool.status().busyThreads == 1; }));
     }
-    EXPECT_TRUE(cut.isReady());
+    // The limit holds for the cutting off too: on a busy machine that may take longer.
+    EXPECT_TRUE(eventually([&cut] { return cut.isReady(); }));
     EXPECT_THROW(cut.get(), KT::KTCancelled);
     ASSERT_EQ(log.records().size(), 1U);
     EXPECT_EQ(log.records()[0].text,

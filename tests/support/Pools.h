@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -116,8 +117,32 @@ inline bool untilArrived(const Pool& pool, const Gate& gate)
     });
 }
 
+/// Has a thread of its own hold a mutex, so that the test's own calls are made with none held.
+class HeldElsewhere {
+public:
+    explicit HeldElsewhere(boost::shared_ptr<KT::KTMutex> mutex)
+    {
+        holder.start([this, mutex] {
+            const KT::KTCriticalSection hold(mutex);
+            end.pass();
+        });
+        EXPECT_TRUE(end.untilArrived(1));
+    }
+    ~HeldElsewhere()
+    {
+        end.open();
+        holder.joinAll();
+    }
+    HeldElsewhere(const HeldElsewhere&) = delete;
+    HeldElsewhere& operator=(const HeldElsewhere&) = delete;
+
+private:
+    Gate end;
+    Threads holder;
+};
+
 /// Holds the only worker of a pool up between its look at the empty queue and its sleep: there it
-/// waits for the wake mutex, which this object holds.
+/// waits for the wake mutex, which another thread holds.
 class OnTheWayToSleep {
 public:
     explicit OnTheWayToSleep(const Pool& heldPool) : pool(heldPool)
@@ -125,16 +150,14 @@ public:
         EXPECT_TRUE(pool->enqueue(makeTask([this] { gate.pass(); })));
         EXPECT_TRUE(untilArrived(pool, gate));
         const platform::Recorder recorder;
-        inside::wakeMutex(pool)->lock();
+        held.emplace(inside::wakeMutex(pool));
         gate.open();
         const void* const mutex = inside::mutex(*inside::wakeMutex(pool)).get();
         EXPECT_TRUE(eventually([&] { return recorder.count(platform::Call::lock, mutex) == 2; }));
     }
-    ~OnTheWayToSleep() { inside::wakeMutex(pool)->unlock(); }
-    OnTheWayToSleep(const OnTheWayToSleep&) = delete;
-    OnTheWayToSleep& operator=(const OnTheWayToSleep&) = delete;
 
 private:
     Pool pool;
     Gate gate;
+    std::optional<HeldElsewhere> held;
 };
