@@ -45,7 +45,6 @@ void enqueue(const KTPoolRef& pool, const boost::intrusive_ptr<Job>& job, std::s
     try {
         pool.pool()->enqueue(boost::make_shared<PoolTask>(job, name));
     } catch (const std::exception&) {
-        // It may be in the queue already: what throws may be the growth after that.
         job->drop();
         throw;
     }

@@ -12,6 +12,7 @@
 #include <mutex>
 #include <new>
 #include <ostream>
+#include <string_view>
 #include <utility>
 
 #include <sys/prctl.h>
@@ -143,12 +144,28 @@ void logRecord(const char* category, const char* function, const std::string& te
     ro::log::LogStream(logLevel, category, "", function, 0) << text << std::endl;
 }
 
-/// One piece, so that lines of several threads don't mix. Throws what std::cout is set to throw.
-void consoleLine(const std::string& text)
+/// One piece, so that lines of several threads don't mix. Without an allocation, since a worker
+/// that retires must not fail halfway: a text has 159 characters at most. Throws what std::cout is
+/// set to throw.
+void consoleLine(std::string_view text)
 {
     const Cancellation off(PTHREAD_CANCEL_DISABLE);
-    const std::string line = text + '\n';
-    std::cout.write(line.data(), static_cast<std::streamsize>(line.size())).flush();
+    std::array<char, 160> line{};
+    const std::size_t length = text.copy(line.data(), line.size() - 1);
+    line[length] = '\n';
+    std::cout.write(line.data(), static_cast<std::streamsize>(length + 1)).flush();
+}
+
+/// Does what a task that was taken over already, or has run, can do without.
+template <typename Action>
+void unlessOutOfMemory(const Action& action)
+{
+    try {
+        action();
+    } catch (const std::bad_alloc&) {
+        // Thrown further, it would let a client take a queued task for refused, or end a worker and
+        // with it the process.
+    }
 }
 
 // Durations and their sums are 32 bits wide and wrap, which only unsigned arithmetic may.
@@ -910,7 +927,7 @@ void showTask(const KTTask& task, const char (&state)[length])
     const std::string& name = task.getTaskName();
     char text[128];
     if (sizeof prefix - 1 + name.size() + length > sizeof text) {
-        KTThread::setThreadName((prefix + name + state).c_str());
+        unlessOutOfMemory([&] { KTThread::setThreadName((prefix + name + state).c_str()); });
         return;
     }
     char* end = std::copy_n(prefix, sizeof prefix - 1, text);
@@ -945,20 +962,27 @@ void KTThread::runTask(KTThreadPool* held)
         } catch (const KTError& error) {
             // Only this one is a task's way to report a failure. Any other exception is a mistake
             // that ends the process where it was made, with the stack still there to look at.
-            logRecord("KTThread", "runTask", "Error caught: " + error.toString());
+            unlessOutOfMemory([&error] {
+                logRecord("KTThread", "runTask", "Error caught: " + error.toString());
+            });
         }
         task.state = stateFinished;
-        if (held != nullptr) {
-            held->taskEnded(currentTask, knownMonitor);
-        } else if (const boost::shared_ptr<KTThreadPool> livePool = pool.lock()) {
-            livePool->taskEnded(currentTask);
-        }
+        unlessOutOfMemory([this, held] { reportEnded(held); });
     }
     // Let go of after the hold: this may be the last reference, and a task's destructor may do
     // anything.
     boost::shared_ptr<KTTask> done;
     const KTCriticalSectionWrite hold(borrowed(taskLock));
     done.swap(currentTask);
+}
+
+void KTThread::reportEnded(KTThreadPool* held)
+{
+    if (held != nullptr) {
+        held->taskEnded(currentTask, knownMonitor);
+    } else if (const boost::shared_ptr<KTThreadPool> livePool = pool.lock()) {
+        livePool->taskEnded(currentTask);
+    }
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -1051,7 +1075,7 @@ bool KTThreadPool::enqueueBy(const Push& push)
         }
         push();
     }
-    watcher->adjustPool();
+    unlessOutOfMemory([&watcher] { watcher->adjustPool(); });
     signalOne();
     return true;
 }
@@ -1513,8 +1537,10 @@ void KTMonitor::adjustPool(std::vector<boost::shared_ptr<KTThread>>& displaced)
     }
     if (busy >= busyLimit) {
         // Not a limit that was tested: the count and the step that a growth would have made.
-        consoleLine("INFO: Thread limit reached: (" + std::to_string(busy) + "/" +
-                    std::to_string(wrappingSum(live, growthBatch)) + ")");
+        char text[64];
+        std::snprintf(text, sizeof text, "INFO: Thread limit reached: (%d/%d)", busy,
+                      wrappingSum(live, growthBatch));
+        consoleLine(text);
     } else if (busy + 1 >= live) {
         pool->adjustThread(1, displaced);
     }

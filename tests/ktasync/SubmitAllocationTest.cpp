@@ -1,6 +1,5 @@
 /// What submitting costs in memory, and what happens when it runs out.
 #include <functional>
-#include <new>
 #include <string>
 #include <utility>
 #include <vector>
@@ -10,8 +9,8 @@
 
 namespace {
 
+using allocations::failEach;
 using allocations::made;
-using allocations::untilFailure;
 
 /// The allocations that each of many calls of `submitOne` makes; without the blocks of the pool's
 /// queue, each of which serves for many.
@@ -66,27 +65,11 @@ TEST(SubmitAllocations, OfAGroupsTaskAreTwo)
     group.wait();
 }
 
-/// Runs `operation` with the n-th allocation failing, for each n until there is no n-th one; it may
-/// throw std::bad_alloc only. Returns how many failed.
-int failEachAllocation(const std::function<void()>& operation)
-{
-    for (int n = 0;; ++n) {
-        untilFailure = n;
-        try {
-            operation();
-        } catch (const std::bad_alloc&) {
-        }
-        if (std::exchange(untilFailure, -1) >= 0) {
-            return n;
-        }
-    }
-}
-
 TEST(SubmitOutOfMemory, ThrowsAndTheTaskNeverRuns)
 {
     HeldPool held;
     int ran = 0;
-    EXPECT_GE(failEachAllocation([&] { KT::submit(held.pool, [&ran] { ++ran; }); }), 2);
+    EXPECT_GE(failEach([&] { KT::submit(held.pool, [&ran] { ++ran; }); }), 2);
     held.release();
     EXPECT_TRUE(held.pool.close());
     EXPECT_EQ(ran, 1);
@@ -97,7 +80,7 @@ TEST(SubmitOutOfMemory, BatchThrowsAndNoneEverRuns)
     HeldPool held;
     int ran = 0;
     const std::vector<std::function<void()>> calls(50, [&ran] { ++ran; });
-    EXPECT_GT(failEachAllocation([&] { KT::submitAll(held.pool, calls); }), 100);
+    EXPECT_GT(failEach([&] { KT::submitAll(held.pool, calls); }), 100);
     held.release();
     EXPECT_TRUE(held.pool.close());
     EXPECT_EQ(ran, 50);
@@ -108,7 +91,7 @@ TEST(SubmitOutOfMemory, ThenThrowsAndLeavesTheFutureAsItWas)
     HeldPool held;
     KT::KTFuture<int> front = KT::submit(held.pool, [] { return 1; });
     KT::KTFuture<int> back;
-    EXPECT_EQ(failEachAllocation([&] { back = front.then([](int n) { return n + 1; }); }), 2);
+    EXPECT_EQ(failEach([&] { back = front.then([](int n) { return n + 1; }); }), 2);
     held.release();
     EXPECT_EQ(back.get(), 2);
 }
@@ -118,7 +101,7 @@ TEST(SubmitOutOfMemory, GroupGivesThePlaceBack)
     HeldPool held;
     int ran = 0;
     KT::KTTaskGroup group(held.pool, 1);
-    EXPECT_GE(failEachAllocation([&] { group.run([&ran] { ++ran; }); }), 2);
+    EXPECT_GE(failEach([&] { group.run([&ran] { ++ran; }); }), 2);
     try {
         group.wait();
     } catch (const KT::KTCancelled&) {
@@ -131,7 +114,7 @@ TEST(SubmitOutOfMemory, LoopThrowsOrIsDoneWhole)
 {
     KT::KTScopedPool pool(fixedSize(2));
     std::atomic<int> passes(0);
-    EXPECT_GT(failEachAllocation([&] {
+    EXPECT_GT(failEach([&] {
                   passes = 0;
                   KT::parallelFor(pool, 0, 1000, [&passes](int) { ++passes; });
               }),
@@ -141,7 +124,7 @@ TEST(SubmitOutOfMemory, LoopThrowsOrIsDoneWhole)
 
 TEST(SubmitOutOfMemory, PoolThrowsAndLeavesNoThread)
 {
-    EXPECT_GT(failEachAllocation([] { KT::KTScopedPool pool(fixedSize(3)); }), 20);
+    EXPECT_GT(failEach([] { KT::KTScopedPool pool(fixedSize(3)); }), 20);
     EXPECT_TRUE(eventually([] { return threadsNamed("KT").empty(); }));
 }
 

@@ -97,6 +97,7 @@ private:
     bool getTask(KTThreadPool* held);
     bool apoptosis(KTThreadPool* held);
     void runTask(KTThreadPool* held);
+    void reportEnded(KTThreadPool* held);
     boost::shared_ptr<KTThreadPool> resolvePool(KTThreadPool* held) const;
 
     boost::shared_ptr<KTMutex> wakeMutex;

@@ -80,13 +80,14 @@ public:
 
     /// Queues `task` and wakes a worker. False, and nothing queued, if the pool doesn't run. False
     /// for an empty pointer, which is queued all the same. Doesn't wait for the task. Throws
-    /// std::bad_alloc.
+    /// std::bad_alloc, and nothing is queued then. A pool that has no memory to grow goes on with the
+    /// workers that it has.
     bool enqueue(boost::shared_ptr<KTTask> task);
 
     /// Queues all of `batch`, in its order and with nothing in between, for the price of one: one
     /// hold of the queue, one look of the monitor, one wake-up, which the workers hand on to each
     /// other. False, and nothing queued, if the pool doesn't run. False if a pointer is empty; all
-    /// are queued all the same. Throws std::bad_alloc.
+    /// are queued all the same. Throws std::bad_alloc, and nothing is queued then.
     bool enqueue(std::vector<boost::shared_ptr<KTTask> > batch);
 
     /// Removes and returns the oldest task; empty if there is none. The workers call it.
