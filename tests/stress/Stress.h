@@ -21,7 +21,10 @@ inline int scaled(int base)
 /// Random numbers whose seed is printed, and taken from the environment's KT_SEED to repeat a run.
 class Dice {
 public:
-    Dice() : seed(chosenSeed()), engine(seed) { std::fprintf(stderr, "KT_SEED=%u\n", seed); }
+    Dice() : Dice(chosenSeed()) { std::fprintf(stderr, "KT_SEED=%u\n", seed); }
+
+    /// With a seed that another one's dice have chosen.
+    explicit Dice(unsigned given) : seed(given), engine(seed) {}
 
     /// From 0 to `below` - 1.
     int roll(int below) { return std::uniform_int_distribution<int>(0, below - 1)(engine); }
