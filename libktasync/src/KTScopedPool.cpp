@@ -7,6 +7,8 @@
 #include <thread>
 #include <utility>
 
+#include <unistd.h>
+
 #include <boost/make_shared.hpp>
 
 #include <kterror/KTError.h>
@@ -107,6 +109,7 @@ KTScopedPool::KTScopedPool(const KTPoolOptions& chosen) : options(chosen)
 
 void KTScopedPool::start(int threads, int most)
 {
+    maker = getpid();
     owned = boost::make_shared<KTThreadPool>(threads, most, options.monitorPeriod, 0, 0);
     try {
         context = detail::PoolContext::of(owned);
@@ -131,6 +134,7 @@ KTScopedPool& KTScopedPool::operator=(KTScopedPool&& other) noexcept
         options = other.options;
         owned = std::move(other.owned);
         context = std::move(other.context);
+        maker = other.maker;
         isClosed = other.isClosed;
         hasEnded = other.hasEnded;
     }
@@ -144,7 +148,7 @@ KTThreadPoolStatus KTScopedPool::status() const
 
 bool KTScopedPool::close()
 {
-    if (!owned || std::exchange(isClosed, true)) {
+    if (!owned || std::exchange(isClosed, true) || maker != getpid()) {
         return hasEnded;
     }
     const detail::NoCancellation off;

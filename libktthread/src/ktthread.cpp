@@ -16,6 +16,7 @@
 #include <utility>
 
 #include <sys/prctl.h>
+#include <unistd.h>
 
 #include <boost/exception/exception.hpp>
 #include <boost/smart_ptr/intrusive_ref_counter.hpp>
@@ -247,7 +248,10 @@ class KTStartedThreads
     : public boost::intrusive_ref_counter<KTStartedThreads, boost::thread_safe_counter> {
 public:
     KTStartedThreads()
-        : mutex(KTMutex::createKTMutex()), ended(KTCondition::createKTCondition()), count(0)
+        : mutex(KTMutex::createKTMutex()),
+          ended(KTCondition::createKTCondition()),
+          count(0),
+          process(0)
     {
     }
 
@@ -255,6 +259,7 @@ public:
     {
         const KTCriticalSection hold(mutex);
         ++count;
+        process = getpid();
     }
 
     void remove()
@@ -262,6 +267,14 @@ public:
         const KTCriticalSection hold(mutex);
         --count;
         ended->broadcast();
+    }
+
+    /// Whether they were started by a process of which this one is a child: they aren't in here,
+    /// and nobody will give back what they held at the fork.
+    bool areElsewhere() const
+    {
+        const pid_t starter = process;
+        return starter != 0 && starter != getpid();
     }
 
     /// Blocks until there are none, or for `milliseconds`; whether there are none.
@@ -278,6 +291,7 @@ private:
     boost::shared_ptr<KTMutex> mutex;
     boost::shared_ptr<KTCondition> ended;
     int count;
+    std::atomic<pid_t> process;
 };
 
 namespace {
@@ -1376,7 +1390,7 @@ bool KTThreadPool::join(int timeoutMs)
 {
     const TimeLimit limit(timeoutMs);
     const boost::intrusive_ptr<KTStartedThreads> started = startedThreads;
-    if (countedIn == started.get()) {
+    if (countedIn == started.get() || started->areElsewhere()) {
         return false;
     }
     do {
@@ -1432,6 +1446,9 @@ void KTThreadPool::stop(bool force)
 
 bool KTThreadPool::close(bool force, int timeoutMs)
 {
+    if (startedThreads->areElsewhere()) {
+        return false;
+    }
     const TimeLimit limit(timeoutMs);
     // The monitor's reference to the pool may be the last but the caller's raw pointer.
     const boost::shared_ptr<KTThreadPool> self = weak_from_this().lock();

@@ -1,5 +1,9 @@
 /// Pools that come and go, over and over.
+#include <algorithm>
 #include <atomic>
+#include <cstdlib>
+
+#include <ro/log.h>
 
 #include "Stress.h"
 
@@ -107,6 +111,72 @@ TEST(Lifecycle, OfAPoolThatATaskOfAnotherShutsDown)
         first->enqueue(makeTask([&second, &closed] { closed = second->close(false, 60000); }));
         ASSERT_TRUE(wakingUntil(first, [&closed] { return closed.load(); }));
         ASSERT_TRUE(first->close(false, 60000));
+    }
+}
+
+// Pool, monitor and workers hold each other: it goes on working, and can be closed by whom else
+// finds it.
+TEST(Lifecycle, GoesOnWithoutItsClient)
+{
+    const int rounds = scaled(200);
+    for (int round = 0; round < rounds; ++round) {
+        std::atomic<int> ended(0);
+        boost::weak_ptr<KT::KTThreadPool> left;
+        {
+            const Pool pool(new KT::KTThreadPool(2, 4, 0, 0, 0));
+            pool->init(2, 4, 0, 0, 0);
+            for (int task = 0; task < 20; ++task) {
+                pool->enqueue(makeTask([&ended] { ++ended; }));
+            }
+            left = pool;
+        }
+        const Pool found = left.lock();
+        ASSERT_TRUE(found);
+        ASSERT_TRUE(wakingUntil(found, [&ended] { return ended == 20; }));
+        ASSERT_TRUE(found->close(false, 60000));
+        ASSERT_EQ(found.use_count(), 1);
+    }
+}
+
+/// A pool in static storage, at work when the process ends.
+struct AtWork {
+    explicit AtWork(bool closes) : isClosedAtExit(closes)
+    {
+        pool->init(4, 8, 1, 0, 0);
+        for (int i = 0; i < 200; ++i) {
+            pool->enqueue(makeTask(
+                [] { ro::log::LogStream(7, "exit", "", "task", 0) << "a line" << std::endl; }));
+        }
+    }
+    ~AtWork()
+    {
+        if (isClosedAtExit && !pool->close(false, 60000)) {
+            std::_Exit(1);
+        }
+    }
+    AtWork(const AtWork&) = delete;
+    AtWork& operator=(const AtWork&) = delete;
+
+    const bool isClosedAtExit;
+    const Pool pool{new KT::KTThreadPool(4, 8, 1, 0, 0)};
+};
+
+TEST(LifecycleDeathTest, InStaticStorageEndsWithTheProcess)
+{
+    const int rounds = std::min(scaled(3), 100);
+    for (int round = 0; round < rounds; ++round) {
+        EXPECT_EXIT(
+            {
+                static const AtWork closed(true);
+                std::exit(0);
+            },
+            testing::ExitedWithCode(0), "");
+        EXPECT_EXIT(
+            {
+                static const AtWork left(false);
+                std::exit(0);
+            },
+            testing::ExitedWithCode(0), "");
     }
 }
 

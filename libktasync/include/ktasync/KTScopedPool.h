@@ -3,6 +3,8 @@
 
 #include <memory>
 
+#include <sys/types.h>
+
 #include <boost/shared_ptr.hpp>
 
 #include <ktthread/KTThreadPool.h>
@@ -24,11 +26,11 @@ namespace KT {
 ///
 /// Closing goes in steps; each one ends early when all the work has ended:
 ///
-/// | step       | tasks in the queue          | tasks that run                 | for at most |
-/// |------------|-----------------------------|--------------------------------|-------------------|
-/// | finish     | are run (or not: `queued`)  | go on                          | `finishTimeoutMs`
-/// | | stop       | are dropped: KTCancelled    | are asked to stop (stop token) | `stopTimeoutMs`
-/// | | as `stuck` says | dropped                | awaited, left, or cut off      | |
+/// | step             | queued tasks             | running tasks          | at most           |
+/// |------------------|--------------------------|------------------------|-------------------|
+/// | finish           | are run (see `queued`)   | go on                  | `finishTimeoutMs` |
+/// | stop             | are dropped: KTCancelled | are asked to stop      | `stopTimeoutMs`   |
+/// | as `stuck` says  | dropped                  | awaited, left, cut off |                   |
 ///
 /// Work that is left undone by a time limit makes one log record (category "ktasync", a warning)
 /// that says what was done about it. "Go on" holds for the tasks of this library; those derived
@@ -37,6 +39,8 @@ namespace KT {
 /// It may be moved; what is moved from has no pool. Any thread may submit to it. Moving, closing
 /// and destroying it belong to one thread. Closed in one of its own tasks it can't wait: it is told
 /// to stop and left, with a log record.
+///
+/// In a child of the process that made it (fork) it does nothing: see KTThreadPool.
 class KTASYNC_EXPORT KTScopedPool {
 public:
     /// Throws KTError for nonsense in `options` and if the threads can't be created,
@@ -71,6 +75,7 @@ private:
     KTPoolOptions options;
     boost::shared_ptr<KTThreadPool> owned;
     std::shared_ptr<detail::PoolContext> context;
+    pid_t maker = 0;
     bool isClosed = false;
     bool hasEnded = false;
 };

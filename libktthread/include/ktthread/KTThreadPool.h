@@ -53,6 +53,11 @@ namespace KT {
 /// for each group of fields below and never holds two of them at once. Shut the pool down, and
 /// close it: pool, monitor and workers hold each other, and letting go of the pool alone frees
 /// nothing.
+///
+/// fork: a child has none of its parent's workers, and finds their locks as they were. With a pool
+/// that its parent has not closed it may do nothing but call join and close, which return false at
+/// once; it ends with _exit or goes on to exec. Where all pools were closed before the fork, or
+/// none made, the child may make its own.
 class KTTHREAD_EXPORT KTThreadPool : public boost::enable_shared_from_this<KTThreadPool> {
 public:
     /// Records the sizes and makes the locks; starts nothing. `monitorParam1` is the monitor's
@@ -80,8 +85,8 @@ public:
 
     /// Queues `task` and wakes a worker. False, and nothing queued, if the pool doesn't run. False
     /// for an empty pointer, which is queued all the same. Doesn't wait for the task. Throws
-    /// std::bad_alloc, and nothing is queued then. A pool that has no memory to grow goes on with the
-    /// workers that it has.
+    /// std::bad_alloc, and nothing is queued then. A pool that has no memory to grow goes on with
+    /// the workers that it has.
     bool enqueue(boost::shared_ptr<KTTask> task);
 
     /// Queues all of `batch`, in its order and with nothing in between, for the price of one: one
