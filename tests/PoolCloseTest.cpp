@@ -1,7 +1,10 @@
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <thread>
 #include <vector>
+
+#include <pthread.h>
 
 #include <gtest/gtest.h>
 
@@ -140,6 +143,48 @@ TEST_F(PoolJoin, CountsRetiredWorkersToo)
     EXPECT_TRUE(eventually([] { return threadsNamed("KTThread").empty(); }));
 }
 
+TEST_F(PoolJoin, LeavesTheWorkersOfAPoolStartedAnewAlone)
+{
+    const Pool pool = fixed(1);
+    ASSERT_TRUE(untilAsleep(pool, 1));
+    std::atomic<int> joined(-1);
+    Threads joiner;
+    {
+        const platform::Recorder recorder;
+        const KT::KTCriticalSection hold(inside::poolMutex(pool));
+        inside::nbThreads(pool) = 0;
+        joiner.start([&] { joined = pool->join(); });
+        // It has seen the pool stopped, and wants to look for workers that nobody told.
+        const void* const mutex = inside::mutex(*inside::poolMutex(pool)).get();
+        ASSERT_TRUE(eventually([&] { return recorder.count(Call::lock, mutex) == 2; }));
+        inside::nbThreads(pool) = 1;
+    }
+    joiner.joinAll();
+    EXPECT_EQ(joined, 0);
+    EXPECT_FALSE(inside::killed(*inside::threads(pool)[0]));
+}
+
+/// To be called in a process of its own, which must have run no pool yet.
+void closesWithoutThreadKeys()
+{
+    pthread_key_t key = 0;
+    while (pthread_key_create(&key, nullptr) == 0) {
+    }
+    bool closed = false;
+    {
+        const auto pool = boost::make_shared<KT::KTThreadPool>(2, 2, 0, 0, 0);
+        pool->init(2, 2, 0, 0, 0);
+        const auto task = makeTask();
+        closed = pool->enqueue(task) && untilFinished(pool, task) && pool->close(false, 60000);
+    }
+    std::exit(closed ? 0 : 1);
+}
+
+TEST_F(PoolJoin, CountsThreadsInAProcessThatHasNoThreadKeysLeft)
+{
+    EXPECT_EXIT(closesWithoutThreadKeys(), testing::ExitedWithCode(0), "");
+}
+
 class PoolCloseOfEitherKind : public PoolFixture, public testing::WithParamInterface<bool> {};
 
 TEST_P(PoolCloseOfEitherKind, EndsWorkersThatTheShutdownDidNotTell)
@@ -161,6 +206,27 @@ TEST_P(PoolCloseOfEitherKind, EndsWorkersThatTheShutdownDidNotTell)
     EXPECT_TRUE(grown->close(GetParam()));
     EXPECT_TRUE(pool->close(GetParam()));
     EXPECT_TRUE(eventually([] { return threadsNamed("KTT").empty(); }));
+}
+
+TEST_P(PoolCloseOfEitherKind, TellsAWorkerThatWasStartedAfterTheOthersWereTold)
+{
+    const Pool pool = running(1, 2);
+    ASSERT_TRUE(untilAsleep(pool, 1));
+    boost::shared_ptr<KT::KTThread> late;
+    Threads closer;
+    {
+        const KT::KTCriticalSection hold(inside::wakeMutex(pool));
+        const platform::Recorder recorder;
+        closer.start([&] { EXPECT_TRUE(pool->close(GetParam())); });
+        // It has told the workers, and wants to wake them.
+        const void* const mutex = inside::mutex(*inside::wakeMutex(pool)).get();
+        ASSERT_TRUE(eventually([&] { return recorder.count(Call::lock, mutex) == 1; }));
+        ASSERT_TRUE(pool->adjustThread(1));
+        late = inside::threads(pool)[1];
+        EXPECT_FALSE(inside::killed(*late));
+    }
+    closer.joinAll();
+    EXPECT_TRUE(inside::killed(*late));
 }
 
 TEST_P(PoolCloseOfEitherKind, MayBeCalledAgainAndDestroysThePoolInTheEnd)

@@ -1,5 +1,8 @@
 #include <atomic>
+#include <ios>
+#include <iostream>
 #include <memory>
+#include <streambuf>
 #include <string>
 #include <thread>
 #include <vector>
@@ -161,6 +164,18 @@ TEST(PoolDestruction, OfANeverInitialisedPoolWarnsOnce)
     const ConsoleCapture console;
     Pool(new KT::KTThreadPool(2, 4, 0, 0, 0)).reset();
     EXPECT_EQ(console.text(), warning);
+}
+
+TEST(PoolDestruction, OutlivesAConsoleThatThrows)
+{
+    class Refusing : public std::streambuf {};
+    Refusing refusing;  // takes no character
+    std::streambuf* const previous = std::cout.rdbuf(&refusing);
+    std::cout.exceptions(std::ios::badbit);
+    Pool(new KT::KTThreadPool(2, 4, 0, 0, 0)).reset();
+    std::cout.exceptions(std::ios::goodbit);
+    EXPECT_TRUE(std::cout.bad());
+    std::cout.rdbuf(previous);  // which clears the state
 }
 
 TEST(PoolDestruction, OfAnInitialisedPoolWithoutShutdownWarnsOnce)
