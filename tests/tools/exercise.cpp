@@ -100,11 +100,18 @@ public:
     {
         std::vector<boost::shared_ptr<KT::KTTask>> tasks;
         for (int i = 0; i < workers; ++i) {
-            tasks.push_back(boost::make_shared<Task>([this] { block(); }));
+            tasks.push_back(boost::make_shared<Task>([this] {
+                block();
+                ended.up();
+            }));
         }
         require(pool->enqueue(tasks), "enqueue");
         begun.await(pool, workers);
+        occupied = workers;
     }
+
+    /// Waits until all whom it occupied have gone on.
+    void awaitEnd(const Pool& pool) { ended.await(pool, occupied); }
 
     void release()
     {
@@ -130,6 +137,8 @@ private:
 
     const Kind kind;
     Count begun;
+    Count ended;
+    int occupied = 0;
     boost::shared_ptr<KT::KTMutex> mutex = KT::KTMutex::createKTMutex();
     boost::shared_ptr<KT::KTCondition> opened = KT::KTCondition::createKTCondition();
     bool released = false;
@@ -167,7 +176,7 @@ void tasksInAPoolThatGrows()
 
 void workersRetire()
 {
-    const Pool pool = running(20, 24, 0);
+    const Pool pool = running(20, 24, 1);
     Blocker blocker;
     blocker.occupy(pool, 10);
     require(pool->adjustThread(2), "growth");
@@ -182,7 +191,14 @@ void workersRetire()
     }
     pool->resetSumThreadIdle();
     pool->computeSumThreadIdle();
-    pool->adjustThread(5);  // lets go of workers that have retired
+    // The monitor lets go of workers that have retired, while tasks end.
+    const int grown = pool->status().threads + 5;
+    while (pool->status().threads < grown) {
+        Blocker all;
+        all.occupy(pool, pool->status().threads);
+        all.release();
+        all.awaitEnd(pool);
+    }
     require(pool->close(), "close");
 }
 
