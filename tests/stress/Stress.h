@@ -4,19 +4,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <random>
-#include <streambuf>
 
 #include <malloc.h>
 #include <unistd.h>
 
 #include "Pools.h"
-
-/// `base`, or as many times as much as the environment's KT_SCALE says, as ./check soak has it.
-inline int scaled(int base)
-{
-    const char* const scale = std::getenv("KT_SCALE");
-    return base * (scale != nullptr ? std::max(std::atoi(scale), 1) : 1);
-}
+#include "QuietConsole.h"
+#include "Scaled.h"
 
 /// Random numbers whose seed is printed, and taken from the environment's KT_SEED to repeat a run.
 class Dice {
@@ -39,19 +33,6 @@ private:
 
     unsigned seed;
     std::mt19937 engine;
-};
-
-/// Lets what is written to std::cout come to nothing: pools say each retirement there.
-class QuietConsole : private std::streambuf {
-public:
-    QuietConsole() : previous(std::cout.rdbuf(this)) {}
-    ~QuietConsole() override { std::cout.rdbuf(previous); }
-
-private:
-    int_type overflow(int_type character) override { return traits_type::not_eof(character); }
-    std::streamsize xsputn(const char*, std::streamsize size) override { return size; }
-
-    std::streambuf* previous;
 };
 
 /// Bytes that are allocated now.

@@ -1,0 +1,64 @@
+/// Random programs for the pool, made by rapidcheck, which makes those that fail shorter and prints
+/// its seed: the same RC_PARAMS in the environment repeats a run.
+#include <cstdlib>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <rapidcheck/gtest.h>
+
+#include "Finding.h"
+#include "OneClient.h"
+#include "Program.h"
+#include "Scaled.h"
+
+namespace {
+
+/// As many programs as KT_SCALE says, unless RC_PARAMS says it.
+class Amount : public testing::Environment {
+    void SetUp() override
+    {
+        const char* const given = std::getenv("RC_PARAMS");
+        const std::string params = given != nullptr ? given : "";
+        if (params.find("max_success") == std::string::npos) {
+            const std::string amount = " max_success=" + std::to_string(scaled(200));
+            setenv("RC_PARAMS", (params + amount).c_str(), 1);
+        }
+    }
+};
+
+const testing::Environment* const amount = testing::AddGlobalTestEnvironment(new Amount);
+
+Program anyProgram()
+{
+    const auto setup = rc::gen::resize(100, rc::gen::arbitrary<SetupBytes>());
+    const auto step = rc::gen::resize(100, rc::gen::arbitrary<StepBytes>());
+    return makeProgram(*setup, *rc::gen::container<std::vector<StepBytes>>(step));
+}
+
+/// Once a program has failed, shorter ones are given several chances to fail in the same way: with
+/// many threads they may not the first time.
+template <typename Run>
+void check(int chances, Run run)
+{
+    static bool hasFailed = false;
+    const Program program = anyProgram();
+    try {
+        for (int i = 0; i < (hasFailed ? chances : 1); ++i) {
+            run(program);
+        }
+    } catch (const Finding& finding) {
+        hasFailed = true;
+        std::ostringstream text;
+        text << finding.what() << "\n" << program;
+        RC_FAIL(text.str());
+    }
+}
+
+RC_GTEST_PROP(RandomUse, ByOneClientIsWhatTheModelSays, ())
+{
+    check(1, OneClient::run);
+}
+
+}  // namespace
