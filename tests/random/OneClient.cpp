@@ -69,14 +69,21 @@ void OneClient::go(const std::vector<Step>& steps)
         if (i == setup.initAt) {
             init();
         }
-        // Init comes before other use, and what ends a pool is for later.
-        const bool ends = steps[i].act == Act::stop || steps[i].act == Act::stopByForce ||
-                          steps[i].act == Act::close;
-        if (!ends || model.isInitialised || setup.initAt >= steps.size()) {
+        if (isForNow(steps[i], steps.size())) {
             act(steps[i]);
             settle();
         }
     }
+}
+
+// What ends a pool comes after init, if there is one. So do requests to retire: the first workers
+// would be at it while init makes the others.
+bool OneClient::isForNow(const Step& step, std::size_t steps) const
+{
+    const bool ends =
+        step.act == Act::stop || step.act == Act::stopByForce || step.act == Act::close;
+    const bool retires = step.act == Act::adjust && deltaOf(step.amount) < 0;
+    return model.isInitialised || setup.initAt >= steps || !(ends || retires);
 }
 
 void OneClient::init()

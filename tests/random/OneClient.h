@@ -21,6 +21,7 @@ private:
     void finish();
     void letGo();
 
+    bool isForNow(const Step& step, std::size_t steps) const;
     void init();
     void settle();
     void act(const Step& step);

@@ -1,14 +1,18 @@
 /// Random programs for the pool, made by rapidcheck, which makes those that fail shorter and prints
 /// its seed: the same RC_PARAMS in the environment repeats a run.
 #include <cstdlib>
+#include <iostream>
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
 #include "Finding.h"
+#include "ManyClients.h"
 #include "OneClient.h"
 #include "Program.h"
 #include "Scaled.h"
@@ -44,6 +48,7 @@ void check(int chances, Run run)
 {
     static bool hasFailed = false;
     const Program program = anyProgram();
+    alarm(120);  // of the test's watchdog: for each program by itself
     try {
         for (int i = 0; i < (hasFailed ? chances : 1); ++i) {
             run(program);
@@ -52,6 +57,8 @@ void check(int chances, Run run)
         hasFailed = true;
         std::ostringstream text;
         text << finding.what() << "\n" << program;
+        // At once: what rapidcheck tells in the end is of one more run, which may go well.
+        std::cerr << text.str();
         RC_FAIL(text.str());
     }
 }
@@ -59,6 +66,11 @@ void check(int chances, Run run)
 RC_GTEST_PROP(RandomUse, ByOneClientIsWhatTheModelSays, ())
 {
     check(1, OneClient::run);
+}
+
+RC_GTEST_PROP(RandomUse, ByManyClientsKeepsWhatThePoolPromises, ())
+{
+    check(20, ManyClients::run);
 }
 
 }  // namespace
