@@ -270,6 +270,11 @@ void OneClient::afterStop(bool force, const std::vector<Held>& asked)
         require(force || task->ends == task->starts, "a gentle shutdown cut a task off");
     }
     force ? model.stopByForce() : model.stop();
+    // A task that ends because it is asked to may make the pool grow meanwhile: it takes a join to
+    // tell such a worker, too. Otherwise it would go on once the pool is started anew.
+    if (!force && setup.period > 0 && !asked.empty()) {
+        require(pool->join(joinMs), "a stopped pool doesn't join");
+    }
 }
 
 void OneClient::join(const Step& step)
