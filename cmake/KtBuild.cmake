@@ -14,12 +14,19 @@ if(KT_SANITIZE)
   add_link_options(-fsanitize=${KT_SANITIZE})
 endif()
 
+if(KT_FUZZ)
+  # What libFuzzer steers by.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
 # For code that a forced shutdown unwinds. AddressSanitizer hears of exceptions, but not of forced
 # unwinding: the red zones of the frames unwound stay behind and are taken for errors of whoever uses
 # the stack next. So such code does without red zones on the stack; the heap is watched all the same.
 function(kt_is_unwound_by_force target)
   if(KT_SANITIZE MATCHES "address" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     target_compile_options(${target} PRIVATE --param=asan-stack=0)
+  elseif(KT_SANITIZE MATCHES "address")
+    target_compile_options(${target} PRIVATE "SHELL:-mllvm -asan-stack=0")
   endif()
 endfunction()
 

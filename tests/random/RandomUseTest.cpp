@@ -1,6 +1,5 @@
 /// Random programs for the pool, made by rapidcheck, which makes those that fail shorter and prints
 /// its seed: the same RC_PARAMS in the environment repeats a run.
-#include <cstdlib>
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -9,30 +8,14 @@
 #include <unistd.h>
 
 #include <gtest/gtest.h>
-#include <rapidcheck/gtest.h>
 
 #include "Finding.h"
 #include "ManyClients.h"
 #include "OneClient.h"
 #include "Program.h"
-#include "Scaled.h"
+#include "RapidCheck.h"
 
 namespace {
-
-/// As many programs as KT_SCALE says, unless RC_PARAMS says it.
-class Amount : public testing::Environment {
-    void SetUp() override
-    {
-        const char* const given = std::getenv("RC_PARAMS");
-        const std::string params = given != nullptr ? given : "";
-        if (params.find("max_success") == std::string::npos) {
-            const std::string amount = " max_success=" + std::to_string(scaled(200));
-            setenv("RC_PARAMS", (params + amount).c_str(), 1);
-        }
-    }
-};
-
-const testing::Environment* const amount = testing::AddGlobalTestEnvironment(new Amount);
 
 Program anyProgram()
 {

@@ -85,6 +85,16 @@ std::optional<CheckLine> parseCheckLine(const std::string& line, const std::stri
     return parsed;
 }
 
+std::string formatCheckLine(const CheckLine& line)
+{
+    return (needsEscape(line.name) ? "\\" : "") + line.digest + "  " + escaped(line.name) + '\n';
+}
+
+CheckList::CheckList(std::istream& list, const Digest& digest)
+    : fromStandardInput(false), input(list), tag(digest.tag()), hexLength(digest.hexLength())
+{
+}
+
 CheckList::CheckList(const std::string& path, const Digest& digest)
     : fromStandardInput(path == "-"),
       input(fromStandardInput ? std::cin : file),

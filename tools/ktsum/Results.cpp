@@ -1,5 +1,6 @@
 #include "Results.h"
 
+#include "CheckList.h"
 #include "Names.h"
 #include "Output.h"
 
@@ -30,8 +31,7 @@ void Results::addSum(const Sum& sum)
         complain(asPrinted(sum.entry.path) + ": " + sum.error);
         return;
     }
-    const std::string& path = sum.entry.path;
-    print((needsEscape(path) ? "\\" : "") + sum.digest + "  " + escaped(path) + '\n');
+    print(formatCheckLine({sum.entry.path, sum.digest}));
 }
 
 void Results::addCheck(const Sum& sum)
