@@ -44,11 +44,12 @@ void PrintTo(const Line& line, std::ostream* out)
     *out << line.text.substr(0, 20) << (line.name != nullptr ? " proper" : " improper");
 }
 
-class KtsumCheckLine : public testing::TestWithParam<Line> {};
+class KtsumCheckLines : public testing::TestWithParam<Line> {};
 
-TEST_P(KtsumCheckLine, IsUnderstoodOrNot)
+TEST_P(KtsumCheckLines, IsUnderstoodOrNot)
 {
-    const auto parsed = parseCheckLine(GetParam().text, "SHA256", 64);
+    Spacing spacing = Spacing::unknown;
+    const auto parsed = parseCheckLine(GetParam().text, "SHA256", 64, spacing);
     ASSERT_EQ(static_cast<bool>(parsed), GetParam().name != nullptr);
     if (parsed) {
         EXPECT_EQ(parsed->name, GetParam().name);
@@ -57,7 +58,7 @@ TEST_P(KtsumCheckLine, IsUnderstoodOrNot)
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Lines, KtsumCheckLine,
+    Lines, KtsumCheckLines,
     testing::Values(Line{hex + "  file", "file"}, Line{hex + " *file", "file"},
                     Line{hex + "   file", " file"}, Line{" \t" + hex + "  file", "file"},
                     Line{std::string(64, 'A') + "  file", "file"},
@@ -66,10 +67,23 @@ INSTANTIATE_TEST_SUITE_P(
                     Line{"\\SHA256 (a\\\\b) = " + hex, "a\\b"}, Line{"SHA1 (a) = " + hex, nullptr},
                     Line{"SHA256 (a) " + hex, nullptr}, Line{"SHA256 (a) = ", nullptr},
                     Line{"SHA256", nullptr}, Line{hex, nullptr}, Line{hex + " ", nullptr},
-                    Line{hex + "  ", nullptr}, Line{hex + "a  file", nullptr},
-                    Line{hex.substr(1) + "  file", nullptr},
+                    Line{hex + "  ", " "}, Line{hex + "\tfile", "file"}, Line{hex + " *", "*"},
+                    Line{"SHA256  (a) = " + hex, nullptr}, Line{"SHA256 () = " + hex, ""},
+                    Line{hex + "a  file", nullptr}, Line{hex.substr(1) + "  file", nullptr},
                     Line{hex.substr(1) + "g  file", nullptr}, Line{"", nullptr},
                     Line{"\\", nullptr}, Line{hex + "  a" + std::string(1, '\0') + "b", nullptr}));
+
+TEST(KtsumCheckLine, KeepsToTheSpacingOfTheFirst)
+{
+    Spacing spacing = Spacing::unknown;
+    EXPECT_TRUE(parseCheckLine(hex + "  a", "SHA256", 64, spacing));
+    EXPECT_FALSE(parseCheckLine(hex + " a", "SHA256", 64, spacing));
+    EXPECT_EQ(parseCheckLine(hex + " *a", "SHA256", 64, spacing)->name, "a");
+    spacing = Spacing::unknown;
+    EXPECT_EQ(parseCheckLine(hex + " a", "SHA256", 64, spacing)->name, "a");
+    EXPECT_EQ(parseCheckLine(hex + "  a", "SHA256", 64, spacing)->name, " a");
+    EXPECT_EQ(parseCheckLine(hex + " *a", "SHA256", 64, spacing)->name, "*a");
+}
 
 TEST(KtsumDigest, KnowsWhatOpenSslKnows)
 {

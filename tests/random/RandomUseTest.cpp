@@ -31,7 +31,7 @@ void check(int chances, Run run)
 {
     static bool hasFailed = false;
     const Program program = anyProgram();
-    alarm(120);  // of the test's watchdog: for each program by itself
+    alarm(120);  // the watchdog of tests/support: it watches each program anew
     try {
         for (int i = 0; i < (hasFailed ? chances : 1); ++i) {
             run(program);

@@ -13,7 +13,7 @@ class Amount : public testing::Environment {
         const char* const given = std::getenv("RC_PARAMS");
         const std::string params = given != nullptr ? given : "";
         if (params.find("max_success") == std::string::npos) {
-            const std::string amount = " max_success=" + std::to_string(scaled(200));
+            const std::string amount = " max_success=" + std::to_string(scaled(KT_CASES));
             setenv("RC_PARAMS", (params + amount).c_str(), 1);
         }
     }

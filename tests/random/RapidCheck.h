@@ -1,17 +1,19 @@
-/// rapidcheck, with as many cases as the environment says: RC_PARAMS, or else KT_SCALE.
+/// rapidcheck, with as many cases as the environment says: RC_PARAMS, or else KT_CASES
+/// of the build times KT_SCALE.
 #pragma once
 
-#include <sstream>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
 #include "Finding.h"
 
-/// A property that fails on what `run` finds.
+/// Fails the property on what `run` finds. The watchdog of tests/support watches each case anew.
 template <typename Run>
 void failOnFinding(Run run)
 {
+    alarm(120);
     try {
         run();
     } catch (const Finding& finding) {

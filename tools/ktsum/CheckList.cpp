@@ -29,9 +29,9 @@ std::optional<std::string> asDigest(std::string text, std::size_t hexLength)
 /// "TAG (NAME) = DIGEST", from behind the tag on. The name ends at the last parenthesis.
 std::optional<CheckLine> parseTagged(const std::string& rest, std::size_t hexLength)
 {
-    const std::size_t open = rest.find_first_not_of(' ');
+    const std::size_t open = rest[0] == ' ' ? 1 : 0;
     const std::size_t close = rest.rfind(')');
-    if (open == std::string::npos || rest[open] != '(' || close == std::string::npos) {
+    if (rest[open] != '(' || close == std::string::npos) {
         return std::nullopt;
     }
     const std::size_t equals = rest.find_first_not_of(" \t", close + 1);
@@ -46,22 +46,39 @@ std::optional<CheckLine> parseTagged(const std::string& rest, std::size_t hexLen
     return CheckLine{rest.substr(open + 1, close - open - 1), *digest};
 }
 
-/// "DIGEST  NAME": a space, then one more or the star of a binary file.
-std::optional<CheckLine> parsePlain(const std::string& text, std::size_t hexLength)
+/// Whether a line can be read as those before; the first one says how. Once a list's names begin
+/// right after the space, so do all.
+bool agrees(Spacing& spacing, const std::string& afterSpace)
+{
+    const bool isTyped = afterSpace.size() > 1 && (afterSpace[0] == ' ' || afterSpace[0] == '*');
+    if (!isTyped && spacing == Spacing::typed) {
+        return false;
+    }
+    if (!isTyped) {
+        spacing = Spacing::plain;
+    } else if (spacing == Spacing::unknown) {
+        spacing = Spacing::typed;
+    }
+    return true;
+}
+
+/// "DIGEST  NAME", "DIGEST *NAME" or "DIGEST NAME".
+std::optional<CheckLine> parsePlain(const std::string& text, std::size_t hexLength,
+                                    Spacing& spacing)
 {
     const auto digest = asDigest(text.substr(0, hexLength), hexLength);
-    if (!digest || text.size() < hexLength + 2 || text[hexLength] != ' ') {
+    if (!digest || text.size() < hexLength + 2 ||
+        (text[hexLength] != ' ' && text[hexLength] != '\t') ||
+        !agrees(spacing, text.substr(hexLength + 1))) {
         return std::nullopt;
     }
-    const char mode = text[hexLength + 1];
-    const std::size_t start = hexLength + (mode == ' ' || mode == '*' ? 2 : 1);
-    return CheckLine{text.substr(start), *digest};
+    return CheckLine{text.substr(hexLength + (spacing == Spacing::typed ? 2 : 1)), *digest};
 }
 
 }  // namespace
 
 std::optional<CheckLine> parseCheckLine(const std::string& line, const std::string& tag,
-                                        std::size_t hexLength)
+                                        std::size_t hexLength, Spacing& spacing)
 {
     std::size_t start = std::min(line.find_first_not_of(" \t"), line.size());
     const bool isEscaped = line[start] == '\\';
@@ -69,8 +86,8 @@ std::optional<CheckLine> parseCheckLine(const std::string& line, const std::stri
     const std::string text = line.substr(start);
     const bool isTagged =
         text.compare(0, tag.size(), tag) == 0 && text.find_first_of(" (", tag.size()) == tag.size();
-    std::optional<CheckLine> parsed =
-        isTagged ? parseTagged(text.substr(tag.size()), hexLength) : parsePlain(text, hexLength);
+    std::optional<CheckLine> parsed = isTagged ? parseTagged(text.substr(tag.size()), hexLength)
+                                               : parsePlain(text, hexLength, spacing);
     if (parsed && isEscaped) {
         const std::optional<std::string> name = unescaped(parsed->name);
         if (!name) {
@@ -78,8 +95,8 @@ std::optional<CheckLine> parseCheckLine(const std::string& line, const std::stri
         }
         parsed->name = *name;
     }
-    // No file's name is empty or has a NUL in it.
-    if (parsed && (parsed->name.empty() || parsed->name.find('\0') != std::string::npos)) {
+    // No file's name has a NUL in it.
+    if (parsed && parsed->name.find('\0') != std::string::npos) {
         return std::nullopt;
     }
     return parsed;
@@ -124,7 +141,7 @@ bool CheckList::next(Entry& entry)
         if (line.empty() || line[0] == '#') {
             continue;
         }
-        const std::optional<CheckLine> parsed = parseCheckLine(line, tag, hexLength);
+        const std::optional<CheckLine> parsed = parseCheckLine(line, tag, hexLength, spacing);
         // A list that comes by standard input can't name it, too.
         if (!parsed || (fromStandardInput && parsed->name == "-")) {
             entry.improperLine = lineNumber;

@@ -16,11 +16,19 @@ struct CheckLine {
     std::string digest;  ///< lower-case
 };
 
-/// Reads one line of a list, without its line end: "DIGEST  NAME", "DIGEST *NAME" or
+/// What stands between digest and name in a list. The first line that can be told by says it for
+/// all of the list, so that nobody gets at another file by a name that begins with a space or star.
+enum class Spacing {
+    unknown,
+    typed,  ///< a space, and one more or the star of a binary file
+    plain,  ///< a space
+};
+
+/// Reads one line of a list, without its line end: "DIGEST  NAME", "DIGEST *NAME", "DIGEST NAME" or
 /// "TAG (NAME) = DIGEST", each with a backslash in front if the name is escaped. Nothing if it is
-/// no such line, or has another algorithm's tag or length.
+/// no such line, or has another algorithm's tag or length, or another spacing than those before.
 std::optional<CheckLine> parseCheckLine(const std::string& line, const std::string& tag,
-                                        std::size_t hexLength);
+                                        std::size_t hexLength, Spacing& spacing);
 
 /// The line that parseCheckLine reads back, with its line end: "DIGEST  NAME".
 std::string formatCheckLine(const CheckLine& line);
@@ -46,5 +54,6 @@ private:
     std::istream& input;
     std::string tag;
     std::size_t hexLength;
+    Spacing spacing = Spacing::unknown;
     std::uint64_t lineNumber = 0;
 };
