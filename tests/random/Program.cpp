@@ -29,10 +29,10 @@ const char* nameOf(Act act)
 /// Mostly few; some pools that may shrink, and now and then a number that makes no sense.
 int workersOf(int byte)
 {
-    if (byte >= 240) {
+    if (byte >= 216) {
         return 17 + byte % 8;
     }
-    return byte >= 232 ? 231 - byte : byte % 6;
+    return byte >= 208 ? 207 - byte : byte % 6;
 }
 
 int maxThreadsOf(int byte, int workers)
