@@ -1,6 +1,7 @@
 #include "LockBench.h"
 
 #include <atomic>
+#include <chrono>
 #include <thread>
 
 #include "Finding.h"
@@ -48,11 +49,32 @@ void LockBench::giveBack(Bench& bench, bool now)
     bench.attempt.reset();
 }
 
+// Another thread comes in when the writer has gone, and (as far as a moment tells) not before.
+void LockBench::giveWayToAnother(Bench& bench, bool otherWrites)
+{
+    std::atomic<bool> isIn(false);
+    std::thread other([&bench, &isIn, otherWrites] {
+        if (otherWrites) {
+            const KT::KTCriticalSectionWrite hold(bench.lock);
+            isIn = true;
+        } else {
+            const KT::KTCriticalSectionRead hold(bench.lock);
+            isIn = true;
+        }
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    const bool cameTooEarly = isIn;
+    bench.writer.reset();
+    other.join();
+    require(!cameTooEarly, "a lock let another in beside its writer");
+}
+
 void LockBench::useReadWrite(Bench& bench, bool writes)
 {
-    if (bench.reader || bench.writer) {
+    if (bench.writer) {
+        giveWayToAnother(bench, writes);
+    } else if (bench.reader) {
         bench.reader.reset();
-        bench.writer.reset();
     } else if (writes) {
         bench.writer = std::make_unique<KT::KTCriticalSectionWrite>(bench.lock);
     } else {

@@ -35,6 +35,7 @@ private:
     static void hold(Bench& bench);
     static void attempt(Bench& bench);
     static void giveBack(Bench& bench, bool now);
+    static void giveWayToAnother(Bench& bench, bool otherWrites);
     static void useReadWrite(Bench& bench, bool writes);
     void waitOnMutex(Bench& bench, int milliseconds);
     void meet(const std::string& name);
