@@ -1,0 +1,163 @@
+/// busy WORKERS MAX-WORKERS: a process to look at, which does as told on standard input.
+///
+///     run NAME COUNT    so many tasks of that name, which wait
+///     spin NAME COUNT   ... which keep a processor busy
+///     release NAME      lets the tasks of that name end
+///     grow COUNT        so many workers more
+///     shrink COUNT      so many workers may retire
+///     quit              like the end of the input
+///
+/// Answers "done" when a command has taken effect: tasks run or have ended, workers are there or
+/// gone.
+#include <atomic>
+#include <condition_variable>
+#include <iostream>
+#include <map>
+#include <mutex>
+#include <string>
+
+#include <boost/make_shared.hpp>
+
+#include <ktthread/ktthread.h>
+
+namespace {
+
+/// What the tasks of one name share.
+struct Batch {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::atomic<bool> released{false};
+    std::atomic<int> running{0};
+};
+
+class BatchTask : public KT::KTTask {
+public:
+    BatchTask(const std::string& name, boost::shared_ptr<Batch> sharedBatch, bool spins)
+        : batch(std::move(sharedBatch)), spinning(spins)
+    {
+        setTaskName(name);
+    }
+
+    void run() override
+    {
+        ++batch->running;
+        while (spinning && !batch->released) {
+        }
+        std::unique_lock<std::mutex> hold(batch->mutex);
+        batch->changed.wait(hold, [this] { return batch->released.load(); });
+        --batch->running;
+    }
+
+private:
+    const boost::shared_ptr<Batch> batch;
+    const bool spinning;
+};
+
+class Demo {
+public:
+    Demo(int workers, int maxWorkers)
+        : pool(boost::make_shared<KT::KTThreadPool>(workers, maxWorkers, 0, 0, 0))
+    {
+        pool->init(workers, maxWorkers, 0, 0, 0);
+    }
+
+    ~Demo()
+    {
+        for (const auto& [name, batch] : batches) {
+            release(*batch);
+        }
+        pool->close();
+    }
+    Demo(const Demo&) = delete;
+    Demo& operator=(const Demo&) = delete;
+
+    void run(const std::string& name, int count, bool spins)
+    {
+        boost::shared_ptr<Batch>& batch = batches[name];
+        if (!batch || batch->released) {
+            batch = boost::make_shared<Batch>();
+        }
+        const int wanted = batch->running + count;
+        for (int i = 0; i < count; ++i) {
+            pool->enqueue(boost::make_shared<BatchTask>(name, batch, spins));
+        }
+        while (batch->running < wanted) {
+            pool->wake();
+            ro::os::msleep(1);
+        }
+    }
+
+    void release(const std::string& name)
+    {
+        if (const auto found = batches.find(name); found != batches.end()) {
+            release(*found->second);
+        }
+    }
+
+    void resize(int delta)
+    {
+        const int wanted = pool->status().threads + delta;
+        pool->adjustThread(delta);
+        while (pool->status().threads != wanted) {
+            // A task of no name wakes a sleeper, who looks whether to retire before it looks for
+            // tasks.
+            pool->enqueue(boost::make_shared<Nothing>());
+            pool->wake();
+            ro::os::msleep(1);
+        }
+    }
+
+private:
+    struct Nothing : KT::KTTask {
+        void run() override {}
+    };
+
+    static void release(Batch& batch)
+    {
+        {
+            const std::lock_guard<std::mutex> hold(batch.mutex);
+            batch.released = true;
+        }
+        batch.changed.notify_all();
+        while (batch.running > 0) {
+            ro::os::msleep(1);
+        }
+    }
+
+    std::map<std::string, boost::shared_ptr<Batch>> batches;
+    const boost::shared_ptr<KT::KTThreadPool> pool;
+};
+
+bool obey(Demo& demo, const std::string& command)
+{
+    std::string name;
+    int count = 0;
+    if (command == "run" || command == "spin") {
+        std::cin >> name >> count;
+        demo.run(name, count, command == "spin");
+    } else if (command == "release") {
+        std::cin >> name;
+        demo.release(name);
+    } else if (command == "grow" || command == "shrink") {
+        std::cin >> count;
+        demo.resize(command == "grow" ? count : -count);
+    } else {
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc != 3) {
+        std::cerr << "busy WORKERS MAX-WORKERS\n";
+        return 2;
+    }
+    Demo demo(std::stoi(argv[1]), std::stoi(argv[2]));
+    std::string command;
+    while (std::cin >> command && obey(demo, command)) {
+        std::cout << "done" << std::endl;
+    }
+}

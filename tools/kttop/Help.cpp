@@ -1,0 +1,29 @@
+#include "Help.h"
+
+const std::vector<std::string>& helpLines()
+{
+    static const std::vector<std::string> lines = {
+        "kttop: the workers of a process that uses libktthread",
+        "s S        sort by the next column, the one before   r  the other way round",
+        "/          only workers whose task has a text in its name; Esc shows all again",
+        "space      stop here, go on (samples are taken all the same)",
+        "arrows, page up and down, home, end   scroll",
+        "h ?        this help                                 q  end",
+        "",
+        "STATE      what the thread's name says: running (a task that has just finished",
+        "           included), sleeping, idle (awake, between tasks), new",
+        "TASK       the kernel keeps 15 bytes of a thread's name: \"KTTask: \" and the",
+        "           first 7 of the task's name, so image-r may be image-resize",
+        "CPU% WAIT% share of a processor; share of time ready to run without getting one",
+        "TIME       since when each look found the worker so; with + it had begun before",
+        "           the first look. Tasks of one name after another look like one.",
+        "VOL/S      context switches a second because the worker waited for something",
+        "INV/S      ... because the kernel gave the processor to another thread",
+        "S          the kernel's state, as ps shows it: R runs or is ready, S sleeps, ...",
+        "WAITS IN   the kernel's function in which it sleeps, where that may be read",
+        "",
+        "last ...:  tasks seen most often in the time of the history line, with their",
+        "           share of all looks at workers that ran one",
+    };
+    return lines;
+}

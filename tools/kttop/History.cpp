@@ -1,0 +1,129 @@
+#include "History.h"
+
+namespace {
+
+const double nsPerSecond = 1e9;
+
+/// Bounds the memory where samples are taken in quick succession.
+const std::size_t mostMoments = 3000;
+
+double seconds(std::int64_t fromNs, std::int64_t toNs)
+{
+    return static_cast<double>(toNs - fromNs) / nsPerSecond;
+}
+
+/// What a count grew by; a count that fell is another one.
+double growth(std::uint64_t before, std::uint64_t after)
+{
+    return after > before ? static_cast<double>(after - before) : 0;
+}
+
+Counts countIn(const Sample& sample)
+{
+    Counts counts;
+    counts.workers = static_cast<int>(sample.workers.size());
+    counts.otherThreads = sample.otherThreads;
+    for (const WorkerReading& worker : sample.workers) {
+        switch (worker.state) {
+            case WorkerState::running:
+            case WorkerState::finished: ++counts.running; break;
+            case WorkerState::sleeping: ++counts.sleeping; break;
+            case WorkerState::idle: ++counts.idle; break;
+            case WorkerState::fresh: ++counts.fresh; break;
+        }
+    }
+    return counts;
+}
+
+/// Whether the worker can have been in one state from one reading to the next. Who sleeps doesn't
+/// give its processor away a second time without having been awake.
+bool staysIn(const WorkerReading& before, const WorkerReading& after)
+{
+    return before.state == after.state && before.task == after.task &&
+           (after.state != WorkerState::sleeping || before.voluntary == after.voluntary);
+}
+
+void setRates(Worker& worker, const WorkerReading& before, double between)
+{
+    const WorkerReading& after = worker.reading;
+    worker.hasRates = true;
+    worker.cpuPercent = 100 * growth(before.cpuNs, after.cpuNs) / nsPerSecond / between;
+    worker.waitPercent =
+        100 * growth(before.waitNs.value_or(0), after.waitNs.value_or(0)) / nsPerSecond / between;
+    worker.voluntaryRate = growth(before.voluntary, after.voluntary) / between;
+    worker.involuntaryRate = growth(before.involuntary, after.involuntary) / between;
+}
+
+}  // namespace
+
+void History::add(const Sample& sample)
+{
+    now.secondsBetween = samples > 0 ? seconds(now.atNs, sample.atNs) : 0;
+    now.atNs = sample.atNs;
+    now.wallClockMs = sample.wallClockMs;
+    now.counts = countIn(sample);
+    now.workers.clear();
+    now.cpuPercent = 0;
+    for (const WorkerReading& reading : sample.workers) {
+        now.workers.push_back(follow(reading, sample));
+        now.cpuPercent += now.workers.back().cpuPercent;
+    }
+    forgetEnded();
+    now.moments.push_back({samples++, sample.atNs, now.counts});
+    tally.add(sample.workers);
+    forgetOld(sample.atNs);
+}
+
+Worker History::follow(const WorkerReading& reading, const Sample& sample)
+{
+    Worker worker;
+    worker.reading = reading;
+    const auto [found, isNew] = tracks.try_emplace(reading.tid);
+    Track& track = found->second;
+    if (isNew || track.last.start != reading.start) {
+        track.sinceNs = sample.atNs;
+        track.sinceBefore = samples == 0;  // who came later began after the last look
+    } else {
+        if (now.secondsBetween > 0) {
+            setRates(worker, track.last, now.secondsBetween);
+        }
+        if (!staysIn(track.last, reading)) {
+            track.sinceNs = sample.atNs;
+            track.sinceBefore = false;
+        }
+    }
+    track.last = reading;
+    track.seen = true;
+    worker.stateSeconds = seconds(track.sinceNs, sample.atNs);
+    worker.sinceBefore = track.sinceBefore;
+    return worker;
+}
+
+void History::forgetEnded()
+{
+    for (auto track = tracks.begin(); track != tracks.end();) {
+        if (track->second.seen) {
+            track->second.seen = false;
+            ++track;
+        } else {
+            track = tracks.erase(track);
+        }
+    }
+}
+
+void History::forgetOld(std::int64_t nowNs)
+{
+    while (now.moments.size() > mostMoments ||
+           seconds(now.moments.front().atNs, nowNs) > historySeconds) {
+        now.moments.pop_front();
+        tally.dropOldest();
+    }
+}
+
+Snapshot History::snapshot() const
+{
+    Snapshot copy = now;
+    copy.tasks = tally.mostOften();
+    copy.taskLooks = tally.looks();
+    return copy;
+}

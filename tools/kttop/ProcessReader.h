@@ -1,0 +1,65 @@
+/// Reads the threads of a process from /proc.
+#pragma once
+
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "ProcFile.h"
+#include "ProcText.h"
+#include "Sample.h"
+
+/// There is no such process, it can't be read, or it is none that can be watched.
+class ProcessError : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+/// The process that was watched has ended; `what` says so, and whether its pid is in use again.
+class ProcessEnded : public ProcessError {
+    using ProcessError::ProcessError;
+};
+
+/// One process. Belongs to one thread.
+class ProcessReader {
+public:
+    /// `procfs` is where /proc is. At most `keptFiles` files stay open between samples; those of
+    /// the other threads are opened anew each time. Throws ProcessError.
+    ProcessReader(const std::string& procfs, int pid, std::size_t keptFiles);
+
+    const ProcessIdentity& process() const { return identity; }
+
+    /// Throws ProcessEnded, and ProcessError if the process can't be read any more.
+    Sample read();
+
+private:
+    struct Thread {
+        std::uint64_t start = 0;
+        bool seen = false;
+        ThreadFile comm{"comm"};
+        ThreadFile status{"status"};
+        ThreadFile schedstat{"schedstat"};
+        ThreadFile wchan{"wchan"};
+    };
+
+    StatText readStat() const;
+    void checkStillThere(std::size_t threadsListed) const;
+    std::vector<int> listThreads() const;
+    void readThread(int tid, Sample& sample);
+    std::optional<std::string> readName(int tid);
+    bool readWorker(int tid, Thread& thread, WorkerReading& worker);
+    bool readTimes(int tid, Thread& thread, WorkerReading& worker);
+    std::optional<std::string> read(int tid, ThreadFile& file);
+    void forgetUnseen();
+    void forget(std::map<int, Thread>::iterator thread);
+
+    const std::string root;
+    const std::size_t mayKeep;
+    std::size_t kept = 0;
+    ProcessIdentity identity;
+    FileDescriptor tasks;  ///< the process's folder that has one for each thread
+    std::map<int, Thread> threads;
+};
+
+/// Files that may stay open, the limit of open files having been raised as far as it goes.
+std::size_t filesToKeep();

@@ -1,0 +1,217 @@
+#include "Table.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <functional>
+
+#include "Text.h"
+#include "ThreadName.h"
+
+namespace {
+
+struct Format {
+    const char* title;
+    std::size_t width;
+    bool right;       ///< aligned
+    int rank;         ///< where there is too little room, the higher ones go
+    bool descending;  ///< the largest first
+};
+
+/// In the order of Column.
+const std::array<Format, columnCount> formats = {{
+    {"TID", 7, true, 0, false},
+    {"STATE", 8, false, 1, false},
+    {"TASK", 7, false, 2, false},
+    {"CPU%", 5, true, 3, true},
+    {"WAIT%", 5, true, 5, true},
+    {"TIME", 8, true, 4, true},
+    {"VOL/S", 5, true, 6, true},
+    {"INV/S", 5, true, 7, true},
+    {"S", 1, false, 8, false},
+    {"WAITS IN", 8, false, 9, false},
+}};
+
+const Format& formatOf(Column column)
+{
+    return formats.at(static_cast<std::size_t>(column));
+}
+
+std::string lowered(std::string text)
+{
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return text;
+}
+
+bool hasTask(const WorkerReading& worker)
+{
+    return worker.state == WorkerState::running || worker.state == WorkerState::finished;
+}
+
+template <typename Value>
+int compared(const Value& a, const Value& b)
+{
+    return a < b ? -1 : static_cast<int>(b < a);
+}
+
+int comparedBy(Column column, const Worker& a, const Worker& b)
+{
+    switch (column) {
+        case Column::tid: return compared(a.reading.tid, b.reading.tid);
+        case Column::state: return compared(a.reading.state, b.reading.state);
+        case Column::task: return compared(a.reading.task, b.reading.task);
+        case Column::cpu: return compared(a.cpuPercent, b.cpuPercent);
+        case Column::wait: return compared(a.waitPercent, b.waitPercent);
+        case Column::time: return compared(a.stateSeconds, b.stateSeconds);
+        case Column::voluntary: return compared(a.voluntaryRate, b.voluntaryRate);
+        case Column::involuntary: return compared(a.involuntaryRate, b.involuntaryRate);
+        case Column::kernel: return compared(a.reading.kernelState, b.reading.kernelState);
+        case Column::waitsIn: break;
+    }
+    return compared(a.reading.waitsIn, b.reading.waitsIn);
+}
+
+std::string taskOf(const WorkerReading& worker, bool utf8)
+{
+    if (!hasTask(worker)) {
+        return "";
+    }
+    return worker.task.empty() ? "(none)" : shown(worker.task, utf8);
+}
+
+std::string cellText(Column column, const Worker& worker, bool utf8)
+{
+    const WorkerReading& reading = worker.reading;
+    const auto ifKnown = [](bool known, const std::string& text) { return known ? text : "-"; };
+    switch (column) {
+        case Column::tid: return std::to_string(reading.tid);
+        case Column::state: return nameOf(reading.state);
+        case Column::task: return taskOf(reading, utf8);
+        case Column::cpu: return ifKnown(worker.hasRates, asPercent(worker.cpuPercent));
+        case Column::wait:
+            return ifKnown(worker.hasRates && reading.waitNs, asPercent(worker.waitPercent));
+        case Column::time:
+            return asDuration(worker.stateSeconds) + (worker.sinceBefore ? "+" : " ");
+        case Column::voluntary: return ifKnown(worker.hasRates, asRate(worker.voluntaryRate));
+        case Column::involuntary: return ifKnown(worker.hasRates, asRate(worker.involuntaryRate));
+        case Column::kernel: return shown(std::string(1, reading.kernelState), false);
+        case Column::waitsIn: break;
+    }
+    return reading.waitsIn.empty() ? "-" : shown(reading.waitsIn, false);
+}
+
+Style styleOf(WorkerState state)
+{
+    switch (state) {
+        case WorkerState::running:
+        case WorkerState::finished: return Style::running;
+        case WorkerState::idle: return Style::idle;
+        case WorkerState::fresh: return Style::fresh;
+        case WorkerState::sleeping: break;
+    }
+    return Style::sleeping;
+}
+
+/// The columns' cells with a blank between them, cut at the width. The last column has all the
+/// rest.
+Line lineOf(const std::vector<Column>& columns, std::size_t width,
+            const std::function<Span(Column)>& cell)
+{
+    Line line;
+    std::size_t left = width;
+    for (const Column column : columns) {
+        Span span = cell(column);
+        const bool last = column == columns.back();
+        const Format& format = formatOf(column);
+        const std::size_t room = std::min(left, last && !format.right ? left : format.width);
+        span.text = format.right ? paddedLeft(span.text, room) : padded(span.text, room);
+        left -= room;
+        line.push_back(std::move(span));
+        const std::size_t gap = last ? left : std::min<std::size_t>(left, 1);
+        line.push_back({std::string(gap, ' '), cell(column).style});
+        left -= gap;
+    }
+    return line;
+}
+
+}  // namespace
+
+const char* titleOf(Column column)
+{
+    return formatOf(column).title;
+}
+
+bool matches(const WorkerReading& worker, const std::string& filter)
+{
+    if (filter.empty()) {
+        return true;
+    }
+    if (!hasTask(worker)) {
+        return false;
+    }
+    const std::string task = lowered(worker.task);
+    const std::string wanted = lowered(filter);
+    const bool cut = task.size() == keptTaskBytes;
+    return task.find(wanted) != std::string::npos ||
+           (cut && wanted.compare(0, task.size(), task) == 0);
+}
+
+std::vector<const Worker*> selectWorkers(const Snapshot& snapshot, const std::string& filter,
+                                         const Sorting& sorting)
+{
+    std::vector<const Worker*> selected;
+    for (const Worker& worker : snapshot.workers) {
+        if (matches(worker.reading, filter)) {
+            selected.push_back(&worker);
+        }
+    }
+    const bool descending = formatOf(sorting.column).descending != sorting.reverse;
+    std::sort(selected.begin(), selected.end(), [&](const Worker* a, const Worker* b) {
+        const int order = comparedBy(sorting.column, *a, *b);
+        return order != 0 ? (order < 0) != descending : a->reading.tid < b->reading.tid;
+    });
+    return selected;
+}
+
+std::vector<Column> columnsFor(std::size_t width)
+{
+    std::array<bool, columnCount> chosen{};
+    std::size_t taken = 0;
+    for (int rank = 0; rank < columnCount; ++rank) {
+        for (std::size_t i = 0; i < formats.size(); ++i) {
+            if (formats.at(i).rank != rank) {
+                continue;
+            }
+            taken += formats.at(i).width + (rank == 0 ? 0 : 1);
+            chosen.at(i) = taken <= width || rank == 0;
+        }
+    }
+    std::vector<Column> columns;
+    for (std::size_t i = 0; i < formats.size(); ++i) {
+        if (chosen.at(i)) {
+            columns.push_back(static_cast<Column>(i));
+        }
+    }
+    return columns;
+}
+
+Line tableHeader(const std::vector<Column>& columns, const Sorting& sorting, std::size_t width)
+{
+    return lineOf(columns, width, [&](Column column) {
+        // A blank where the times have their mark.
+        const std::string title =
+            std::string(titleOf(column)) + (column == Column::time ? " " : "");
+        return Span{title, column == sorting.column ? Style::sorted : Style::header};
+    });
+}
+
+Line tableRow(const Worker& worker, const std::vector<Column>& columns, std::size_t width,
+              bool utf8)
+{
+    return lineOf(columns, width, [&](Column column) {
+        const bool named = column == Column::state || column == Column::task;
+        return Span{cellText(column, worker, utf8),
+                    named ? styleOf(worker.reading.state) : Style::plain};
+    });
+}
