@@ -13,6 +13,7 @@
 #include "Options.h"
 #include "ProcessFinder.h"
 #include "Source.h"
+#include "Watch.h"
 
 namespace {
 
@@ -35,10 +36,34 @@ std::unique_ptr<Source> openSource(const Options& options)
         options.interval.value_or(options.once ? intervalOfOnce : usualInterval));
 }
 
-int run(const Options& options, bool utf8)
+int watch(const Options& options, bool onTerminal, bool utf8)
 {
     const std::unique_ptr<Source> source = openSource(options);
-    return runOnce(*source, options, utf8);
+    std::optional<RecordingWriter> recorder;
+    if (options.record) {
+        recorder.emplace(*options.record, source->process(),
+                         options.interval.value_or(usualInterval));
+    }
+    Watch watching(*source, recorder ? &*recorder : nullptr, onTerminal, utf8);
+    const int exitStatus = watching.go();
+    if (!watching.lastWord().empty()) {
+        complain(watching.lastWord().c_str());
+    }
+    return exitStatus;
+}
+
+int run(const Options& options, bool utf8)
+{
+    if (options.once) {
+        return runOnce(*openSource(options), options, utf8);
+    }
+    const bool onTerminal = isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0;
+    if (!onTerminal && !options.record) {
+        complain(
+            "this is no terminal; --once prints one sample, --record FILE writes them to a file");
+        return exitUsage;
+    }
+    return watch(options, onTerminal, utf8);
 }
 
 }  // namespace
