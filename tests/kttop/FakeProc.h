@@ -18,6 +18,7 @@ struct FakeThread {
     std::uint64_t involuntary = 0;
     std::uint64_t start = 100;
     std::string waitsIn = "futex_wait_queue";
+    std::uint64_t slices = 3;
 };
 
 /// Files are written over in place: a reader may hold them open, as it does the kernel's.
@@ -82,8 +83,9 @@ private:
                   " (what)\nTgid:\t" + std::to_string(pid) + "\nvoluntary_ctxt_switches:\t" +
                   std::to_string(thread.voluntary) + "\nnonvoluntary_ctxt_switches:\t" +
                   std::to_string(thread.involuntary) + "\n");
-        write(folder / "schedstat",
-              std::to_string(thread.cpuNs) + " " + std::to_string(thread.waitNs) + " 3\n");
+        write(folder / "schedstat", std::to_string(thread.cpuNs) + " " +
+                                        std::to_string(thread.waitNs) + " " +
+                                        std::to_string(thread.slices) + "\n");
         write(folder / "wchan", thread.waitsIn);
     }
 

@@ -172,6 +172,34 @@ TEST_P(KttopReaderKeeping, FollowsWhatChanges)
 
 INSTANTIATE_TEST_SUITE_P(Files, KttopReaderKeeping, testing::Values(0U, 1U, 5U, 1000U));
 
+TEST_F(KttopReader, SparesItselfFilesOfWhoHadNoProcessorSince)
+{
+    FakeThread thread{"KTThread [sleep"};
+    proc.thread(10, 11, thread);
+    ProcessReader watched = reader();
+    watched.read();
+    thread.voluntary = 5;
+    thread.waitsIn = "elsewhere";
+    proc.thread(10, 11, thread);
+    EXPECT_EQ(watched.read().workers.at(0).voluntary, 0U);
+    EXPECT_EQ(watched.read().workers.at(0).waitsIn, "futex_wait_queue");
+    ++thread.slices;
+    proc.thread(10, 11, thread);
+    EXPECT_EQ(watched.read().workers.at(0).voluntary, 5U);
+    EXPECT_EQ(watched.read().workers.at(0).waitsIn, "elsewhere");
+}
+
+TEST_F(KttopReader, ReadsAllOfWhoRan)
+{
+    FakeThread thread{"KTTask: load [r", 'R'};
+    proc.thread(10, 11, thread);
+    ProcessReader watched = reader();
+    watched.read();
+    thread.state = 'S';  // it has given its processor away: no slice more
+    proc.thread(10, 11, thread);
+    EXPECT_EQ(watched.read().workers.at(0).kernelState, 'S');
+}
+
 TEST_F(KttopReader, DoesWithoutSchedstatAndWchan)
 {
     proc.thread(10, 11, {"KTTask: load [r", 'S', 2500000000});

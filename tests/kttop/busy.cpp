@@ -2,6 +2,7 @@
 ///
 ///     run NAME COUNT    so many tasks of that name, which wait
 ///     spin NAME COUNT   ... which keep a processor busy
+///     pulse NAME COUNT  ... which wake up ten times a second
 ///     release NAME      lets the tasks of that name end
 ///     grow COUNT        so many workers more
 ///     shrink COUNT      so many workers may retire
@@ -30,10 +31,12 @@ struct Batch {
     std::atomic<int> running{0};
 };
 
+enum class Manner { waits, spins, pulses };
+
 class BatchTask : public KT::KTTask {
 public:
-    BatchTask(const std::string& name, boost::shared_ptr<Batch> sharedBatch, bool spins)
-        : batch(std::move(sharedBatch)), spinning(spins)
+    BatchTask(const std::string& name, boost::shared_ptr<Batch> sharedBatch, Manner runsSo)
+        : batch(std::move(sharedBatch)), manner(runsSo)
     {
         setTaskName(name);
     }
@@ -41,7 +44,10 @@ public:
     void run() override
     {
         ++batch->running;
-        while (spinning && !batch->released) {
+        while (manner != Manner::waits && !batch->released) {
+            if (manner == Manner::pulses) {
+                ro::os::msleep(100);
+            }
         }
         std::unique_lock<std::mutex> hold(batch->mutex);
         batch->changed.wait(hold, [this] { return batch->released.load(); });
@@ -50,7 +56,7 @@ public:
 
 private:
     const boost::shared_ptr<Batch> batch;
-    const bool spinning;
+    const Manner manner;
 };
 
 class Demo {
@@ -71,7 +77,7 @@ public:
     Demo(const Demo&) = delete;
     Demo& operator=(const Demo&) = delete;
 
-    void run(const std::string& name, int count, bool spins)
+    void run(const std::string& name, int count, Manner manner)
     {
         boost::shared_ptr<Batch>& batch = batches[name];
         if (!batch || batch->released) {
@@ -79,7 +85,7 @@ public:
         }
         const int wanted = batch->running + count;
         for (int i = 0; i < count; ++i) {
-            pool->enqueue(boost::make_shared<BatchTask>(name, batch, spins));
+            pool->enqueue(boost::make_shared<BatchTask>(name, batch, manner));
         }
         while (batch->running < wanted) {
             pool->wake();
@@ -132,9 +138,12 @@ bool obey(Demo& demo, const std::string& command)
 {
     std::string name;
     int count = 0;
-    if (command == "run" || command == "spin") {
+    if (command == "run" || command == "spin" || command == "pulse") {
         std::cin >> name >> count;
-        demo.run(name, count, command == "spin");
+        demo.run(name, count,
+                 command == "run"    ? Manner::waits
+                 : command == "spin" ? Manner::spins
+                                     : Manner::pulses);
     } else if (command == "release") {
         std::cin >> name;
         demo.release(name);

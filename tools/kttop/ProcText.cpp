@@ -74,7 +74,8 @@ std::optional<SchedstatText> parseSchedstat(const std::string& text)
 {
     SchedstatText figures;
     std::string_view rest = text;
-    if (!takeNumber(rest, figures.cpuNs) || !takeNumber(rest, figures.waitNs)) {
+    if (!takeNumber(rest, figures.cpuNs) || !takeNumber(rest, figures.waitNs) ||
+        !takeNumber(rest, figures.slices)) {
         return std::nullopt;
     }
     return figures;

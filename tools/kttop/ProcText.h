@@ -28,6 +28,7 @@ StatusText parseStatus(const std::string& text);
 struct SchedstatText {
     std::uint64_t cpuNs = 0;
     std::uint64_t waitNs = 0;
+    std::uint64_t slices = 0;  ///< times that it got a processor
 };
 
 std::optional<SchedstatText> parseSchedstat(const std::string& text);

@@ -46,6 +46,15 @@ int numberIn(const char* name)
     return error == std::errc() && rest == end ? number : 0;
 }
 
+/// Whether a thread that waited at the last look has had no processor since, as most threads of a
+/// large pool: then nothing else that the kernel counts has changed, and the costly files needn't
+/// be read.
+bool hasSleptSince(const WorkerReading& last, const WorkerReading& now)
+{
+    return last.start == now.start && last.kernelState != 'R' && last.kernelState != '?' &&
+           last.cpuNs == now.cpuNs && last.waitNs == now.waitNs;
+}
+
 Sample startOfSample()
 {
     using std::chrono::duration_cast;
@@ -198,42 +207,62 @@ std::optional<std::string> ProcessReader::readName(int tid)
 
 bool ProcessReader::readWorker(int tid, Thread& thread, WorkerReading& worker)
 {
-    const std::optional<std::string> status = read(tid, thread.status);
-    if (!status || !readTimes(tid, thread, worker)) {
-        return false;
-    }
-    const StatusText parsed = parseStatus(*status);
-    worker.kernelState = parsed.state;
-    worker.voluntary = parsed.voluntary;
-    worker.involuntary = parsed.involuntary;
-    worker.start = thread.start;
-    if (worker.kernelState != 'R') {
-        worker.waitsIn = parseWchan(read(tid, thread.wchan).value_or(""));
-    }
-    return true;
-}
-
-bool ProcessReader::readTimes(int tid, Thread& thread, WorkerReading& worker)
-{
     const std::optional<SchedstatText> times =
         parseSchedstat(read(tid, thread.schedstat).value_or(""));
     if (times) {
         worker.cpuNs = times->cpuNs;
         worker.waitNs = times->waitNs;
-        // The start doesn't change while the number can't be another thread's.
-        if (thread.start != 0 && thread.comm.isKept()) {
-            return true;
-        }
     }
-    const std::optional<StatText> stat =
-        parseStat(readFile(tasks.get(), std::to_string(tid) + "/stat").value_or(""));
-    if (!stat) {
+    if (!readStart(tid, thread, worker, times.has_value())) {
         return false;
     }
-    thread.start = stat->start;
-    if (!times) {
-        worker.cpuNs =
-            stat->cpuTicks * (nsPerSecond / static_cast<std::uint64_t>(sysconf(_SC_CLK_TCK)));
+    const bool slept =
+        times && hasSleptSince(thread.last, worker) && times->slices == thread.lastSlices;
+    if (slept) {
+        worker.kernelState = thread.last.kernelState;
+        worker.voluntary = thread.last.voluntary;
+        worker.involuntary = thread.last.involuntary;
+        worker.waitsIn = thread.last.waitsIn;
+    } else if (!readStatus(tid, thread, worker)) {
+        return false;
+    }
+    thread.last = worker;
+    thread.lastSlices = times ? times->slices : 0;
+    return true;
+}
+
+// The start doesn't change while the number can't be another thread's. Where the kernel has no
+// times in nanoseconds, the processor time is from here, too.
+bool ProcessReader::readStart(int tid, Thread& thread, WorkerReading& worker, bool hasTimes)
+{
+    if (thread.start == 0 || !thread.comm.isKept() || !hasTimes) {
+        const std::optional<StatText> stat =
+            parseStat(readFile(tasks.get(), std::to_string(tid) + "/stat").value_or(""));
+        if (!stat) {
+            return false;
+        }
+        thread.start = stat->start;
+        if (!hasTimes) {
+            worker.cpuNs =
+                stat->cpuTicks * (nsPerSecond / static_cast<std::uint64_t>(sysconf(_SC_CLK_TCK)));
+        }
+    }
+    worker.start = thread.start;
+    return true;
+}
+
+bool ProcessReader::readStatus(int tid, Thread& thread, WorkerReading& worker)
+{
+    const std::optional<std::string> text = read(tid, thread.status);
+    if (!text) {
+        return false;
+    }
+    const StatusText status = parseStatus(*text);
+    worker.kernelState = status.state;
+    worker.voluntary = status.voluntary;
+    worker.involuntary = status.involuntary;
+    if (worker.kernelState != 'R') {
+        worker.waitsIn = parseWchan(read(tid, thread.wchan).value_or(""));
     }
     return true;
 }

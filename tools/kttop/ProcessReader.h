@@ -36,6 +36,8 @@ private:
     struct Thread {
         std::uint64_t start = 0;
         bool seen = false;
+        WorkerReading last;
+        std::uint64_t lastSlices = 0;
         ThreadFile comm{"comm"};
         ThreadFile status{"status"};
         ThreadFile schedstat{"schedstat"};
@@ -48,7 +50,8 @@ private:
     void readThread(int tid, Sample& sample);
     std::optional<std::string> readName(int tid);
     bool readWorker(int tid, Thread& thread, WorkerReading& worker);
-    bool readTimes(int tid, Thread& thread, WorkerReading& worker);
+    bool readStart(int tid, Thread& thread, WorkerReading& worker, bool hasTimes);
+    bool readStatus(int tid, Thread& thread, WorkerReading& worker);
     std::optional<std::string> read(int tid, ThreadFile& file);
     void forgetUnseen();
     void forget(std::map<int, Thread>::iterator thread);

@@ -127,9 +127,10 @@ Line lineOf(const std::vector<Column>& columns, std::size_t width,
         const std::size_t room = std::min(left, last && !format.right ? left : format.width);
         span.text = format.right ? paddedLeft(span.text, room) : padded(span.text, room);
         left -= room;
+        const Style style = span.style;
         line.push_back(std::move(span));
         const std::size_t gap = last ? left : std::min<std::size_t>(left, 1);
-        line.push_back({std::string(gap, ' '), cell(column).style});
+        line.push_back({std::string(gap, ' '), style});
         left -= gap;
     }
     return line;
