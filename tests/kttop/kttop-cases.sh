@@ -213,6 +213,27 @@ case_signals_end_it_and_give_the_terminal_back() {
   expect_end 0
 }
 
+is_gone() { ! kill -0 "$1" 2>/dev/null; }
+
+case_a_terminal_that_goes_away_ends_it() {
+  start_demo 4 4
+  show 80 24 "$pid" --interval 0.1
+  expect_on_screen '^4 workers'
+  local shell watcher
+  shell=$(tmux -L "$server" list-panes -F '#{pane_pid}')
+  watcher=$(pgrep -P "$shell") || fail "kttop is not there"
+  tmux -L "$server" kill-server
+  await is_gone "$watcher"
+  # With the hang-up ignored, the end of the terminal's input is all that it has to go by.
+  tmux -u -L "$server" -f /dev/null new-session -d \
+    "$(printf '%q ' env --ignore-signal=HUP "$kttop" "$pid" --interval 0.1); sleep 600"
+  expect_on_screen '^4 workers'
+  shell=$(tmux -L "$server" list-panes -F '#{pane_pid}')
+  watcher=$(pgrep -P "$shell") || fail "kttop is not there"
+  tmux -L "$server" kill-server
+  await is_gone "$watcher"
+}
+
 case_no_colours_where_none_are_wanted() {
   start_demo 4 4
   tell run load 1

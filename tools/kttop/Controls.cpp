@@ -22,7 +22,7 @@ std::size_t less(std::size_t from, std::size_t by)
 
 void Controls::press(const Key& key)
 {
-    if (key.kind == KeyKind::resize || scroll(key.kind)) {
+    if (key.kind == KeyKind::resize || key.kind == KeyKind::none || scroll(key.kind)) {
         return;
     }
     if (view.help) {

@@ -6,6 +6,7 @@
 #include "Page.h"
 #include "View.h"
 
+/// `none`: a key without a meaning here.
 enum class KeyKind {
     text,
     enter,
@@ -17,7 +18,8 @@ enum class KeyKind {
     pageDown,
     home,
     end,
-    resize
+    resize,
+    none
 };
 
 struct Key {

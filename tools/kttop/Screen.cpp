@@ -26,7 +26,7 @@ std::string encoded(wint_t character)
                                                   : std::string(bytes.data(), length);
 }
 
-std::optional<KeyKind> functionKey(wint_t code)
+KeyKind functionKey(wint_t code)
 {
     switch (code) {
         case KEY_UP: return KeyKind::up;
@@ -38,12 +38,11 @@ std::optional<KeyKind> functionKey(wint_t code)
         case KEY_RESIZE: return KeyKind::resize;
         case KEY_BACKSPACE: return KeyKind::backspace;
         case KEY_ENTER: return KeyKind::enter;
-        default: return std::nullopt;
+        default: return KeyKind::none;
     }
 }
 
-/// A character; nothing for control characters without a meaning here.
-std::optional<Key> characterKey(wint_t character)
+Key characterKey(wint_t character)
 {
     switch (character) {
         case L'\r':
@@ -55,7 +54,7 @@ std::optional<Key> characterKey(wint_t character)
     }
     std::string text = encoded(character);
     if (character < 32 || text.empty()) {
-        return std::nullopt;
+        return Key{KeyKind::none, ""};
     }
     return Key{KeyKind::text, std::move(text)};
 }
@@ -154,19 +153,10 @@ void Screen::draw(const Page& page)
 
 std::optional<Key> Screen::key()
 {
-    // One that means nothing here doesn't end the keys that wait.
-    for (;;) {
-        wint_t code = 0;
-        const int kind = get_wch(&code);
-        if (kind == ERR) {
-            return std::nullopt;
-        }
-        if (kind == KEY_CODE_YES) {
-            if (const std::optional<KeyKind> known = functionKey(code)) {
-                return Key{*known, ""};
-            }
-        } else if (std::optional<Key> pressed = characterKey(code)) {
-            return pressed;
-        }
+    wint_t code = 0;
+    const int kind = get_wch(&code);
+    if (kind == ERR) {
+        return std::nullopt;
     }
+    return kind == KEY_CODE_YES ? Key{functionKey(code), ""} : characterKey(code);
 }

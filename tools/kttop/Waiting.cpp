@@ -57,7 +57,7 @@ Event Waiting::until(std::chrono::steady_clock::time_point time, bool withInput)
     const timespec left = timeLeft(time);
     pollfd input = {STDIN_FILENO, POLLIN, 0};
     const int ready = ppoll(&input, withInput ? 1 : 0, &left, &outside);
-    if (asked != 0 || (ready > 0 && (input.revents & POLLIN) == 0)) {
+    if (asked != 0 || (ready > 0 && (input.revents & ~POLLIN) != 0)) {
         return Event::ending;
     }
     if (ready > 0 || (ready < 0 && errno == EINTR)) {

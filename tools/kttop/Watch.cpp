@@ -11,6 +11,9 @@ Clock::duration asDuration(double seconds)
     return std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
 }
 
+/// A terminal that is gone has ncurses find keys for ever.
+const int mostKeysAtOnce = 256;
+
 }  // namespace
 
 Watch::Watch(Source& samples, RecordingWriter* writer, bool onTerminal, bool hasUtf8)
@@ -90,7 +93,7 @@ void Watch::draw()
 
 void Watch::handleKeys()
 {
-    while (screen) {
+    for (int i = 0; screen && i < mostKeysAtOnce; ++i) {
         const std::optional<Key> key = screen->key();
         if (!key) {
             return;
