@@ -58,10 +58,11 @@ void Model::release(std::size_t index)
 
 void Model::stop()
 {
+    // First: the monitor may look while the tasks end, or find no workers any more.
+    sizes.stopped();
     countEnds(static_cast<int>(running.size()));
     running.clear();
     queue.clear();
-    sizes.stopped();
 }
 
 // Each task ends because it is asked to, or is cut off: the task knows.

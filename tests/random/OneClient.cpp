@@ -49,9 +49,9 @@ void OneClient::run(const Program& program)
     OneClient client(program.setup);
     try {
         client.go(program.steps);
-    } catch (const Finding&) {
+    } catch (const Finding& finding) {
         client.letGo();
-        throw;
+        throw Finding("step " + std::to_string(client.position) + ": " + finding.what());
     }
     client.finish();
 }
@@ -70,6 +70,7 @@ void OneClient::go(const std::vector<Step>& steps)
             init();
         }
         if (isForNow(steps[i], steps.size())) {
+            position = i + 1;
             act(steps[i]);
             settle();
         }
@@ -222,8 +223,11 @@ void OneClient::adjust(const Step& step)
     require(model.sizes.adjusted(delta, answer), "adjustThread answers wrongly");
 }
 
+// A pool that was shut down is joined before it is started anew. Its old workers might take one of
+// the new tasks on their way out otherwise; one whom a growth started meanwhile would stay on.
 void OneClient::increase()
 {
+    require(model.sizes.runs() || pool->join(joinMs), "a stopped pool doesn't join");
     const bool answer = pool->xIncreaseThread();
     require(model.sizes.increased(answer), "xIncreaseThread answers wrongly");
 }
@@ -270,11 +274,6 @@ void OneClient::afterStop(bool force, const std::vector<Held>& asked)
         require(force || task->ends == task->starts, "a gentle shutdown cut a task off");
     }
     force ? model.stopByForce() : model.stop();
-    // A task that ends because it is asked to may make the pool grow meanwhile: it takes a join to
-    // tell such a worker, too. Otherwise it would go on once the pool is started anew.
-    if (!force && setup.period > 0 && !asked.empty()) {
-        require(pool->join(joinMs), "a stopped pool doesn't join");
-    }
 }
 
 void OneClient::join(const Step& step)

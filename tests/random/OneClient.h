@@ -46,6 +46,7 @@ private:
     Held newTask(int manner);
 
     const Setup setup;
+    std::size_t position = 0;  ///< of the step, from 1
     Model model;
     Pool pool;
     LockBench locks;
