@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -14,6 +13,8 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include "SpinLock.h"
+
 namespace order {
 namespace {
 
@@ -23,20 +24,6 @@ using Place = std::array<void*, depth>;
 
 /// What tells apart the makers of locks: the maker, and who called it.
 const std::size_t framesOfMaker = 5;
-
-/// A lock that isn't recorded.
-class SpinLock {
-public:
-    void lock()
-    {
-        while (taken.exchange(true, std::memory_order_acquire)) {
-        }
-    }
-    void unlock() { taken.store(false, std::memory_order_release); }
-
-private:
-    std::atomic<bool> taken{false};
-};
 
 /// A fixed number of slots, found by hashing. Those whose use has ended can be used again.
 template <typename Value, std::size_t size>

@@ -1,6 +1,5 @@
 #include "Platform.h"
 
-#include <atomic>
 #include <cstdarg>
 #include <new>
 #include <utility>
@@ -8,22 +7,10 @@
 #include <dlfcn.h>
 #include <sys/prctl.h>
 
+#include "SpinLock.h"
+
 namespace platform {
 namespace {
-
-/// A lock that makes none of the calls observed here.
-class SpinLock {
-public:
-    void lock()
-    {
-        while (taken.exchange(true, std::memory_order_acquire)) {
-        }
-    }
-    void unlock() { taken.store(false, std::memory_order_release); }
-
-private:
-    std::atomic<bool> taken{false};
-};
 
 struct State {
     SpinLock lock;
