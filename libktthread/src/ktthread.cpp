@@ -1035,6 +1035,9 @@ void KTThreadPool::init(int workers, int, int, int, int)
     const boost::shared_ptr<KTMonitor> watcher(
         new KTMonitor(monitorParam1, monitorParam2, monitorParam3, getThis()));
     setMonitor(watcher);
+    // Or those that come first could retire, if somebody asked for it already, into a table that is
+    // still being filled.
+    const KTCriticalSection hold(borrowed(poolMutex));
     for (int slot = 0; slot < workers; ++slot) {
         const boost::shared_ptr<KTThread> worker(
             new KTThread(getThis(), slot, wakeMutex, wakeCondition));
@@ -1336,9 +1339,26 @@ KTThreadPoolStatus KTThreadPool::status() const
 void KTThreadPool::shutdown(bool force)
 {
     // All that may throw comes before anything is done.
+    Workers setAside;
+    setAside.reserve(threads.size());
+    dropQueued();
+    for (std::size_t slot = 0; slot < slotsInUse(); ++slot) {
+        if (const boost::shared_ptr<KTThread> worker = loadShared(threads[slot])) {
+            worker->killThread();
+        }
+    }
+    wakeAll();
+    {
+        const KTCriticalSection hold(borrowed(poolMutex));
+        setAsideLocked(force, setAside);
+        nbThreads = 0;
+    }
+    tellToStop(setAside);  // a growth may have added workers after the others were told
+}
+
+void KTThreadPool::dropQueued()
+{
     Tasks discarded;
-    Workers cancelled;
-    cancelled.reserve(threads.size());
     {
         const KTCriticalSection hold(borrowed(queueMutex));
         discarded.swap(tasks);
@@ -1348,26 +1368,9 @@ void KTThreadPool::shutdown(bool force)
     while (!discarded.empty()) {
         discarded.pop_front();
     }
-    for (std::size_t slot = 0; slot < slotsInUse(); ++slot) {
-        if (const boost::shared_ptr<KTThread> worker = loadShared(threads[slot])) {
-            worker->killThread();
-        }
-    }
-    wakeAll();
-    {
-        const KTCriticalSection hold(borrowed(poolMutex));
-        setAsideLocked(force, cancelled);
-        nbThreads = 0;
-    }
-    // A growth may have added workers after the others were told. join sees to those set aside.
-    for (const boost::shared_ptr<KTThread>& worker : cancelled) {
-        if (!worker->killed) {
-            worker->killThread();
-        }
-    }
 }
 
-void KTThreadPool::setAsideLocked(bool force, Workers& cancelled)
+void KTThreadPool::setAsideLocked(bool force, Workers& setAside)
 {
     for (std::size_t slot = 0; slot < slotsInUse(); ++slot) {
         const boost::shared_ptr<KTThread> worker =
@@ -1377,12 +1380,25 @@ void KTThreadPool::setAsideLocked(bool force, Workers& cancelled)
         }
         if (!force) {
             retiredThreads.push_back(worker);
-            continue;
-        }
-        if (worker->launched) {
+        } else if (worker->launched) {
             pthread_cancel(worker->threadHandle);
         }
-        cancelled.push_back(worker);
+        setAside.push_back(worker);
+    }
+}
+
+// Tells those that haven't been told yet.
+void KTThreadPool::tellToStop(const Workers& workers)
+{
+    bool told = false;
+    for (const boost::shared_ptr<KTThread>& worker : workers) {
+        if (!worker->killed) {
+            worker->killThread();
+            told = true;
+        }
+    }
+    if (told) {
+        wakeAll();
     }
 }
 
@@ -1405,9 +1421,9 @@ bool KTThreadPool::join(int timeoutMs)
     return false;
 }
 
-// Tells the workers that a shutdown set aside without having told them to stop: those that a growth
-// started in between, and one that a retirement moved past the shutdown's eyes. Those too that an
-// init with a count of its own has put into slots that were never counted.
+// Tells the workers that a shutdown set aside without having told them to stop: one that a
+// retirement moved past its eyes. Those too that an init with a count of its own has put into slots
+// that were never counted.
 void KTThreadPool::tellUntold()
 {
     Workers setAside;
@@ -1420,16 +1436,7 @@ void KTThreadPool::tellUntold()
         std::copy_if(threads.begin(), threads.end(), std::back_inserter(setAside),
                      [](const boost::shared_ptr<KTThread>& worker) { return bool(worker); });
     }
-    bool told = false;
-    for (const boost::shared_ptr<KTThread>& worker : setAside) {
-        if (!worker->killed) {
-            worker->killThread();
-            told = true;
-        }
-    }
-    if (told) {
-        wakeAll();
-    }
+    tellToStop(setAside);
 }
 
 // A shutdown that also cuts off, by force, whom an earlier gentle one has set aside.
@@ -1452,31 +1459,36 @@ bool KTThreadPool::close(bool force, int timeoutMs)
     const TimeLimit limit(timeoutMs);
     // The monitor's reference to the pool may be the last but the caller's raw pointer.
     const boost::shared_ptr<KTThreadPool> self = weak_from_this().lock();
-    stop(force);
-    while (!join(timeoutMs < 0 ? timeoutMs : limit.left(INT_MAX))) {
-        // A growth that was under way has started the pool anew.
-        if (nbThreads < 1 || countedIn == startedThreads.get()) {
-            return false;
-        }
+    do {
         stop(force);
-    }
-    setMonitor(boost::shared_ptr<KTMonitor>());
-    shutdown(false);  // drops what an enqueue that was under way has queued since
-    releaseEnded();
+        while (!join(timeoutMs < 0 ? timeoutMs : limit.left(INT_MAX))) {
+            // A growth that was under way has started the pool anew.
+            if (nbThreads < 1 || countedIn == startedThreads.get()) {
+                return false;
+            }
+            stop(force);
+        }
+        setMonitor(boost::shared_ptr<KTMonitor>());
+        dropQueued();  // by an enqueue that was under way
+    } while (!releaseEnded());
     return true;
 }
 
-// Lets go of the workers that have ended. One that was cut off still holds its task, and a task may
-// hold the pool.
-void KTThreadPool::releaseEnded()
+// Lets go of the workers that have ended; false if a growth has started others since. One that was
+// cut off still holds its task, and a task may hold the pool.
+bool KTThreadPool::releaseEnded()
 {
     Workers ended;  // let go of after poolMutex
     const KTCriticalSection hold(borrowed(poolMutex));
+    if (nbThreads > 0 || !startedThreads->waitForNone(0)) {
+        return false;
+    }
     ended.swap(retiredThreads);
     ended.reserve(ended.size() + threads.size());
     for (boost::shared_ptr<KTThread>& slot : threads) {
         ended.push_back(exchangeShared(slot, boost::shared_ptr<KTThread>()));
     }
+    return true;
 }
 
 KTThreadPool::~KTThreadPool()

@@ -167,10 +167,12 @@ private:
     bool growLocked(int count, Workers& displaced);
     bool startWorkerLocked(Workers& displaced);
     bool inTableLocked(const boost::shared_ptr<KTThread>& thread) const;
-    void setAsideLocked(bool force, Workers& cancelled);
+    void dropQueued();
+    void setAsideLocked(bool force, Workers& setAside);
+    void tellToStop(const Workers& workers);
     void tellUntold();
     void stop(bool force);
-    void releaseEnded();
+    bool releaseEnded();
 
     /// For a worker, which keeps its share in the monitor from task to task.
     void taskEnded(boost::shared_ptr<KTTask> task, boost::shared_ptr<KTMonitor>& known);
