@@ -392,7 +392,7 @@ TEST(Allocation, OfACloseLetsItBeCalledAgain)
         pool->init(3, 4, 0, 0, 0);
         bool isClosed = false;
         const int failures = failEach([&] { isClosed = pool->close(force, 60000); });
-        EXPECT_GT(failures, 1);
+        EXPECT_GT(failures, 0);
         EXPECT_TRUE(isClosed);
         EXPECT_EQ(pool.use_count(), 1);
     }
