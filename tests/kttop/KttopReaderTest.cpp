@@ -69,7 +69,11 @@ TEST(KttopProcText, StatHasAnythingForAName)
 {
     const std::string fields = " 1 1 1 0 -1 4194304 1 0 0 0 30 12 0 0 20 0 1 0 4711 0 0\n";
     for (const std::string name : {"a", "", "a b", "(", ")", ") R 5 (", "a) S 1 1\n) Z 9"}) {
-        const auto stat = parseStat("7 (" + name + ") S" + fields);
+        std::string text = "7 (";
+        text += name;
+        text += ") S";
+        text += fields;
+        const auto stat = parseStat(text);
         ASSERT_TRUE(stat) << name;
         EXPECT_EQ(stat->name, name);
         EXPECT_EQ(stat->state, 'S');

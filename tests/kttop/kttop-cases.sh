@@ -6,7 +6,7 @@ set -uo pipefail
 kttop=$1
 busy=$2
 work=$(mktemp -d)
-server=kttop-test-$$
+server=kttop-test-$$  # tmux's
 # Nobody else's process is called so, and it fits into the kernel's 15 bytes.
 demo=demo$$
 export LC_ALL=C.utf8 TZ=UTC TERM=xterm
@@ -49,7 +49,11 @@ start_demo() {
   pid=$!
   exec 3>commands
   told=0
+  await is_called "$pid" "$demo"
 }
+
+# Not the shell's copy of itself any more.
+is_called() { [ "$(cat "/proc/$1/comm")" = "$2" ]; }
 
 answered() { [ "$(grep -c '^done$' answers)" -ge "$told" ]; }
 
@@ -63,6 +67,12 @@ tell() {
 end_demo() {
   echo quit >&3
   wait "$pid"
+}
+
+# One that was told to end answers for a moment yet.
+new_server() {
+  tmux -L "$server" kill-server 2>/dev/null
+  server+=+
 }
 
 # show COLUMNS LINES ARGUMENT...: kttop on a screen of that size.
@@ -222,7 +232,7 @@ case_a_terminal_that_goes_away_ends_it() {
   local shell watcher
   shell=$(tmux -L "$server" list-panes -F '#{pane_pid}')
   watcher=$(pgrep -P "$shell") || fail "kttop is not there"
-  tmux -L "$server" kill-server
+  new_server
   await is_gone "$watcher"
   # With the hang-up ignored, the end of the terminal's input is all that it has to go by.
   tmux -u -L "$server" -f /dev/null new-session -d \
@@ -240,7 +250,7 @@ case_no_colours_where_none_are_wanted() {
   show 80 24 "$pid"
   expect_on_screen 'running  load'
   tmux -L "$server" capture-pane -p -e | grep -q $'\e\\[[0-9;]*32m' || fail "no colours"
-  tmux -L "$server" kill-server
+  new_server
   export NO_COLOR=
   show 80 24 "$pid"
   expect_on_screen 'running  load'
@@ -373,8 +383,7 @@ case_what_cannot_be_watched_is_said() {
   expect_complaint 1 'kttop: there is no process 4194305' --once 4194305
   expect_complaint 1 "kttop: no process is called 'none$$'" --once "none$$"
   "./$demo" 1 1 <commands >/dev/null &
-  await test -e "/proc/$!/task"
-  await grep -qx "$demo" "/proc/$!/comm"
+  await is_called $! "$demo"
   expect_complaint 1 "2 processes are called '$demo' (" --once "$demo"
   local thread
   thread=$(find "/proc/$pid/task" -mindepth 1 -maxdepth 1 -printf '%f\n' | sort -n | tail -n 1)
@@ -404,6 +413,7 @@ case_terminals_that_cannot_show_it_are_said() {
     tmux -u -L "$server" -f /dev/null new-session -d -e TERM="$type" \
       "$(printf '%q ' env "TERM=$type" "$kttop" "$pid") 2>errors; echo \$? >status"
     await test -s status
+    new_server
     status_is 1 || fail "exit status $(cat status)"
     grep -q "^kttop: the terminal type '$type' (TERM) " errors || fail "said: $(cat errors)"
   done
