@@ -33,11 +33,9 @@ TEST_F(KttopText, ShowsNothingThatCouldDriveATerminal)
     EXPECT_EQ(shown("\x1b[31m\x07\n\t\x7f", true), "?[31m????");
     EXPECT_EQ(shown(std::string("a\0b", 3), true), "a?b");
     EXPECT_EQ(shown("\u009b31m", true), "?31m");  // another way to begin a sequence
-    EXPECT_EQ(shown("a\xe2\x80\xae"
-                    "b\xe2\x80\x8b"
-                    "c",
-                    true),
-              "a?b?c");                       // right to left, and of no width
+    const std::string rightToLeft = {'\xe2', '\x80', '\xae'};
+    const std::string noWidth = {'\xe2', '\x80', '\x8b'};
+    EXPECT_EQ(shown(rightToLeft + "b" + noWidth, true), "?b?");
     EXPECT_EQ(shown("e\u0301", true), "e?");  // an accent that the cut may leave behind
 }
 
