@@ -204,6 +204,26 @@ TEST_F(KttopReader, ReadsAllOfWhoRan)
     EXPECT_EQ(watched.read().workers.at(0).kernelState, 'S');
 }
 
+TEST_F(KttopReader, ClosesTheFilesOfThreadsThatHaveEnded)
+{
+    const auto openFiles = [] {
+        const std::filesystem::directory_iterator all("/proc/self/fd");
+        return std::distance(begin(all), end(all));
+    };
+    ProcessReader watched = reader();
+    const auto before = openFiles();
+    for (int tid = 11; tid < 61; ++tid) {
+        proc.thread(10, tid, {"KTThread [idle]"});
+    }
+    EXPECT_EQ(watched.read().workers.size(), 50U);
+    EXPECT_EQ(openFiles(), before + 50 * 4);
+    for (int tid = 11; tid < 61; ++tid) {
+        proc.endThread(10, tid);
+    }
+    EXPECT_EQ(watched.read().workers.size(), 0U);
+    EXPECT_EQ(openFiles(), before);
+}
+
 TEST_F(KttopReader, DoesWithoutSchedstatAndWchan)
 {
     proc.thread(10, 11, {"KTTask: load [r", 'S', 2500000000});
