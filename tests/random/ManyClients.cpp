@@ -104,7 +104,7 @@ void ManyClients::actOnPool(int client, const Step& step)
         case Act::enqueueBatch: enqueueBatch(client, step); break;
         case Act::wake: pool.wake(); break;
         case Act::adjust: pool.adjustThread(deltaOf(step.amount)); break;
-        case Act::increase: increase(); break;
+        case Act::increase: pool.xIncreaseThread(); break;
         case Act::take: take(); break;
         case Act::reportEnd: pool.taskEnded(around.newTask(client, step.amount)); break;
         case Act::retireNobody:
@@ -124,18 +124,10 @@ void ManyClients::end(const Step& step)
         return;
     }
     if (step.act == Act::close) {
-        const std::lock_guard<std::shared_mutex> hold(restart);
         around.pool->close(step.amount % 2 == 1, step.extra % 20);
     } else {
         around.pool->shutdown(step.act == Act::stopByForce);
     }
-}
-
-// Not while another client closes the pool: a worker that comes just then is never told to stop.
-void ManyClients::increase()
-{
-    const std::shared_lock<std::shared_mutex> hold(restart);
-    around.pool->xIncreaseThread();
 }
 
 void ManyClients::enqueue(int client, const Step& step)

@@ -4,7 +4,6 @@
 #include <atomic>
 #include <list>
 #include <mutex>
-#include <shared_mutex>
 #include <string>
 #include <vector>
 
@@ -34,7 +33,6 @@ private:
     void enqueue(int client, const Step& step);
     void enqueueEmpty();
     void enqueueBatch(int client, const Step& step);
-    void increase();
     void take();
     void look();
     void awaitEnded(const Step& step);
@@ -49,7 +47,6 @@ private:
     const Program& program;
     TaskSurroundings around;
     MeetingPoint meetingPoint;
-    std::shared_mutex restart;
     std::mutex findingsMutex;
     std::string findings;
 };
