@@ -46,7 +46,7 @@ Function next(Function, const char* name)
     return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
 }
 
-#define KT_NEXT(function) static const auto real = next(&function, #function)
+#define KT_NEXT(function) static const auto real = next(&(function), #function)
 
 template <typename Lock>
 int take(int (*real)(Lock*), Lock* lock, Mode mode, void* place)
