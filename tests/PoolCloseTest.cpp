@@ -427,4 +427,36 @@ TEST_F(PoolStatus, ShowsEachFigure)
     EXPECT_EQ(status.queuedTasks, 2);
 }
 
+/// Makes its pool grow when it dies.
+class GrowsAtItsEnd : public KT::KTTask {
+public:
+    explicit GrowsAtItsEnd(KT::KTThreadPool& pool) : grown(pool) {}
+    ~GrowsAtItsEnd() override { grown.xIncreaseThread(); }
+    void run() override {}
+
+private:
+    KT::KTThreadPool& grown;
+};
+
+TEST(PoolCloseAgainstGrowth, StartsOverIfAGrowthStartedThePoolAnewMeanwhile)
+{
+    const Pool pool(new KT::KTThreadPool(1, 8, 0, 0, 0));
+    pool->init(1, 8, 0, 0, 0);
+    KT::KTThreadPool& grown = *pool;
+    Gate gate;
+    pool->enqueue(makeTask([&grown, &gate] {
+        gate.pass();
+        // As an enqueue that was under way when the shutdown came: dropped when all have ended.
+        EXPECT_TRUE(eventually([&grown] { return grown.status().threads == 0; }));
+        const KT::KTCriticalSection hold(inside::queueMutex(grown));
+        inside::tasks(grown).push_back(boost::make_shared<GrowsAtItsEnd>(grown));
+    }));
+    ASSERT_TRUE(untilArrived(pool, gate));
+    gate.open();
+    EXPECT_TRUE(pool->close(false, 60000));
+    EXPECT_EQ(pool->status().threads, 0);
+    EXPECT_EQ(pool.use_count(), 1);
+    EXPECT_TRUE(eventually([] { return threadsNamed("KTT").empty(); }));
+}
+
 }  // namespace
