@@ -215,7 +215,7 @@ TEST_P(PoolCloseOfEitherKind, TellsAWorkerThatWasStartedAfterTheOthersWereTold)
     boost::shared_ptr<KT::KTThread> late;
     Threads closer;
     {
-        const KT::KTCriticalSection hold(inside::wakeMutex(pool));
+        const HeldElsewhere held(inside::wakeMutex(pool));
         const platform::Recorder recorder;
         closer.start([&] { EXPECT_TRUE(pool->close(GetParam())); });
         // It has told the workers, and wants to wake them.
