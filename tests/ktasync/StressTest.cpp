@@ -81,11 +81,11 @@ TEST(Race, OfForcedShutdownAgainstEverything)
     }
 }
 
-void nest(const KT::KTScopedPool& pool, int depth)
+void nestIn(const KT::KTScopedPool& pool, int depth)
 {
     if (depth > 0) {
         KT::KTTaskGroup group(pool);
-        group.run(nest, std::cref(pool), depth - 1);
+        group.run(nestIn, std::cref(pool), depth - 1);
         group.wait();
     }
 }
@@ -97,7 +97,7 @@ TEST(Race, OfForcedShutdownAgainstThreadsMadeForDeepNesting)
         std::atomic<int> trips(0);
         KT::KTFuture<void> future = KT::submit(pool, [&] {
             for (;;) {
-                nest(pool, 500);
+                nestIn(pool, 500);
                 ++trips;
             }
         });

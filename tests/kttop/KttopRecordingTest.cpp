@@ -90,12 +90,12 @@ TEST_F(KttopRecording, ComesBackAsItWas)
     first.workers[1].task = "";
     first.workers[1].waitNs.reset();
     first.workers[1].waitsIn = "";
-    Sample second;
-    second.atNs = 1001;
+    Sample next;
+    next.atNs = 1001;
     {
         RecordingWriter writer(file, {10, 100, "bu\nsy"}, 0.5);
         writer.write(first);
-        writer.write(second);
+        writer.write(next);
     }
     RecordingReader reader(file);
     EXPECT_EQ(reader.process().pid, 10);

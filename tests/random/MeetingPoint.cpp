@@ -4,18 +4,18 @@
 
 namespace {
 
-const char* const names[] = {"red", "green", "blue"};
+const char* const conditionNames[] = {"red", "green", "blue"};
 
 }  // namespace
 
 MeetingPoint::MeetingPoint()
 {
-    for (const char* name : names) {
+    for (const char* name : conditionNames) {
         events.addCondition(name);
     }
     bell = std::thread([this] {
         while (!stop) {
-            for (const char* name : names) {
+            for (const char* name : conditionNames) {
                 events.triggerCondition(name);
             }
             std::this_thread::sleep_for(std::chrono::microseconds(200));
@@ -89,7 +89,7 @@ bool MeetingPoint::useLocks(const Step& step)
 
 void MeetingPoint::useConditions(const Step& step)
 {
-    const std::string name = step.extra % 4 == 3 ? "unheard of" : names[step.extra % 4];
+    const std::string name = step.extra % 4 == 3 ? "unheard of" : conditionNames[step.extra % 4];
     if (step.amount % 2 == 0) {
         events.triggerCondition(name);
     } else {

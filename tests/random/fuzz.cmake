@@ -5,6 +5,9 @@ function(kt_add_fuzz_target name)
   kt_is_unwound_by_force(${name})
 endfunction()
 
+# As tests/support has it for the tests.
+target_sources(random_use PRIVATE ../support/Waiting.cpp)
+
 kt_add_fuzz_target(fuzz-pool SOURCES FuzzPool.cpp USES random_use)
 
 find_package(OpenSSL 3 REQUIRED)

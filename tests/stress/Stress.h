@@ -57,7 +57,8 @@ inline int mappings()
     return lines;
 }
 
-/// Threads of this process.
+/// Threads of this process, those too that have been joined but that the kernel has not yet put
+/// away.
 inline int threadCount()
 {
     return static_cast<int>(threadsNamed("").size()) + 1;

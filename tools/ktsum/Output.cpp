@@ -6,7 +6,7 @@
 
 namespace {
 
-void require(bool written)
+void requireWritten(bool written)
 {
     if (!written) {
         throw OutputError(std::string("write error: ") + std::strerror(errno), errno == EPIPE);
@@ -17,12 +17,12 @@ void require(bool written)
 
 void print(const std::string& text)
 {
-    require(std::fwrite(text.data(), 1, text.size(), stdout) == text.size());
+    requireWritten(std::fwrite(text.data(), 1, text.size(), stdout) == text.size());
 }
 
 void flushOutput()
 {
-    require(std::fflush(stdout) == 0);
+    requireWritten(std::fflush(stdout) == 0);
 }
 
 void complain(const std::string& message)

@@ -6,7 +6,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-Clock::duration asDuration(double seconds)
+Clock::duration clockDuration(double seconds)
 {
     return std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
 }
@@ -48,7 +48,7 @@ void Watch::takeSample()
 {
     // A replay that stands still waits where it is; a process goes on.
     if (controls.state().paused && source.isRecorded()) {
-        due = Clock::now() + asDuration(1);
+        due = Clock::now() + clockDuration(1);
         return;
     }
     const std::optional<Sample> sample = source.next();
@@ -63,7 +63,7 @@ void Watch::takeSample()
     refreshScene();
     // From the time that was meant, so that delays don't add up; but those missed are not made up
     // for.
-    due = std::max(due + asDuration(source.pause()), Clock::now());
+    due = std::max(due + clockDuration(source.pause()), Clock::now());
 }
 
 void Watch::finish()
