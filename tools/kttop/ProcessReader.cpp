@@ -16,7 +16,7 @@
 
 namespace {
 
-const std::uint64_t unitsPerSecond = 1000000000;
+const std::uint64_t nsASecond = 1000000000;
 
 /// The limit of open files may be large, and this many do for a pool of thousands.
 const std::size_t mostFilesToKeep = 20000;
@@ -244,7 +244,7 @@ bool ProcessReader::readStart(int tid, Thread& thread, WorkerReading& worker, bo
         thread.start = stat->start;
         if (!hasTimes) {
             worker.cpuNs =
-                stat->cpuTicks * (unitsPerSecond / static_cast<std::uint64_t>(sysconf(_SC_CLK_TCK)));
+                stat->cpuTicks * (nsASecond / static_cast<std::uint64_t>(sysconf(_SC_CLK_TCK)));
         }
     }
     worker.start = thread.start;
