@@ -25,6 +25,8 @@
 #include <ro/log.h>
 #include <ro/os.h>
 
+#include "probes.h"
+
 namespace KT {
 
 // ---------------------------------------------------------------------------------------------
@@ -838,25 +840,47 @@ void* _KT_Thread_Pool_Atom(void* arg)
 
 void KTThread::loop(KTThreadPool* livePool)
 {
-    while (!killed && !apoptosis(livePool)) {
-        if (getTask(livePool)) {
-            // A stop request that came since the look at the mark found no task to ask. Both may
-            // ask it; that one of them does is what a task relies on that runs until it is asked.
-            if (killed) {
-                currentTask->exitTask();
+    /// Announces the worker, and its end however it comes.
+    struct Announced {
+        Announced(const KTThread* started, const KTThreadPool* owner) : worker(started), pool(owner)
+        {
+            if (pool != nullptr) {
+                KT_PROBE(worker_started, pool, KT_IS(0), KT_AT(worker->index),
+                         KT_AT(pool->queueLength));
             }
-            runCounted(livePool);
+        }
+        ~Announced()
+        {
+            if (pool != nullptr) {
+                KT_PROBE(worker_ended, pool, KT_IS(0), KT_AT(worker->index),
+                         KT_AT(pool->queueLength));
+            }
+        }
+        const KTThread* worker;
+        const KTThreadPool* pool;
+    };
+    const Announced announced(this, livePool);
+    while (!killed && !apoptosis(livePool)) {
+        if (const KTTask* const taken = takeTask(livePool)) {
+            runCounted(*taken, livePool);
         } else if (!killed) {
             sleepOnce();
         }
     }
 }
 
-void KTThread::runCounted(KTThreadPool* livePool)
+void KTThread::runCounted(const KTTask& taken, KTThreadPool* livePool)
 {
     if (livePool != nullptr) {
+        KT_PROBE(task_started, livePool, KT_NAME_OF(taken), KT_AT(index),
+                 KT_AT(livePool->queueLength));
         const TurnAndHold<KTCriticalSectionWrite> hold(livePool->busyTurnstile, livePool->busyLock);
         ++livePool->nbBusyThreads;
+    }
+    // A stop request that came since the look at the mark found no task to ask. Both may ask it;
+    // that one of them does is what a task relies on that runs until it is asked.
+    if (killed) {
+        currentTask->exitTask();
     }
     // A cancellation in here skips what follows: the worker then stays counted as busy.
     runTask(livePool);
@@ -892,15 +916,15 @@ boost::shared_ptr<KTThreadPool> KTThread::resolvePool(KTThreadPool* held) const
 
 bool KTThread::getTask()
 {
-    return getTask(nullptr);
+    return takeTask(nullptr) != nullptr;
 }
 
-bool KTThread::getTask(KTThreadPool* held)
+const KTTask* KTThread::takeTask(KTThreadPool* held)
 {
     const KTCriticalSectionRead hold(borrowed(taskLock));
     const boost::shared_ptr<KTThreadPool> livePool = resolvePool(held);
     if (!livePool) {
-        return false;
+        return nullptr;
     }
     boost::shared_ptr<KTTask> task = livePool->getTask();
     KTTask* const taken = task.get();
@@ -908,11 +932,10 @@ bool KTThread::getTask(KTThreadPool* held)
         const std::lock_guard<std::mutex> holdTask(currentTaskMutex);
         currentTask.swap(task);
     }
-    if (taken == nullptr) {
-        return false;
+    if (taken != nullptr) {
+        taken->setThread(getThis());
     }
-    taken->setThread(getThis());
-    return true;
+    return taken;
 }
 
 bool KTThread::apoptosis()
@@ -976,12 +999,16 @@ void KTThread::runTask(KTThreadPool* held)
         } catch (const KTError& error) {
             // Only this one is a task's way to report a failure. Any other exception is a mistake
             // that ends the process where it was made, with the stack still there to look at.
+            if (const boost::shared_ptr<KTThreadPool> livePool = resolvePool(held)) {
+                KT_PROBE(task_failed, livePool.get(), KT_NAME_OF(task), KT_AT(index),
+                         KT_AT(livePool->queueLength));
+            }
             unlessOutOfMemory([&error] {
                 logRecord("KTThread", "runTask", "Error caught: " + error.toString());
             });
         }
         task.state = stateFinished;
-        unlessOutOfMemory([this, held] { reportEnded(held); });
+        reportEnded(task, held);
     }
     // Let go of after the hold: this may be the last reference, and a task's destructor may do
     // anything.
@@ -990,12 +1017,13 @@ void KTThread::runTask(KTThreadPool* held)
     done.swap(currentTask);
 }
 
-void KTThread::reportEnded(KTThreadPool* held)
+void KTThread::reportEnded(const KTTask& task, KTThreadPool* held)
 {
     if (held != nullptr) {
-        held->taskEnded(currentTask, knownMonitor);
+        KT_PROBE(task_ended, held, KT_NAME_OF(task), KT_AT(index), KT_AT(held->queueLength));
+        unlessOutOfMemory([this, held] { held->taskEnded(currentTask, knownMonitor); });
     } else if (const boost::shared_ptr<KTThreadPool> livePool = pool.lock()) {
-        livePool->taskEnded(currentTask);
+        reportEnded(task, livePool.get());
     }
 }
 
@@ -1007,6 +1035,7 @@ KTThreadPool::KTThreadPool(int workers, int capacity, int param1, int param2, in
     : monitorParam1(param1),
       monitorParam2(param2),
       monitorParam3(param3),
+      queueLength(0),
       nbThreads(workers),
       maxThreads(capacity),
       nbThreadsToRemove(0),
@@ -1058,19 +1087,37 @@ std::size_t KTThreadPool::slotsInUse() const
 
 bool KTThreadPool::enqueue(boost::shared_ptr<KTTask> task)
 {
-    const bool isTask = static_cast<bool>(task);
-    return enqueueBy([this, &task] { tasks.push_back(std::move(task)); }) && isTask;
+    if (!task) {
+        enqueueBy([this] {
+            tasks.emplace_back();  // a worker passes it over
+            ++queueLength;
+        });
+        return false;
+    }
+    return enqueueBy([this, &task] {
+        const KTTask* const queued = tasks.emplace_back(std::move(task)).get();
+        ++queueLength;
+        KT_PROBE(task_queued, this, KT_NAME_OF(*queued), KT_IS(-1), KT_AT(queueLength));
+    });
 }
 
 bool KTThreadPool::enqueue(std::vector<boost::shared_ptr<KTTask> > batch)
 {
-    const bool areTasks = std::find(batch.begin(), batch.end(), nullptr) == batch.end();
-    // All or none: a deque makes room for all before it takes the first.
-    return enqueueBy([this, &batch] {
-               tasks.insert(tasks.end(), std::make_move_iterator(batch.begin()),
-                            std::make_move_iterator(batch.end()));
-           }) &&
-           areTasks;
+    bool areTasks = true;
+    const auto push = [this, &batch, &areTasks] {
+        // All or none: a deque makes room for all before it takes the first.
+        auto queued = tasks.insert(tasks.end(), std::make_move_iterator(batch.begin()),
+                                   std::make_move_iterator(batch.end()));
+        for (; queued != tasks.end(); ++queued) {
+            ++queueLength;
+            if (*queued) {
+                KT_PROBE(task_queued, this, KT_NAME_OF(**queued), KT_IS(-1), KT_AT(queueLength));
+            } else {
+                areTasks = false;
+            }
+        }
+    };
+    return enqueueBy(push) && areTasks;
 }
 
 template <typename Push>
@@ -1107,6 +1154,7 @@ boost::shared_ptr<KTTask> KTThreadPool::getTask()
         }
         task = std::move(tasks.front());
         tasks.pop_front();
+        --queueLength;
     }
     // Hands the wake-up on: a burst drains through a chain of them, even if signals were sent while
     // nobody waited.
@@ -1202,10 +1250,15 @@ bool KTThreadPool::growLocked(int count, Workers& displaced)
         nbThreadsToRemove = 0;
     }
     for (int i = 0; i < count; ++i) {
-        if (nbThreads >= maxThreads || !startWorkerLocked(displaced)) {
+        if (nbThreads >= maxThreads) {
+            KT_POOL_PROBE(limit_reached, this, KT_AT(queueLength), KT_AT(nbThreads),
+                          KT_AT(maxThreads));
             return false;
         }
-        ++nbThreads;
+        if (!startWorkerLocked(displaced)) {
+            return false;
+        }
+        countGrownLocked();
     }
     return true;
 }
@@ -1231,12 +1284,25 @@ bool KTThreadPool::startWorkerLocked(Workers& displaced)
     return true;
 }
 
+// Apart, so that those who never come here pay nothing for it.
+[[gnu::noinline]] void KTThreadPool::announceLimit() const
+{
+    KT_POOL_PROBE(limit_reached, this, KT_AT(queueLength), KT_AT(nbThreads), KT_AT(maxThreads));
+}
+
+void KTThreadPool::countGrownLocked()
+{
+    ++nbThreads;
+    KT_POOL_PROBE(pool_grown, this, KT_AT(queueLength), KT_AT(nbThreads), KT_AT(maxThreads));
+}
+
 bool KTThreadPool::xIncreaseThread()
 {
     Workers displaced;
     const KTCriticalSection hold(borrowed(poolMutex));
     const int live = nbThreads;
     if (live == maxThreads) {
+        announceLimit();
         consoleLine("Threadpool limit reached.");
         return false;
     }
@@ -1245,7 +1311,7 @@ bool KTThreadPool::xIncreaseThread()
     // A negative count, which only a constructor's argument makes, has no slot to start in.
     for (int i = 0; live >= 0 && i < growthAttempts && nbThreads < target; ++i) {
         if (startWorkerLocked(displaced)) {
-            ++nbThreads;
+            countGrownLocked();
             nbThreadsToRemove = 0;
         } else {
             boost::shared_ptr<KTThread>& slot = threads[slotsInUse()];
@@ -1269,6 +1335,7 @@ bool KTThreadPool::apoptosis(boost::shared_ptr<KTThread> thread)
         if (last) {
             last->index = thread->index;
         }
+        KT_PROBE(worker_retired, this, KT_IS(0), KT_AT(thread->index), KT_AT(queueLength));
         consoleLine("KTThreadPool::decrease");
         --nbThreads;
         --nbThreadsToRemove;
@@ -1341,6 +1408,8 @@ void KTThreadPool::shutdown(bool force)
     // All that may throw comes before anything is done.
     Workers setAside;
     setAside.reserve(threads.size());
+    const int byForce = force ? 1 : 0;
+    KT_POOL_PROBE(pool_shut_down, this, KT_AT(queueLength), KT_AT(nbThreads), KT_AT(byForce));
     dropQueued();
     for (std::size_t slot = 0; slot < slotsInUse(); ++slot) {
         if (const boost::shared_ptr<KTThread> worker = loadShared(threads[slot])) {
@@ -1362,6 +1431,7 @@ void KTThreadPool::dropQueued()
     {
         const KTCriticalSection hold(borrowed(queueMutex));
         discarded.swap(tasks);
+        queueLength = 0;
     }
     // One by one, since a deque's own order of destruction is not front to back; and without a
     // lock, since a task's destructor may use the pool.
@@ -1566,6 +1636,7 @@ void KTMonitor::adjustPool(std::vector<boost::shared_ptr<KTThread>>& displaced)
     }
     if (busy >= busyLimit) {
         // Not a limit that was tested: the count and the step that a growth would have made.
+        pool->announceLimit();
         char text[64];
         std::snprintf(text, sizeof text, "INFO: Thread limit reached: (%d/%d)", busy,
                       wrappingSum(live, growthBatch));

@@ -106,6 +106,7 @@ protected:
 
 private:
     friend class KTThread;
+    friend class KTThreadPool;
 
     boost::weak_ptr<KTThread> managingThread;
 };

@@ -89,15 +89,15 @@ private:
     friend void* _KT_Thread_Pool_Atom(void* arg);
 
     void loop(KTThreadPool* livePool);
-    void runCounted(KTThreadPool* livePool);
+    void runCounted(const KTTask& taken, KTThreadPool* livePool);
     void sleepOnce();
 
     // The public operations of these names, for a caller that holds the pool; null: it is looked
     // up.
-    bool getTask(KTThreadPool* held);
+    const KTTask* takeTask(KTThreadPool* held);
     bool apoptosis(KTThreadPool* held);
     void runTask(KTThreadPool* held);
-    void reportEnded(KTThreadPool* held);
+    void reportEnded(const KTTask& task, KTThreadPool* held);
     boost::shared_ptr<KTThreadPool> resolvePool(KTThreadPool* held) const;
 
     boost::shared_ptr<KTMutex> wakeMutex;

@@ -166,6 +166,8 @@ private:
     bool allowRetirementLocked(int delta);
     bool growLocked(int count, Workers& displaced);
     bool startWorkerLocked(Workers& displaced);
+    void countGrownLocked();
+    void announceLimit() const;
     bool inTableLocked(const boost::shared_ptr<KTThread>& thread) const;
     void dropQueued();
     void setAsideLocked(bool force, Workers& setAside);
@@ -189,6 +191,7 @@ private:
     KTCacheLineGap gapBeforeTasks __attribute__((unused));
     // queueMutex
     Tasks tasks;
+    std::size_t queueLength;  ///< of tasks, for those who look from outside: a deque computes it
     KTTurnstile queueTurnstile;
     KTCacheLineGap gapAfterTasks __attribute__((unused));
     std::atomic<int> nbThreads;

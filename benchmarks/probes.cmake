@@ -1,0 +1,11 @@
+# What the probes cost a task while nobody listens: at most one instruction for each that it passes, which
+# are those of its queueing, its start, its end, and of the limit that the pool of one worker is at.
+find_package(Boost 1.74 REQUIRED)
+kt_add_library(unprobed SOURCES ${PROJECT_SOURCE_DIR}/libktthread/src/ktthread.cpp
+  LINKS ro::ro kterror::kterror Boost::headers Threads::Threads)
+target_include_directories(unprobed PUBLIC ${PROJECT_SOURCE_DIR}/libktthread/include)
+kt_add_program(instructions-unprobed SOURCES instructions.cpp USES unprobed)
+add_test(NAME benchmarks.probes
+  COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/count-instructions $<TARGET_FILE:instructions>
+          --against $<TARGET_FILE:instructions-unprobed> --most 4)
+set_tests_properties(benchmarks.probes PROPERTIES TIMEOUT 300)

@@ -1,0 +1,62 @@
+/// Static probes: places in the code that bpftrace, perf, SystemTap and gdb find by name. What
+/// nobody listens to is one instruction that does nothing; the arguments are descriptions of where
+/// they can be read, and nothing computes them. docs/debugging.md lists the probes.
+#pragma once
+
+#ifdef KT_PROBES
+
+#ifndef __LP64__
+#error "the sizes of the arguments are those of a 64-bit system: build with KT_PROBES off"
+#endif
+#include <sys/sdt.h>
+
+/// An argument: what is in memory at this place, or a constant. Never a value to be loaded first.
+#define KT_AT(place) "m"(place)
+#define KT_IS(constant) "n"(constant)
+
+/// The name of a task, a pointer to characters that end with a null: a std::string of libstdc++
+/// begins with it.
+#ifndef __GLIBCXX__
+#error "probes know the strings of libstdc++ only: build with KT_PROBES off"
+#endif
+#define KT_NAME_OF(task) KT_AT((task).taskName)
+
+/// sys/sdt.h's note with a description of ours: its own macros would have each argument loaded.
+#define KT_PROBE_FORMAT(format) "\t.ascii \"" format "\"\n"
+#define KT_PROBE_NOTE(event, format) \
+    _SDT_ASM_BODY(ktthread, event, KT_PROBE_FORMAT, (format), unused) _SDT_ASM_BASE
+
+/// The arguments of all: pool, name of the task (0: none), index of the worker (-1: none), length
+/// of the queue.
+#define KT_PROBE(event, pool, name, worker, queued)                                   \
+    __asm__ volatile(KT_PROBE_NOTE(event, "8@%[arg0] 8@%[arg1] -4@%[arg2] 8@%[arg3]") \
+                     :                                                                \
+                     : [arg0] "rm"(pool), [arg1] name, [arg2] worker, [arg3] queued)
+
+/// Of a pool as a whole: two more, the number of its workers and what `last` says.
+#define KT_POOL_PROBE(event, pool, queued, workers, last)                                          \
+    __asm__ volatile(KT_PROBE_NOTE(event, "8@%[arg0] 8@$0 -4@$-1 8@%[arg3] -4@%[arg4] -4@%[arg5]") \
+                     :                                                                             \
+                     : [arg0] "rm"(pool), [arg3] queued, [arg4] workers, [arg5] last)
+
+#else
+
+#define KT_AT(place) static_cast<void>(place)
+#define KT_IS(constant) static_cast<void>(constant)
+#define KT_NAME_OF(task) static_cast<void>(task)
+#define KT_PROBE(event, pool, name, worker, queued) \
+    do {                                            \
+        static_cast<void>(pool);                    \
+        name;                                       \
+        worker;                                     \
+        queued;                                     \
+    } while (false)
+#define KT_POOL_PROBE(event, pool, queued, workers, last) \
+    do {                                                  \
+        static_cast<void>(pool);                          \
+        queued;                                           \
+        workers;                                          \
+        last;                                             \
+    } while (false)
+
+#endif
