@@ -260,6 +260,27 @@ case_help_is_0() {
   grep -q -- --max-threads output || fail "the options are not there"
 }
 
+case_trace_has_a_slice_for_each_file() {
+  make_tree
+  sums_of_tree >expected
+  expect_status 0 "$ktsum" --trace trace tree >actual
+  expect_same expected actual "the sums"
+  python3 - "$(wc -l <expected)" <<'PYTHON' || fail "the trace"
+import json
+import sys
+
+events = json.load(open("trace"))
+slices = [event for event in events if event["ph"] == "X"]
+assert len(slices) == int(sys.argv[1]), len(slices)
+assert {event["args"]["outcome"] for event in slices} == {"done"}
+lanes = {event["tid"] for event in events if event["name"] == "thread_name"}
+assert {event["tid"] for event in slices} == lanes
+PYTHON
+  expect_status 1 "$ktsum" --trace no/such/folder tree >actual 2>errors
+  grep -qx "ktsum: the trace 'no/such/folder' can't be written" errors || fail "the error"
+  [ ! -s actual ] || fail "sums without a trace"
+}
+
 case_report_goes_to_standard_error() {
   make_tree
   sums_of_tree >expected

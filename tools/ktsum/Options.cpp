@@ -63,6 +63,9 @@ void addOptions(CLI::App& app, Options& options)
            "Take the K-th of N parts of the file list")
         ->type_name("K/N");
     app.add_flag("--report", options.report, "Say on standard error what the pool did");
+    app.add_option("--trace", options.trace,
+                   "Write a timeline of the tasks, for ui.perfetto.dev or chrome://tracing")
+        ->type_name("FILE");
 }
 
 void complete(Options& options)

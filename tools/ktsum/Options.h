@@ -20,6 +20,7 @@ struct Options {
     std::uint64_t shard = 1;
     std::uint64_t shards = 1;
     bool report = false;
+    std::optional<std::string> trace;  ///< a file for the timeline
 };
 
 /// Reads the command line. Nothing: the program is to end with `exitStatus` (0 after --help, 2 for

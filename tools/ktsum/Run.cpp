@@ -1,13 +1,17 @@
 #include "Run.h"
 
 #include <functional>
+#include <stdexcept>
 #include <utility>
 
 #include <unistd.h>
 
+#include <kterror/KTError.h>
+
 #include "CheckList.h"
 #include "FileList.h"
 #include "Interrupt.h"
+#include "Names.h"
 #include "Output.h"
 
 namespace {
@@ -42,6 +46,18 @@ Run::Run(const Options& chosen)
       source(makeSource()),
       pool(poolOptions(options))
 {
+    if (options.trace) {
+        startTrace(*options.trace);
+    }
+}
+
+void Run::startTrace(const std::string& file)
+{
+    try {
+        trace.emplace(pool, file);
+    } catch (const KT::KTError&) {
+        throw std::runtime_error("the trace '" + asPrinted(file) + "' can't be written");
+    }
 }
 
 std::unique_ptr<Source> Run::makeSource() const
@@ -167,6 +183,7 @@ int Run::stopEarly(int signal)
     const int status = 128 + signal;
     if (!ended) {
         // Not even that helped; the process can't end in order while the task goes on.
+        trace.reset();
         _exit(status);
     }
     return status;

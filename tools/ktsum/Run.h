@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <optional>
 
 #include <ktasync/ktasync.h>
 
@@ -23,7 +24,8 @@
 class Run {
 public:
     /// Throws std::invalid_argument for an unknown algorithm, std::system_error for a list that
-    /// can't be opened, KTError if the pool can't start.
+    /// can't be opened, std::runtime_error for a trace that can't be written, KTError
+    /// if the pool can't start.
     explicit Run(const Options& options);
 
     Run(const Run&) = delete;
@@ -39,6 +41,7 @@ private:
         std::uint64_t improperLine;
     };
 
+    void startTrace(const std::string& file);
     std::unique_ptr<Source> makeSource() const;
     void startCounting();
     void fillWindow();
@@ -60,4 +63,5 @@ private:
     bool atEnd = false;
     std::deque<Pending> window;
     KT::KTScopedPool pool;
+    std::optional<KT::KTTraceRecorder> trace;
 };

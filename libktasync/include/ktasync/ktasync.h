@@ -11,5 +11,6 @@
 #include <ktasync/KTScopedPool.h>
 #include <ktasync/KTStopToken.h>
 #include <ktasync/KTTaskGroup.h>
+#include <ktasync/KTTraceRecorder.h>
 #include <ktasync/parallel.h>
 #include <ktasync/submit.h>

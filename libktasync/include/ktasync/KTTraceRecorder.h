@@ -1,0 +1,59 @@
+/// What a pool did, as a timeline to look at.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include <ktasync/KTPoolRef.h>
+#include <ktasync/KTScopedPool.h>
+#include <ktasync/export.h>
+
+namespace KT {
+
+/// Writes what becomes of a pool's tasks to a file in Chrome's trace-event format, which Perfetto
+/// and chrome://tracing show:
+///
+///     KT::KTScopedPool pool;
+///     KT::KTTraceRecorder trace(pool, "render.json");
+///
+/// A lane a thread; on it a slice for each task, with its name, how long it waited in the queue
+/// (`waited_us`, microseconds) and its outcome (`done`, `failed`, `cancelled`); a task that ended
+/// without having begun is a mark in the lane of the thread that dropped it. Two tracks of counters
+/// show the pool's workers, busy and idle, and the queue; they change only in steps of the
+/// sampling.
+///
+/// It tells of tasks of this library that were submitted since; the counters know all tasks. A
+/// slice is written when its task has ended, so those that still run at the end are not in the
+/// file.
+///
+/// The file is a JSON array at any time, also after a crash: what is not yet in it then is at most
+/// 64 KiB, and no older than a second. It needs no more memory than that, however long it records;
+/// when the disk is slower than the tasks, they wait for it. An error in writing ends the
+/// recording, with one log record (category "ktasync", a warning); the file keeps what it has. In a
+/// child of the process that made it (fork) it does nothing.
+///
+/// Several may record the same pool, into different files. Constructing and destroying it may
+/// happen on any thread, while the pool works. It has a thread of its own, named "KTTrace".
+class KTASYNC_EXPORT KTTraceRecorder {
+public:
+    /// Makes `file`, or empties it. The counters are looked at every `sampleMs` milliseconds, and
+    /// written when they have changed. Throws KTError if the file can't be written, and for a
+    /// `sampleMs` below 1; std::bad_alloc; std::system_error if the thread can't be made.
+    KTTraceRecorder(const KTPoolRef& pool, const std::string& file, int sampleMs = 5);
+
+    /// Writes what it still has. If it never comes to that, the process writes it when it ends, but
+    /// for _exit and for a crash.
+    ~KTTraceRecorder();
+
+    KTTraceRecorder(const KTTraceRecorder&) = delete;
+    KTTraceRecorder& operator=(const KTTraceRecorder&) = delete;
+
+    /// Writes what it has so far. Blocks for as long as the disk does. Any thread may call it.
+    void flush();
+
+private:
+    class Recording;
+    std::unique_ptr<Recording> recording;
+};
+
+}  // namespace KT
