@@ -13,8 +13,18 @@ export LC_ALL=C.utf8 TZ=UTC TERM=xterm
 unset NO_COLOR
 cd "$work" || exit 1
 
-clean_up() {
+# The shell of a terminal that ends dies too, and the kernel then has its group continue. That takes back the stop
+# which LeakSanitizer waits for at the end of a process: for ever. So nothing is to end by itself then.
+end_server() {
+  local shell
+  for shell in $(tmux -L "$server" list-panes -a -F '#{pane_pid}' 2>/dev/null); do
+    pkill -KILL -P "$shell"
+  done
   tmux -L "$server" kill-server 2>/dev/null
+}
+
+clean_up() {
+  end_server
   local jobs
   jobs=$(jobs -p)
   # One word each.
@@ -71,7 +81,7 @@ end_demo() {
 
 # One that was told to end answers for a moment yet.
 new_server() {
-  tmux -L "$server" kill-server 2>/dev/null
+  end_server
   server+=+
 }
 
@@ -227,8 +237,7 @@ case_signals_end_it_and_give_the_terminal_back() {
 is_gone() { ! grep -q '^State:[[:space:]]*[^ZX]' "/proc/$1/status" 2>/dev/null; }
 
 case_a_terminal_that_goes_away_ends_it() {
-  # The shell of the terminal dies too, and the kernel then has its group continue. That takes back the stop which
-  # LeakSanitizer waits for at the end of a process: for ever. The other cases look for leaks.
+  # See end_server. The other cases look for leaks.
   export ASAN_OPTIONS=detect_leaks=0
   start_demo 4 4
   show 80 24 "$pid" --interval 0.1
@@ -236,7 +245,8 @@ case_a_terminal_that_goes_away_ends_it() {
   local shell watcher
   shell=$(tmux -L "$server" list-panes -F '#{pane_pid}')
   watcher=$(pgrep -P "$shell") || fail "kttop is not there"
-  new_server
+  tmux -L "$server" kill-server
+  server+=+
   await is_gone "$watcher"
   # With the hang-up ignored, the end of the terminal's input is all that it has to go by.
   tmux -u -L "$server" -f /dev/null new-session -d \
