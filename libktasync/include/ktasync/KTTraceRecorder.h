@@ -26,9 +26,9 @@ namespace KT {
 /// slice is written when its task has ended, so those that still run at the end are not in the
 /// file.
 ///
-/// The file is a JSON array at any time, also after a crash: what is not yet in it then is at most
-/// 64 KiB, and no older than a second. It needs no more memory than that, however long it records;
-/// when the disk is slower than the tasks, they wait for it. An error in writing ends the
+/// The file is a JSON array after each write, also after a crash: what is not yet in it then is at
+/// most 64 KiB, and no older than a second. It needs no more memory than that, however long it
+/// records; when the disk is slower than the tasks, they wait for it. An error in writing ends the
 /// recording, with one log record (category "ktasync", a warning); the file keeps what it has. In a
 /// child of the process that made it (fork) it does nothing.
 ///
