@@ -116,20 +116,20 @@ struct KTTraceRecorder::Recording::All {
         return *all;
     }
 
-    void add(Recording* recording)
+    void add(Recording* added)
     {
         const std::lock_guard<std::mutex> hold(mutex);
         if (owner != getpid()) {
             recordings.clear();  // those of the process that this one was forked from
             owner = getpid();
         }
-        recordings.insert(recording);
+        recordings.insert(added);
     }
 
-    void remove(Recording* recording)
+    void remove(Recording* removed)
     {
         const std::lock_guard<std::mutex> hold(mutex);
-        recordings.erase(recording);
+        recordings.erase(removed);
     }
 
     void flush()
@@ -138,8 +138,8 @@ struct KTTraceRecorder::Recording::All {
             return;
         }
         const std::lock_guard<std::mutex> hold(mutex);
-        for (Recording* const recording : recordings) {
-            recording->flush();
+        for (Recording* const each : recordings) {
+            each->flush();
         }
     }
 
