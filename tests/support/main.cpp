@@ -7,9 +7,11 @@
 
 #include <gtest/gtest.h>
 
+#include "Scaled.h"
+
 namespace {
 
-const unsigned watchdogSeconds = 120;
+const int watchdogSeconds = 120;
 
 char runningTest[256];
 
@@ -30,7 +32,7 @@ class Watchdog : public testing::EmptyTestEventListener {
     {
         std::snprintf(runningTest, sizeof runningTest, "%s.%s", test.test_suite_name(),
                       test.name());
-        alarm(watchdogSeconds);
+        alarm(static_cast<unsigned>(scaled(watchdogSeconds)));
     }
     void OnTestEnd(const testing::TestInfo&) override { alarm(0); }
 };
