@@ -26,6 +26,9 @@
 #define KT_PROBE_NOTE(event, format) \
     _SDT_ASM_BODY(ktthread, event, KT_PROBE_FORMAT, (format), unused) _SDT_ASM_BASE
 
+// The operands come with their constraints, and can't be in parentheses.
+// NOLINTBEGIN(bugprone-macro-parentheses)
+
 /// The arguments of all: pool, name of the task (0: none), index of the worker (-1: none), length
 /// of the queue.
 #define KT_PROBE(event, pool, name, worker, queued)                                   \
@@ -38,6 +41,8 @@
     __asm__ volatile(KT_PROBE_NOTE(event, "8@%[arg0] 8@$0 -4@$-1 8@%[arg3] -4@%[arg4] -4@%[arg5]") \
                      :                                                                             \
                      : [arg0] "rm"(pool), [arg3] queued, [arg4] workers, [arg5] last)
+
+// NOLINTEND(bugprone-macro-parentheses)
 
 #else
 
