@@ -27,10 +27,10 @@ namespace KT {
 /// file.
 ///
 /// The file is a JSON array after each write, also after a crash: what is not yet in it then is at
-/// most 64 KiB, and no older than a second. It needs no more memory than that, however long it
-/// records; when the disk is slower than the tasks, they wait for it. An error in writing ends the
-/// recording, with one log record (category "ktasync", a warning); the file keeps what it has. In a
-/// child of the process that made it (fork) it does nothing.
+/// most 64 KiB, and no older than a second (or `sampleMs`, if that is more). It needs no more
+/// memory than that, however long it records; when the disk is slower than the tasks, they wait for
+/// it. An error in writing ends the recording, with one log record (category "ktasync", a warning);
+/// the file keeps what it has. In a child of the process that made it (fork) it does nothing.
 ///
 /// Several may record the same pool, into different files. Constructing and destroying it may
 /// happen on any thread, while the pool works. It has a thread of its own, named "KTTrace".
