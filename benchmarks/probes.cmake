@@ -1,6 +1,7 @@
 # What the probes cost a task while nobody listens: at most one instruction for each that it passes, which
 # are those of its queueing, its start, its end, and of the limit that the pool of one worker is at.
 find_package(Boost 1.74 REQUIRED)
+set(KT_INSTALL OFF)  # not that library
 kt_add_library(unprobed SOURCES ${PROJECT_SOURCE_DIR}/libktthread/src/ktthread.cpp
   LINKS ro::ro kterror::kterror Boost::headers Threads::Threads)
 target_include_directories(unprobed PUBLIC ${PROJECT_SOURCE_DIR}/libktthread/include)

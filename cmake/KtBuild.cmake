@@ -36,13 +36,17 @@ function(kt_set_warnings target)
   target_compile_options(${target} PRIVATE ${KT_WARNINGS} $<$<BOOL:${KT_WERROR}>:-Werror>)
 endfunction()
 
-# kt_add_library(NAME SOURCES file... [LINKS public-library...] [USES private-library...])
-# makes the target NAME and its alias NAME::NAME, with the headers in include/.
+# kt_add_library(NAME SOURCES file... [LINKS public-library...] [USES private-library...]
+#                [DEFINES public-macro...] and for pkg-config DESCRIPTION text [REQUIRES module...]
+#                [REQUIRES_PRIVATE module...])
+# makes the target NAME and its alias NAME::NAME, with the headers in include/, and installs them.
 function(kt_add_library name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;LINKS;USES" ${ARGN})
+  cmake_parse_arguments(ARG "" "DESCRIPTION" "SOURCES;LINKS;USES;DEFINES;REQUIRES;REQUIRES_PRIVATE" ${ARGN})
   add_library(${name} ${ARG_SOURCES})
   add_library(${name}::${name} ALIAS ${name})
-  target_include_directories(${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}/include)
+  target_include_directories(${name} PUBLIC
+    $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+  target_compile_definitions(${name} PUBLIC ${ARG_DEFINES})
   target_compile_features(${name} PUBLIC cxx_std_11)
   target_link_libraries(${name} PUBLIC ${ARG_LINKS} PRIVATE ${ARG_USES})
   set_target_properties(${name} PROPERTIES
@@ -52,6 +56,11 @@ function(kt_add_library name)
     target_compile_options(${name} PRIVATE -fno-semantic-interposition -fno-plt)
   endif()
   kt_set_warnings(${name})
+  if(KT_INSTALL)
+    kt_install_library(${name})
+    kt_install_pkg_config(${name}
+      "${ARG_DESCRIPTION}" "${ARG_REQUIRES}" "${ARG_REQUIRES_PRIVATE}" "${ARG_DEFINES}")
+  endif()
 endfunction()
 
 # kt_add_program(NAME SOURCES file... USES library...)

@@ -1686,4 +1686,13 @@ void KTConditionManager::triggerCondition(const std::string& name)
     }
 }
 
+// ---------------------------------------------------------------------------------------------
+// Version
+// ---------------------------------------------------------------------------------------------
+
+const char* getVersion() noexcept
+{
+    return KT_VERSION;
+}
+
 }  // namespace KT

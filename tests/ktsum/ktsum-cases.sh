@@ -260,6 +260,11 @@ case_help_is_0() {
   grep -q -- --max-threads output || fail "the options are not there"
 }
 
+case_version_is_told() {
+  expect_status 0 "$ktsum" --version >output
+  grep -Eqx 'ktsum [0-9]+[.][0-9]+[.][0-9]+' output || fail "$(cat output)"
+}
+
 case_trace_has_a_slice_for_each_file() {
   make_tree
   sums_of_tree >expected

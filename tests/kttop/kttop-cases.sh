@@ -417,6 +417,8 @@ case_bad_usage_is_said() {
   expect_complaint 2 'this is no terminal; --once prints one sample' $$
   "$kttop" --help >output || fail "--help"
   grep -q 'The kernel keeps 15 bytes' output || fail "the help says nothing of names"
+  "$kttop" --version >output || fail "--version"
+  grep -Eqx 'kttop [0-9]+[.][0-9]+[.][0-9]+' output || fail "the version: $(cat output)"
 }
 
 case_terminals_that_cannot_show_it_are_said() {

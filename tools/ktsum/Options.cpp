@@ -6,6 +6,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <ktthread/version.h>
+
 namespace {
 
 const int badUsage = 2;
@@ -99,6 +101,7 @@ std::optional<Options> parseOptions(int argc, char** argv, int& exitStatus)
         "Print or verify checksums of files, and of all files below directories, in "
         "parallel.",
         "ktsum");
+    app.set_version_flag("--version", "ktsum " KT_VERSION, "Print the version and end");
     addOptions(app, options);
     try {
         app.parse(argc, argv);

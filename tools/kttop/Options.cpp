@@ -2,6 +2,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <ktthread/version.h>
+
 #include "ExitStatus.h"
 
 namespace {
@@ -68,6 +70,7 @@ std::optional<Options> parseOptions(int argc, char** argv, int& exitStatus)
     Options options;
     CLI::App app(description, "kttop");
     app.footer(footer);
+    app.set_version_flag("--version", "kttop " KT_VERSION, "Print the version and end");
     addOptions(app, options);
     try {
         app.parse(argc, argv);

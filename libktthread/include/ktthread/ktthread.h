@@ -10,3 +10,4 @@
 #include <ktthread/KTThread.h>
 #include <ktthread/KTThreadPool.h>
 #include <ktthread/KTThreadPoolStatus.h>
+#include <ktthread/version.h>

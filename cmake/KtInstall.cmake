@@ -1,0 +1,53 @@
+# What is installed, and where: libraries with their headers, their CMake packages and their pkg-config
+# modules. All of it may be moved to another prefix as a whole.
+
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+# Libraries and programs find each other wherever they are; CMAKE_SKIP_INSTALL_RPATH leaves that out.
+file(RELATIVE_PATH KT_BIN_TO_LIB ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+
+function(kt_install_library name)
+  set_target_properties(${name} PROPERTIES INSTALL_RPATH "$ORIGIN")
+  install(TARGETS ${name} EXPORT ${name}Targets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+  install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+endfunction()
+
+function(kt_install_program name)
+  set_target_properties(${name} PROPERTIES INSTALL_RPATH "$ORIGIN/${KT_BIN_TO_LIB}")
+  install(TARGETS ${name} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+endfunction()
+
+# kt_install_package(NAME library...): what find_package(NAME) needs for the targets of the libraries; its
+# configuration is NAMEConfig.cmake.in in the current folder.
+function(kt_install_package name)
+  set(directory ${CMAKE_INSTALL_LIBDIR}/cmake/${name})
+  set(built ${CMAKE_CURRENT_BINARY_DIR}/package)
+  configure_file(${name}Config.cmake.in ${built}/${name}Config.cmake @ONLY)
+  write_basic_package_version_file(${built}/${name}ConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+  install(FILES ${built}/${name}Config.cmake ${built}/${name}ConfigVersion.cmake
+    DESTINATION ${directory} COMPONENT development)
+  foreach(library IN LISTS ARGN)
+    install(EXPORT ${library}Targets NAMESPACE ${library}:: DESTINATION ${directory} COMPONENT development)
+  endforeach()
+endfunction()
+
+# kt_install_pkg_config(NAME DESCRIPTION REQUIRES REQUIRES_PRIVATE DEFINES)
+function(kt_install_pkg_config name description requires requires_private defines)
+  list(TRANSFORM defines PREPEND -D)
+  foreach(words IN ITEMS requires requires_private defines)
+    list(JOIN ${words} " " ${words})
+  endforeach()
+  file(RELATIVE_PATH up ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+  string(REGEX REPLACE "/$" "" up "${up}")
+  # Appending an absolute path replaces what is there, as it should.
+  set(libdir "\${prefix}")
+  cmake_path(APPEND libdir "${CMAKE_INSTALL_LIBDIR}")
+  set(includedir "\${prefix}")
+  cmake_path(APPEND includedir "${CMAKE_INSTALL_INCLUDEDIR}")
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/library.pc.in ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc @ONLY)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+endfunction()

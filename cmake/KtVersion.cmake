@@ -1,0 +1,10 @@
+# KT_VERSION, from the header that states it.
+set(header ${CMAKE_CURRENT_LIST_DIR}/../libktthread/include/ktthread/version.h)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${header})
+set(KT_VERSION)
+foreach(part IN ITEMS MAJOR MINOR PATCH)
+  file(STRINGS ${header} line REGEX "^#define KT_VERSION_${part} [0-9]+$")
+  string(REGEX MATCH "[0-9]+$" number "${line}")
+  list(APPEND KT_VERSION ${number})
+endforeach()
+list(JOIN KT_VERSION "." KT_VERSION)

@@ -1,0 +1,158 @@
+#!/usr/bin/env bash
+# packaging-cases.sh CASE SOURCES BUILD SCRATCH: what is built in BUILD serves a client from outside.
+# The case `install` installs it below SCRATCH; each other one builds a client of that.
+set -euo pipefail
+
+case=$1 sources=$2 build=$3 scratch=$4
+here=$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")
+installed="$scratch/a prefix"
+version=$(cat "$scratch/version" 2>/dev/null || true)
+work=$scratch/$case
+[ -d "$scratch/static" ] && static=yes || static=no
+
+fail() {
+  echo "$case: $*" >&2
+  exit 1
+}
+
+# Away from the project's sources and build: a client knows only what was installed.
+use_consumer() {
+  rm -rf "$work"
+  mkdir -p "$work"
+  cp -r "$here/consumer" "$work/source"
+  cd "$work/source"
+}
+
+expect_output() {
+  local program=$1 expected=$2 actual
+  actual=$("$program") || fail "$program ends with $?"
+  [ "$actual" = "$expected" ] || fail "$program says '$actual', not '$expected'"
+}
+
+expect_clients_to_work() {
+  expect_output "$1/core" "built with $version, runs with $version"
+  expect_output "$1/async" 42
+}
+
+configure() { cmake -S . -B "$work/build" -G Ninja -DCMAKE_PREFIX_PATH="$installed" "$@" >"$work/log" 2>&1; }
+
+build_with_cmake() {
+  configure "$@" || { cat "$work/log"; fail "can't be configured"; }
+  cmake --build "$work/build" >"$work/log" 2>&1 || { cat "$work/log"; fail "can't be built"; }
+}
+
+use_pkg_config() {
+  PKG_CONFIG_PATH=$(dirname "$(find "$installed" -name ktthread.pc)")
+  export PKG_CONFIG_PATH LD_LIBRARY_PATH=${PKG_CONFIG_PATH%/pkgconfig}
+}
+
+case_install() {
+  rm -rf "$scratch"
+  mkdir -p "$scratch"
+  cmake --install "$build" --prefix "$scratch/first" >"$scratch/log" || fail "can't be installed"
+  # What was installed may be moved, to a name with spaces at that.
+  mv "$scratch/first" "$installed"
+  sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$build/CMakeCache.txt" >"$scratch/version"
+  [ -s "$scratch/version" ] || fail "which version is it?"
+  if grep -q '^BUILD_SHARED_LIBS:BOOL=OFF' "$build/CMakeCache.txt"; then mkdir "$scratch/static"; fi
+  if grep -rlF -e "$sources" -e "$scratch" --include='*.cmake' --include='*.pc' --include='*.h' "$installed"; then
+    fail "these files know where they were built or installed first"
+  fi
+}
+
+case_libraries_are_these() {
+  local ending=so.$version
+  [ "$static" = no ] || ending=a
+  local expected="libktasync.$ending libkterror.$ending libktthread.$ending libro.$ending"
+  local actual
+  actual=$(find "$installed" -type f -name "lib*.$ending" -printf '%f\n' | LC_ALL=C sort | paste -sd ' ')
+  [ "$actual" = "$expected" ] || fail "installed: $actual"
+  [ -z "$(find "$installed" -path '*/include/*' -name 'Platform.h')" ] || fail "headers of the tests"
+}
+
+case_programs_run() {
+  local program
+  for program in ktsum kttop; do
+    [ "$("$installed/bin/$program" --version)" = "$program $version" ] || fail "$program"
+  done
+}
+
+case_cmake_debug() {
+  use_consumer
+  build_with_cmake -DCMAKE_BUILD_TYPE=Debug
+  expect_clients_to_work "$work/build"
+}
+
+case_cmake_release() {
+  use_consumer
+  build_with_cmake -DCMAKE_BUILD_TYPE=Release
+  expect_clients_to_work "$work/build"
+}
+
+case_cmake_core_alone() {
+  use_consumer
+  build_with_cmake -DCOMPONENTS=core -DCMAKE_CXX_STANDARD=11
+  expect_output "$work/build/core" "built with $version, runs with $version"
+}
+
+# expect_refusal TEXT OPTION...
+expect_refusal() {
+  local text=$1
+  shift
+  rm -rf "$work/build"
+  ! configure "$@" || fail "accepted: $*"
+  tr -s ' \n' ' ' <"$work/log" | grep -qF "$text" || { cat "$work/log"; fail "doesn't say: $text"; }
+}
+
+case_cmake_refuses() {
+  use_consumer
+  expect_refusal "requested version \"$((${version%%.*} + 1)).0\"" -DVERSION="$((${version%%.*} + 1)).0"
+  expect_refusal 'requested version "0.9"' -DVERSION=0.9
+  expect_refusal "ktthread has the components core and async, and no 'future'" -DCOMPONENTS='core;future'
+}
+
+case_make_with_pkg_config() {
+  use_consumer
+  use_pkg_config
+  if [ "$static" = yes ]; then make STATIC=--static >/dev/null; else make >/dev/null; fi || fail "can't be built"
+  expect_clients_to_work "$PWD"
+  local module
+  for module in ro kterror ktthread ktasync; do
+    [ "$(pkg-config --modversion $module)" = "$version" ] || fail "the version of $module"
+    pkg-config --validate $module || fail "$module.pc"
+  done
+}
+
+case_meson() {
+  use_consumer
+  use_pkg_config
+  local prefer=false
+  [ "$static" = no ] || prefer=true
+  { meson setup -Dprefer_static=$prefer "$work/build" && meson compile -C "$work/build"; } >"$work/log" 2>&1 ||
+    { cat "$work/log"; fail "can't be built"; }
+  expect_clients_to_work "$work/build"
+}
+
+case_subdirectory() {
+  rm -rf "$work"
+  mkdir -p "$work"
+  cp -r "$here/subdirectory" "$work/source"
+  cd "$work/source"
+  build_with_cmake -DSOURCES="$sources" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_UNITY_BUILD=ON
+  expect_output "$work/build/async" 42
+  cmake --install "$work/build" --prefix "$work/installed" >"$work/log"
+  local actual
+  actual=$(cd "$work/installed" && find . -type f)
+  [ "$actual" = ./bin/async ] || fail "it installs $actual"
+}
+
+case_own_platform_libraries() {
+  rm -rf "$work"
+  mkdir -p "$work"
+  cd "$sources/tests/platform"
+  build_with_cmake -DCMAKE_BUILD_TYPE=Debug -DCMAKE_UNITY_BUILD=ON
+  "$work/build/smoke" || fail "the client fails"
+}
+
+declare -F "case_$case" >/dev/null || fail "no such case"
+"case_$case"
