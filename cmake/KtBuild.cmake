@@ -7,6 +7,8 @@ set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
+set(KT_CMAKE_DIR ${CMAKE_CURRENT_LIST_DIR})
+
 find_package(Threads REQUIRED)
 
 if(KT_SANITIZE)
@@ -54,6 +56,11 @@ function(kt_add_library name)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     # A call of a library's own function needn't go by way of the program's. Clang's default.
     target_compile_options(${name} PRIVATE -fno-semantic-interposition -fno-plt)
+  endif()
+  if(BUILD_SHARED_LIBS)
+    set(map ${KT_CMAKE_DIR}/exports.map)
+    target_link_options(${name} PRIVATE LINKER:--version-script=${map})
+    set_property(TARGET ${name} APPEND PROPERTY LINK_DEPENDS ${map})
   endif()
   kt_set_warnings(${name})
   if(KT_INSTALL)
