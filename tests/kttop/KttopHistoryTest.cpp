@@ -64,6 +64,7 @@ TEST(KttopHistory, HasSharesAndRatesFromTheSecondSampleOn)
     const Snapshot snapshot = history.snapshot();
     const Worker& seen = snapshot.workers[0];
     EXPECT_TRUE(seen.hasRates);
+    EXPECT_TRUE(seen.hasSwitchRates);
     EXPECT_DOUBLE_EQ(seen.cpuPercent, 25);
     EXPECT_DOUBLE_EQ(seen.waitPercent, 12.5);
     EXPECT_DOUBLE_EQ(seen.voluntaryRate, 3);
@@ -114,6 +115,95 @@ TEST(KttopHistory, KnowsASleeperThatWasAwakeMeanwhile)
     history.add(at(4, {sleeper}));
     EXPECT_DOUBLE_EQ(history.snapshot().workers[0].stateSeconds, 0);
     EXPECT_FALSE(history.snapshot().workers[0].sinceBefore);
+}
+
+TEST(KttopHistory, KnowsASleeperThatWasAwakeByItsSlicesWhereTheyAreTold)
+{
+    WorkerReading sleeper = worker(1, WorkerState::sleeping);
+    sleeper.slices = 5;
+    sleeper.hasDetails = false;
+    History history;
+    history.add(at(0, {sleeper}));
+    history.add(at(2, {sleeper}));
+    sleeper.hasDetails = true;
+    sleeper.voluntary = 7;
+    history.add(at(3, {sleeper}));
+    EXPECT_DOUBLE_EQ(history.snapshot().workers[0].stateSeconds, 3);
+    ++*sleeper.slices;
+    history.add(at(4, {sleeper}));
+    EXPECT_DOUBLE_EQ(history.snapshot().workers[0].stateSeconds, 0);
+}
+
+/// A worker whose details were not read, and then with those.
+struct Switches {
+    History history;
+    WorkerReading reading = worker(1, WorkerState::running, "a");
+
+    void sample(double seconds)
+    {
+        reading.hasDetails = false;
+        history.add(at(seconds, {worker(0, WorkerState::idle), reading}));
+    }
+    void details(std::uint64_t voluntary, std::uint64_t involuntary)
+    {
+        reading.hasDetails = true;
+        reading.voluntary = voluntary;
+        reading.involuntary = involuntary;
+        history.addDetails(reading);
+    }
+    Worker last() const { return history.snapshot().workers[1]; }
+};
+
+TEST(KttopHistory, HasRatesOfSwitchesSinceTheDetailsBefore)
+{
+    Switches switches;
+    switches.sample(0);
+    EXPECT_FALSE(switches.last().reading.hasDetails);
+    switches.details(10, 4);
+    EXPECT_TRUE(switches.last().reading.hasDetails);
+    EXPECT_FALSE(switches.last().hasSwitchRates);
+    switches.sample(1);
+    EXPECT_TRUE(switches.last().hasRates);
+    EXPECT_FALSE(switches.last().reading.hasDetails);
+    EXPECT_FALSE(switches.last().hasSwitchRates);
+    switches.sample(2);
+    switches.sample(4);
+    switches.details(18, 6);
+    EXPECT_TRUE(switches.last().hasSwitchRates);
+    EXPECT_DOUBLE_EQ(switches.last().voluntaryRate, 2);
+    EXPECT_DOUBLE_EQ(switches.last().involuntaryRate, 0.5);
+    switches.sample(5);
+    switches.details(19, 6);
+    EXPECT_DOUBLE_EQ(switches.last().voluntaryRate, 1);
+    EXPECT_EQ(switches.history.snapshot().workers[0].reading.voluntary, 0U);  // another's
+}
+
+TEST(KttopHistory, HasNoRatesOfSwitchesOverATimeLongGone)
+{
+    Switches switches;
+    switches.sample(0);
+    switches.details(10, 4);
+    switches.sample(6);
+    switches.sample(longestRateSeconds + 1);
+    switches.details(20, 4);
+    EXPECT_TRUE(switches.last().reading.hasDetails);
+    EXPECT_FALSE(switches.last().hasSwitchRates);
+    // But over the time between two samples, however long.
+    switches.sample(100);
+    switches.details(120, 4);
+    EXPECT_TRUE(switches.last().hasSwitchRates);
+    EXPECT_DOUBLE_EQ(switches.last().voluntaryRate, 100 / (99 - longestRateSeconds));
+}
+
+TEST(KttopHistory, HasNoRatesOfSwitchesBetweenTwoThreadsOfOneNumber)
+{
+    Switches switches;
+    switches.sample(0);
+    switches.details(10, 4);
+    switches.reading.start = 200;
+    switches.sample(1);
+    switches.details(20, 4);
+    EXPECT_FALSE(switches.last().hasSwitchRates);
 }
 
 TEST(KttopHistory, TalliesTasksBySharesOfLooks)

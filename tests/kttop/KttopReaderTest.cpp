@@ -204,6 +204,71 @@ TEST_F(KttopReader, ReadsAllOfWhoRan)
     EXPECT_EQ(watched.read().workers.at(0).kernelState, 'S');
 }
 
+TEST_F(KttopReader, ReadsDetailsOfThoseThatAreAskedForOnly)
+{
+    FakeThread thread{"KTTask: load [r", 'S', 5000, 70, 8, 9, 123, "hrtimer_nanosleep"};
+    proc.thread(10, 11, thread);
+    ProcessReader watched = reader();
+    WorkerReading worker = watched.read(Details::known).workers.at(0);
+    EXPECT_FALSE(worker.hasDetails);
+    EXPECT_EQ(worker.cpuNs, 5000U);
+    EXPECT_EQ(worker.waitNs, 70U);
+    EXPECT_EQ(worker.slices, 3U);
+    watched.readDetails(worker);
+    EXPECT_TRUE(worker.hasDetails);
+    EXPECT_EQ(worker.kernelState, 'S');
+    EXPECT_EQ(worker.voluntary, 8U);
+    EXPECT_EQ(worker.involuntary, 9U);
+    EXPECT_EQ(worker.waitsIn, "hrtimer_nanosleep");
+    // It sleeps on: what was read of it then holds.
+    worker = watched.read(Details::known).workers.at(0);
+    EXPECT_TRUE(worker.hasDetails);
+    EXPECT_EQ(worker.voluntary, 8U);
+    EXPECT_EQ(worker.waitsIn, "hrtimer_nanosleep");
+    ++thread.slices;
+    thread.state = 'R';
+    proc.thread(10, 11, thread);
+    worker = watched.read(Details::known).workers.at(0);
+    EXPECT_FALSE(worker.hasDetails);
+    watched.readDetails(worker);
+    EXPECT_EQ(worker.kernelState, 'R');
+    EXPECT_EQ(worker.waitsIn, "");
+    // Who is ready to run may sleep by now, without one slice more.
+    EXPECT_FALSE(watched.read(Details::known).workers.at(0).hasDetails);
+}
+
+TEST_F(KttopReader, HasNoDetailsOfAThreadThatHasEndedSince)
+{
+    for (const std::size_t keep : {0U, 1000U}) {
+        proc.thread(10, 11, {"KTTask: load [r"});
+        ProcessReader watched = reader(keep);
+        WorkerReading worker = watched.read(Details::known).workers.at(0);
+        WorkerReading another = worker;
+        another.start = 200;
+        watched.readDetails(another);
+        EXPECT_FALSE(another.hasDetails);
+        proc.endThread(10, 11);
+        watched.readDetails(worker);
+        EXPECT_FALSE(worker.hasDetails);
+        watched.read(Details::known);
+        watched.readDetails(worker);
+        EXPECT_FALSE(worker.hasDetails);
+    }
+}
+
+TEST_F(KttopReader, ReadsAllDetailsWhereTheKernelCountsNoSlices)
+{
+    FakeThread thread{"KTThread [sleep"};
+    for (const std::uint64_t voluntary : {5U, 6U}) {
+        thread.voluntary = voluntary;
+        proc.thread(10, 11, thread);
+        std::filesystem::remove(proc.threadFolder(10, 11) / "schedstat");
+        const WorkerReading worker = reader().read(Details::known).workers.at(0);
+        EXPECT_TRUE(worker.hasDetails);
+        EXPECT_EQ(worker.voluntary, voluntary);
+    }
+}
+
 TEST_F(KttopReader, ClosesTheFilesOfThreadsThatHaveEnded)
 {
     const auto openFiles = [] {

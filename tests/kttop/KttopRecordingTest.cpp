@@ -226,13 +226,13 @@ TEST_F(KttopRecording, IsPlayedAtItsPaceOrAnother)
                         << sampleLine("[]", "3500000000");
     ReplaySource asRecorded(file, std::nullopt);
     EXPECT_TRUE(asRecorded.isRecorded());
-    EXPECT_TRUE(asRecorded.next());
+    EXPECT_TRUE(asRecorded.next(Details::all));
     EXPECT_DOUBLE_EQ(asRecorded.pause(), 2.5);
-    EXPECT_TRUE(asRecorded.next());
-    EXPECT_FALSE(asRecorded.next());
+    EXPECT_TRUE(asRecorded.next(Details::all));
+    EXPECT_FALSE(asRecorded.next(Details::all));
     EXPECT_EQ(asRecorded.ending(), "the recording ends here");
     ReplaySource quick(file, 0.25);
-    EXPECT_TRUE(quick.next());
+    EXPECT_TRUE(quick.next(Details::all));
     EXPECT_DOUBLE_EQ(quick.pause(), 0.25);
 }
 

@@ -101,6 +101,7 @@ protected:
         worker.reading.waitNs = 0;
         worker.reading.waitsIn = "futex_wait_queue";
         worker.hasRates = true;
+        worker.hasSwitchRates = true;
         worker.cpuPercent = cpu;
         ++scene.snapshot.counts.workers;
         scene.snapshot.workers.push_back(worker);
@@ -153,9 +154,42 @@ TEST_F(KttopView, HasADashForWhatIsNotKnown)
 {
     Worker& first = add(1, WorkerState::idle);
     first.hasRates = false;
+    first.hasSwitchRates = false;
     first.reading.waitsIn = "";
     EXPECT_EQ(page(80, 24)[6],
               "      1 idle                 -     -    0.0s      -     - S -                   ");
+}
+
+TEST_F(KttopView, HasADashForDetailsThatWereNotRead)
+{
+    Worker& seen = add(1, WorkerState::running, "load", 5);
+    seen.hasSwitchRates = false;
+    seen.reading.hasDetails = false;
+    EXPECT_EQ(page(80, 24)[6],
+              "      1 running  load      5.0   0.0    0.0s      -     - - -                   ");
+}
+
+TEST_F(KttopView, HasTheSameRowsAsItsPage)
+{
+    for (int tid = 1; tid <= 20; ++tid) {
+        add(tid, WorkerState::running, "load");
+    }
+    state.first = 3;
+    for (std::size_t lines = 1; lines < 40; ++lines) {
+        const Rows rows = rowsFor(scene.snapshot, state, {80, lines});
+        std::vector<std::string> texts = page(80, lines);
+        std::vector<int> tids;
+        for (const std::string& text : texts) {
+            if (text.find(" running  load ") != std::string::npos) {
+                tids.push_back(std::stoi(text));
+            }
+        }
+        ASSERT_EQ(rows.workers.size(), 20U);
+        ASSERT_EQ(tids.size(), rows.visible) << lines;
+        for (std::size_t i = 0; i < tids.size(); ++i) {
+            EXPECT_EQ(tids[i], rows.workers[rows.first + i]->reading.tid) << lines;
+        }
+    }
 }
 
 // Whatever the size: no line is wider, and there are as many as the screen has.
@@ -263,6 +297,20 @@ TEST_F(KttopView, SortsByEveryColumn)
     EXPECT_THAT(order(Column::involuntary), ElementsAre(2, 1, 3));
     EXPECT_THAT(order(Column::kernel), ElementsAre(1, 2, 3));
     EXPECT_THAT(order(Column::waitsIn), ElementsAre(2, 1, 3));
+}
+
+TEST_F(KttopView, SortsWhatIsNotKnownToTheEnd)
+{
+    add(1, WorkerState::running, "a").hasSwitchRates = false;
+    add(2, WorkerState::running, "a").reading.hasDetails = false;
+    add(3, WorkerState::running, "a");
+    for (const bool reverse : {false, true}) {
+        EXPECT_THAT(order(Column::voluntary, reverse), ElementsAre(2, 3, 1));
+        EXPECT_THAT(order(Column::involuntary, reverse), ElementsAre(2, 3, 1));
+        EXPECT_THAT(order(Column::kernel, reverse), ElementsAre(1, 3, 2));
+        EXPECT_THAT(order(Column::waitsIn, reverse), ElementsAre(1, 3, 2));
+        EXPECT_THAT(order(Column::task, reverse), ElementsAre(1, 2, 3));
+    }
 }
 
 TEST_F(KttopView, FiltersByTask)

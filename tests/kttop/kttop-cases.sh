@@ -206,6 +206,48 @@ case_pause_stops_the_screen_and_no_more() {
   expect_end 0
 }
 
+# Of a row whose costly files were not read.
+unread='running  tick .* -  *-  *- -$'
+
+case_rows_off_the_page_have_no_stale_figures() {
+  start_demo 100 100
+  tell pulse tick 100
+  show 80 24 "$pid" --interval 0.1
+  # Each has been awake since the first sample, which has all.
+  expect_on_screen '^1-17 of 100 by STATE' '^last [1-9]'
+  await screen_lacks "$unread"
+  press Space
+  expect_on_screen 'PAUSED'
+  press End
+  expect_on_screen '^84-100 of 100 ' "$unread"
+  press Space
+  await screen_lacks PAUSED
+  await screen_lacks "$unread"
+  # Sorted by what is costly, it takes all of that. Else the last rows would be those without.
+  press s s s s s
+  expect_on_screen '^84-100 of 100 by VOL/S'
+  await screen_lacks "$unread"
+  press q
+  expect_end 0
+}
+
+case_recordings_are_complete_whatever_is_shown() {
+  start_demo 100 100
+  tell pulse tick 100
+  show 80 24 "$pid" --interval 0.1 --record samples
+  expect_on_screen '^1-17 of 100 by STATE' '^last [1-9]'
+  press q
+  expect_end 0
+  [ "$(wc -l <samples)" -gt 5 ] || fail "hardly a sample"
+  grep -q '"kernel":"?"' samples && fail "samples without details"
+  python3 -c '
+import json
+first, *_, last = [{w["tid"]: w["voluntary"] for w in json.loads(line)["workers"]}
+                   for line in list(open("samples"))[1:]]
+assert len(first) == 100 and all(last[tid] > first[tid] for tid in first), (first, last)
+' || fail "counts that stand still"
+}
+
 case_screen_fits_every_size() {
   start_demo 24 24
   tell run image-resize 2

@@ -21,6 +21,7 @@ const std::vector<std::string>& helpLines()
         "INV/S      ... because the kernel gave the processor to another thread",
         "S          the kernel's state, as ps shows it: R runs or is ready, S sleeps, ...",
         "WAITS IN   the kernel's function in which it sleeps, where that may be read",
+        "           (these four are read for the rows on the page, and - is not known)",
         "",
         "last ...:  tasks seen most often in the time of the history line, with their",
         "           share of all looks at workers that ran one",

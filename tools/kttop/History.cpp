@@ -1,5 +1,7 @@
 #include "History.h"
 
+#include <algorithm>
+
 namespace {
 
 const double nsPerSecond = 1e9;
@@ -35,12 +37,18 @@ Counts countIn(const Sample& sample)
     return counts;
 }
 
-/// Whether the worker can have been in one state from one reading to the next. Who sleeps doesn't
-/// give its processor away a second time without having been awake.
+/// Who sleeps gets no processor, and doesn't give one away a second time, without having been
+/// awake.
+bool sleptOn(const WorkerReading& before, const WorkerReading& after)
+{
+    return after.slices ? before.slices == after.slices : before.voluntary == after.voluntary;
+}
+
+/// Whether the worker can have been in one state from one reading to the next.
 bool staysIn(const WorkerReading& before, const WorkerReading& after)
 {
     return before.state == after.state && before.task == after.task &&
-           (after.state != WorkerState::sleeping || before.voluntary == after.voluntary);
+           (after.state != WorkerState::sleeping || sleptOn(before, after));
 }
 
 void setRates(Worker& worker, const WorkerReading& before, double between)
@@ -50,8 +58,6 @@ void setRates(Worker& worker, const WorkerReading& before, double between)
     worker.cpuPercent = 100 * growth(before.cpuNs, after.cpuNs) / nsPerSecond / between;
     worker.waitPercent =
         100 * growth(before.waitNs.value_or(0), after.waitNs.value_or(0)) / nsPerSecond / between;
-    worker.voluntaryRate = growth(before.voluntary, after.voluntary) / between;
-    worker.involuntaryRate = growth(before.involuntary, after.involuntary) / between;
 }
 
 }  // namespace
@@ -81,6 +87,7 @@ Worker History::follow(const WorkerReading& reading, const Sample& sample)
     const auto [found, isNew] = tracks.try_emplace(reading.tid);
     Track& track = found->second;
     if (isNew || track.last.start != reading.start) {
+        track = Track();
         track.sinceNs = sample.atNs;
         track.sinceBefore = samples == 0;  // who came later began after the last look
     } else {
@@ -92,11 +99,43 @@ Worker History::follow(const WorkerReading& reading, const Sample& sample)
             track.sinceBefore = false;
         }
     }
+    followSwitches(track, worker);
     track.last = reading;
     track.seen = true;
     worker.stateSeconds = seconds(track.sinceNs, sample.atNs);
     worker.sinceBefore = track.sinceBefore;
     return worker;
+}
+
+void History::followSwitches(Track& track, Worker& worker) const
+{
+    if (!worker.reading.hasDetails) {
+        return;
+    }
+    if (track.detailsNs) {
+        const double between = seconds(*track.detailsNs, now.atNs);
+        worker.hasSwitchRates =
+            between > 0 && between <= std::max(longestRateSeconds, now.secondsBetween);
+        if (worker.hasSwitchRates) {
+            worker.voluntaryRate = growth(track.voluntary, worker.reading.voluntary) / between;
+            worker.involuntaryRate =
+                growth(track.involuntary, worker.reading.involuntary) / between;
+        }
+    }
+    track.detailsNs = now.atNs;
+    track.voluntary = worker.reading.voluntary;
+    track.involuntary = worker.reading.involuntary;
+}
+
+void History::addDetails(const WorkerReading& reading)
+{
+    const auto worker =
+        std::find_if(now.workers.begin(), now.workers.end(),
+                     [&](const Worker& seen) { return seen.reading.tid == reading.tid; });
+    if (worker != now.workers.end()) {
+        worker->reading = reading;
+        followSwitches(tracks[reading.tid], *worker);
+    }
 }
 
 void History::forgetEnded()

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -15,15 +16,19 @@
 /// How far back the history line and the tally of tasks go.
 const double historySeconds = 300;
 
+/// Rates of switches are over this time at most, or between the last two samples.
+const double longestRateSeconds = 10;
+
 /// A worker between the last two samples.
 struct Worker {
     WorkerReading reading;
-    double stateSeconds = 0;   ///< since the state and the task were first seen
-    bool sinceBefore = false;  ///< the state had begun before the first sample
-    bool hasRates = false;     ///< seen twice, so that the following are known
-    double cpuPercent = 0;     ///< of one processor
-    double waitPercent = 0;    ///< ready to run, without a processor
-    double voluntaryRate = 0;  ///< context switches a second
+    double stateSeconds = 0;      ///< since the state and the task were first seen
+    bool sinceBefore = false;     ///< the state had begun before the first sample
+    bool hasRates = false;        ///< seen twice, so that the following two are known
+    double cpuPercent = 0;        ///< of one processor
+    double waitPercent = 0;       ///< ready to run, without a processor
+    bool hasSwitchRates = false;  ///< its details were read lately, too
+    double voluntaryRate = 0;     ///< context switches a second, since the details before
     double involuntaryRate = 0;
 };
 
@@ -60,17 +65,28 @@ struct Snapshot {
 class History {
 public:
     void add(const Sample& sample);
+
+    /// Takes in what was read of a worker of the last sample later: its details.
+    void addDetails(const WorkerReading& reading);
+
+    /// The last sample, without the tasks.
+    const Snapshot& latest() const { return now; }
+
     Snapshot snapshot() const;
 
 private:
     struct Track {
         WorkerReading last;
+        std::optional<std::int64_t> detailsNs;  ///< when the following were read
+        std::uint64_t voluntary = 0;
+        std::uint64_t involuntary = 0;
         std::int64_t sinceNs = 0;
         bool sinceBefore = false;
         bool seen = false;
     };
 
     Worker follow(const WorkerReading& reading, const Sample& sample);
+    void followSwitches(Track& track, Worker& worker) const;
     void forgetEnded();
     void forgetOld(std::int64_t nowNs);
 

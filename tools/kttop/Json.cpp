@@ -31,8 +31,8 @@ json asJson(const Worker& worker)
             {"state_seconds_is_minimum", worker.sinceBefore},
             {"cpu_percent", known(worker.hasRates, worker.cpuPercent)},
             {"wait_percent", known(worker.hasRates && reading.waitNs, worker.waitPercent)},
-            {"voluntary_per_second", known(worker.hasRates, worker.voluntaryRate)},
-            {"involuntary_per_second", known(worker.hasRates, worker.involuntaryRate)},
+            {"voluntary_per_second", known(worker.hasSwitchRates, worker.voluntaryRate)},
+            {"involuntary_per_second", known(worker.hasSwitchRates, worker.involuntaryRate)},
             {"kernel_state", std::string(1, reading.kernelState)},
             {"waits_in", reading.waitsIn.empty() ? json() : json(reading.waitsIn)}};
 }

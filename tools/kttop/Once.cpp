@@ -14,7 +14,7 @@ namespace {
 void takeTwo(Source& source, History& history)
 {
     for (int i = 0; i < 2; ++i) {
-        const std::optional<Sample> sample = source.next();
+        const std::optional<Sample> sample = source.next(Details::all);
         if (!sample) {
             throw ProcessError(source.ending());
         }
@@ -28,7 +28,7 @@ void takeTwo(Source& source, History& history)
 void takeAll(Source& source, History& history)
 {
     bool any = false;
-    while (const std::optional<Sample> sample = source.next()) {
+    while (const std::optional<Sample> sample = source.next(Details::all)) {
         history.add(*sample);
         any = true;
     }

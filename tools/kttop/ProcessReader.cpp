@@ -46,13 +46,13 @@ int numberIn(const char* name)
     return error == std::errc() && rest == end ? number : 0;
 }
 
-/// Whether a thread that waited at the last look has had no processor since, as most threads of a
-/// large pool: then nothing else that the kernel counts has changed, and the costly files needn't
-/// be read.
+/// Whether a thread that waited when its details were read has had no processor since, as most
+/// threads of a large pool: then nothing else that the kernel counts has changed.
 bool hasSleptSince(const WorkerReading& last, const WorkerReading& now)
 {
     return last.start == now.start && last.kernelState != 'R' && last.kernelState != '?' &&
-           last.cpuNs == now.cpuNs && last.waitNs == now.waitNs;
+           now.slices && last.slices == now.slices && last.cpuNs == now.cpuNs &&
+           last.waitNs == now.waitNs;
 }
 
 Sample startOfSample()
@@ -148,13 +148,13 @@ std::vector<int> ProcessReader::listThreads() const
     return tids;
 }
 
-Sample ProcessReader::read()
+Sample ProcessReader::read(Details details)
 {
     Sample sample = startOfSample();
     const std::vector<int> tids = listThreads();
     sample.workers.reserve(tids.size());
     for (const int tid : tids) {
-        readThread(tid, sample);
+        readThread(tid, details, sample);
     }
     // After all was read: the threads were those of the process that is still there.
     checkStillThere(tids.size());
@@ -163,7 +163,7 @@ Sample ProcessReader::read()
 }
 
 // A thread that ends while it is read is left out.
-void ProcessReader::readThread(int tid, Sample& sample)
+void ProcessReader::readThread(int tid, Details details, Sample& sample)
 {
     // A pool's worker is never the main thread, but that of a child may have inherited a worker's
     // name.
@@ -184,7 +184,7 @@ void ProcessReader::readThread(int tid, Sample& sample)
     worker.tid = tid;
     worker.state = parsed->state;
     worker.task = std::move(parsed->task);
-    if (readWorker(tid, threads[tid], worker)) {
+    if (readWorker(details, threads[tid], worker)) {
         sample.workers.push_back(std::move(worker));
     }
 }
@@ -205,39 +205,45 @@ std::optional<std::string> ProcessReader::readName(int tid)
     return name;
 }
 
-bool ProcessReader::readWorker(int tid, Thread& thread, WorkerReading& worker)
+bool ProcessReader::readWorker(Details details, Thread& thread, WorkerReading& worker)
 {
     const std::optional<SchedstatText> times =
-        parseSchedstat(read(tid, thread.schedstat).value_or(""));
+        parseSchedstat(read(worker.tid, thread.schedstat).value_or(""));
     if (times) {
         worker.cpuNs = times->cpuNs;
         worker.waitNs = times->waitNs;
+        worker.slices = times->slices;
     }
-    if (!readStart(tid, thread, worker, times.has_value())) {
+    if (!readStart(thread, worker, times.has_value())) {
         return false;
     }
-    const bool slept =
-        times && hasSleptSince(thread.last, worker) && times->slices == thread.lastSlices;
-    if (slept) {
+    if (hasSleptSince(thread.last, worker)) {
         worker.kernelState = thread.last.kernelState;
         worker.voluntary = thread.last.voluntary;
         worker.involuntary = thread.last.involuntary;
         worker.waitsIn = thread.last.waitsIn;
-    } else if (!readStatus(tid, thread, worker)) {
-        return false;
+        return true;
     }
-    thread.last = worker;
-    thread.lastSlices = times ? times->slices : 0;
-    return true;
+    worker.hasDetails = false;
+    // Where the kernel doesn't tell slices, the details alone show who was awake.
+    return (details == Details::known && worker.slices) || readStatus(thread, worker);
+}
+
+void ProcessReader::readDetails(WorkerReading& worker)
+{
+    const auto thread = threads.find(worker.tid);
+    if (thread != threads.end() && thread->second.start == worker.start) {
+        readStatus(thread->second, worker);
+    }
 }
 
 // The start doesn't change while the number can't be another thread's. Where the kernel has no
 // times in nanoseconds, the processor time is from here, too.
-bool ProcessReader::readStart(int tid, Thread& thread, WorkerReading& worker, bool hasTimes)
+bool ProcessReader::readStart(Thread& thread, WorkerReading& worker, bool hasTimes)
 {
     if (thread.start == 0 || !thread.comm.isKept() || !hasTimes) {
         const std::optional<StatText> stat =
-            parseStat(readFile(tasks.get(), std::to_string(tid) + "/stat").value_or(""));
+            parseStat(readFile(tasks.get(), std::to_string(worker.tid) + "/stat").value_or(""));
         if (!stat) {
             return false;
         }
@@ -251,9 +257,9 @@ bool ProcessReader::readStart(int tid, Thread& thread, WorkerReading& worker, bo
     return true;
 }
 
-bool ProcessReader::readStatus(int tid, Thread& thread, WorkerReading& worker)
+bool ProcessReader::readStatus(Thread& thread, WorkerReading& worker)
 {
-    const std::optional<std::string> text = read(tid, thread.status);
+    const std::optional<std::string> text = read(worker.tid, thread.status);
     if (!text) {
         return false;
     }
@@ -262,8 +268,10 @@ bool ProcessReader::readStatus(int tid, Thread& thread, WorkerReading& worker)
     worker.voluntary = status.voluntary;
     worker.involuntary = status.involuntary;
     if (worker.kernelState != 'R') {
-        worker.waitsIn = parseWchan(read(tid, thread.wchan).value_or(""));
+        worker.waitsIn = parseWchan(read(worker.tid, thread.wchan).value_or(""));
     }
+    worker.hasDetails = true;
+    thread.last = worker;
     return true;
 }
 

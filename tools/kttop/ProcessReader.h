@@ -30,14 +30,17 @@ public:
     const ProcessIdentity& process() const { return identity; }
 
     /// Throws ProcessEnded, and ProcessError if the process can't be read any more.
-    Sample read();
+    Sample read(Details details = Details::all);
+
+    /// Reads the details of a worker of the last sample as they are now, some milliseconds later;
+    /// leaves it as it is if the thread has ended since.
+    void readDetails(WorkerReading& worker);
 
 private:
     struct Thread {
         std::uint64_t start = 0;
         bool seen = false;
-        WorkerReading last;
-        std::uint64_t lastSlices = 0;
+        WorkerReading last;  ///< with details
         ThreadFile comm{"comm"};
         ThreadFile status{"status"};
         ThreadFile schedstat{"schedstat"};
@@ -47,11 +50,11 @@ private:
     StatText readStat() const;
     void checkStillThere(std::size_t threadsListed) const;
     std::vector<int> listThreads() const;
-    void readThread(int tid, Sample& sample);
+    void readThread(int tid, Details details, Sample& sample);
     std::optional<std::string> readName(int tid);
-    bool readWorker(int tid, Thread& thread, WorkerReading& worker);
-    bool readStart(int tid, Thread& thread, WorkerReading& worker, bool hasTimes);
-    bool readStatus(int tid, Thread& thread, WorkerReading& worker);
+    bool readWorker(Details details, Thread& thread, WorkerReading& worker);
+    bool readStart(Thread& thread, WorkerReading& worker, bool hasTimes);
+    bool readStatus(Thread& thread, WorkerReading& worker);
     std::optional<std::string> read(int tid, ThreadFile& file);
     void forgetUnseen();
     void forget(std::map<int, Thread>::iterator thread);

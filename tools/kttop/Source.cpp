@@ -7,10 +7,10 @@ LiveSource::LiveSource(ProcessReader&& processReader, double secondsBetween)
 {
 }
 
-std::optional<Sample> LiveSource::next()
+std::optional<Sample> LiveSource::next(Details details)
 {
     try {
-        return reader.read();
+        return reader.read(details);
     } catch (const ProcessEnded& error) {
         end = error.what();
         return std::nullopt;
@@ -22,7 +22,7 @@ ReplaySource::ReplaySource(const std::string& path, std::optional<double> second
 {
 }
 
-std::optional<Sample> ReplaySource::next()
+std::optional<Sample> ReplaySource::next(Details)
 {
     if (!ahead) {
         return std::nullopt;

@@ -18,9 +18,12 @@ public:
 
     virtual const ProcessIdentity& process() const = 0;
 
-    /// The next sample; nothing if there are no more, and `ending` says why. Throws ProcessError
-    /// and RecordingError.
-    virtual std::optional<Sample> next() = 0;
+    /// The next sample, with these details at least; nothing if there are no more, and `ending`
+    /// says why. Throws ProcessError and RecordingError.
+    virtual std::optional<Sample> next(Details details) = 0;
+
+    /// Reads the details of a worker of the last sample that has none, if they can still be read.
+    virtual void readDetails(WorkerReading& worker) = 0;
 
     /// Seconds from the sample that `next` gave last to the one after it.
     virtual double pause() = 0;
@@ -37,7 +40,8 @@ public:
     LiveSource(ProcessReader&& processReader, double secondsBetween);
 
     const ProcessIdentity& process() const override { return reader.process(); }
-    std::optional<Sample> next() override;
+    std::optional<Sample> next(Details details) override;
+    void readDetails(WorkerReading& worker) override { reader.readDetails(worker); }
     double pause() override { return interval; }
     std::string ending() const override { return end; }
     bool isRecorded() const override { return false; }
@@ -54,7 +58,8 @@ public:
     ReplaySource(const std::string& path, std::optional<double> secondsBetween);
 
     const ProcessIdentity& process() const override { return reader.process(); }
-    std::optional<Sample> next() override;
+    std::optional<Sample> next(Details details) override;
+    void readDetails(WorkerReading&) override {}  // all are recorded
     double pause() override;
     std::string ending() const override;
     bool isRecorded() const override { return true; }

@@ -49,6 +49,19 @@ bool hasTask(const WorkerReading& worker)
     return worker.state == WorkerState::running || worker.state == WorkerState::finished;
 }
 
+bool isKnown(Column column, const Worker& worker)
+{
+    switch (column) {
+        case Column::cpu: return worker.hasRates;
+        case Column::wait: return worker.hasRates && worker.reading.waitNs;
+        case Column::voluntary:
+        case Column::involuntary: return worker.hasSwitchRates;
+        case Column::kernel: return worker.reading.hasDetails;
+        case Column::waitsIn: return worker.reading.hasDetails && !worker.reading.waitsIn.empty();
+        default: return true;
+    }
+}
+
 template <typename Value>
 int compared(const Value& a, const Value& b)
 {
@@ -83,22 +96,23 @@ std::string taskOf(const WorkerReading& worker, bool utf8)
 std::string cellText(Column column, const Worker& worker, bool utf8)
 {
     const WorkerReading& reading = worker.reading;
-    const auto ifKnown = [](bool known, const std::string& text) { return known ? text : "-"; };
+    if (!isKnown(column, worker)) {
+        return "-";
+    }
     switch (column) {
         case Column::tid: return std::to_string(reading.tid);
         case Column::state: return nameOf(reading.state);
         case Column::task: return taskOf(reading, utf8);
-        case Column::cpu: return ifKnown(worker.hasRates, asPercent(worker.cpuPercent));
-        case Column::wait:
-            return ifKnown(worker.hasRates && reading.waitNs, asPercent(worker.waitPercent));
+        case Column::cpu: return asPercent(worker.cpuPercent);
+        case Column::wait: return asPercent(worker.waitPercent);
         case Column::time:
             return asDuration(worker.stateSeconds) + (worker.sinceBefore ? "+" : " ");
-        case Column::voluntary: return ifKnown(worker.hasRates, asRate(worker.voluntaryRate));
-        case Column::involuntary: return ifKnown(worker.hasRates, asRate(worker.involuntaryRate));
+        case Column::voluntary: return asRate(worker.voluntaryRate);
+        case Column::involuntary: return asRate(worker.involuntaryRate);
         case Column::kernel: return shown(std::string(1, reading.kernelState), false);
         case Column::waitsIn: break;
     }
-    return reading.waitsIn.empty() ? "-" : shown(reading.waitsIn, false);
+    return shown(reading.waitsIn, false);
 }
 
 Style styleOf(WorkerState state)
@@ -143,6 +157,12 @@ const char* titleOf(Column column)
     return formatOf(column).title;
 }
 
+bool isDetail(Column column)
+{
+    return column == Column::voluntary || column == Column::involuntary ||
+           column == Column::kernel || column == Column::waitsIn;
+}
+
 bool matches(const WorkerReading& worker, const std::string& filter)
 {
     if (filter.empty()) {
@@ -169,6 +189,9 @@ std::vector<const Worker*> selectWorkers(const Snapshot& snapshot, const std::st
     }
     const bool descending = formatOf(sorting.column).descending != sorting.reverse;
     std::sort(selected.begin(), selected.end(), [&](const Worker* a, const Worker* b) {
+        if (isKnown(sorting.column, *a) != isKnown(sorting.column, *b)) {
+            return isKnown(sorting.column, *a);
+        }
         const int order = comparedBy(sorting.column, *a, *b);
         return order != 0 ? (order < 0) != descending : a->reading.tid < b->reading.tid;
     });

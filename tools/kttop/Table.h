@@ -13,13 +13,16 @@ enum class Column { tid, state, task, cpu, wait, time, voluntary, involuntary, k
 const int columnCount = 10;
 
 /// Shares, times and rates: the largest first. The others: the smallest first. Reversed: the other
-/// way round. Equals are sorted by tid.
+/// way round. What isn't known comes last either way; equals are sorted by tid.
 struct Sorting {
     Column column = Column::state;
     bool reverse = false;
 };
 
 const char* titleOf(Column column);
+
+/// Whether it shows details.
+bool isDetail(Column column);
 
 /// Whether a worker's task is one that is looked for. The case of letters doesn't matter, and since
 /// the kernel cuts names, "image-resize" finds "image-r".

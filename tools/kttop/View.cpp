@@ -159,18 +159,19 @@ Line footerLine(const Scene& scene, const ViewState& state, const Page& page, st
 }
 
 /// Sets which rows are on the page: as many as there is room for, and no room wasted at the end.
-void scroll(Page& page, std::size_t rows, std::size_t room, std::size_t first)
+template <typename Part>
+void scroll(Part& part, std::size_t rows, std::size_t room, std::size_t first)
 {
-    page.rows = rows;
-    page.visible = std::min(rows, room);
-    page.first = std::min(first, rows - page.visible);
+    part.visible = std::min(rows, room);
+    part.first = std::min(first, rows - part.visible);
 }
 
 Page helpPage(const ViewState& state, Size size)
 {
     Page page;
     const std::vector<std::string>& lines = helpLines();
-    scroll(page, lines.size(), size.lines > 1 ? size.lines - 1 : size.lines, state.first);
+    page.rows = lines.size();
+    scroll(page, page.rows, size.lines > 1 ? size.lines - 1 : size.lines, state.first);
     for (std::size_t i = page.first; i < page.first + page.visible; ++i) {
         page.lines.push_back(
             {{cutTo(lines[i], size.columns), i == 0 ? Style::title : Style::plain}});
@@ -199,6 +200,17 @@ void addTop(const Scene& scene, const ViewState& state, Size size, bool utf8, Pa
     }
 }
 
+/// Those of addTop, of the table's header and of the footer.
+std::size_t linesWithoutRows(std::size_t lines)
+{
+    std::size_t taken = 2;
+    taken += lines >= linesForTitle ? 1 : 0;
+    taken += lines >= linesForCounts ? 1 : 0;
+    taken += lines >= linesForHistory ? 2 : 0;
+    taken += lines >= linesForTasks ? 1 : 0;
+    return taken;
+}
+
 std::string emptyText(const Scene& scene, const ViewState& state)
 {
     if (scene.snapshot.workers.empty()) {
@@ -209,6 +221,15 @@ std::string emptyText(const Scene& scene, const ViewState& state)
 
 }  // namespace
 
+Rows rowsFor(const Snapshot& snapshot, const ViewState& state, Size size)
+{
+    Rows rows;
+    rows.workers = selectWorkers(snapshot, state.filter, state.sorting);
+    const std::size_t taken = linesWithoutRows(size.lines);
+    scroll(rows, rows.workers.size(), size.lines > taken ? size.lines - taken : 0, state.first);
+    return rows;
+}
+
 Page buildPage(const Scene& scene, const ViewState& state, Size size, bool utf8)
 {
     if (state.help) {
@@ -218,14 +239,14 @@ Page buildPage(const Scene& scene, const ViewState& state, Size size, bool utf8)
     addTop(scene, state, size, utf8, page);
     const std::vector<Column> columns = columnsFor(size.columns);
     page.lines.push_back(tableHeader(columns, state.sorting, size.columns));
-    const std::vector<const Worker*> workers =
-        selectWorkers(scene.snapshot, state.filter, state.sorting);
-    const std::size_t taken = page.lines.size() + 1;
-    scroll(page, workers.size(), size.lines > taken ? size.lines - taken : 0, state.first);
+    const Rows rows = rowsFor(scene.snapshot, state, size);
+    page.rows = rows.workers.size();
+    page.first = rows.first;
+    page.visible = rows.visible;
     for (std::size_t i = page.first; i < page.first + page.visible; ++i) {
-        page.lines.push_back(tableRow(*workers[i], columns, size.columns, utf8));
+        page.lines.push_back(tableRow(*rows.workers[i], columns, size.columns, utf8));
     }
-    if (workers.empty() && page.lines.size() + 1 < size.lines) {
+    if (page.rows == 0 && page.lines.size() + 1 < size.lines) {
         page.lines.push_back({{cutTo(emptyText(scene, state), size.columns), Style::faint}});
     }
     page.lines.resize(std::max<std::size_t>(size.lines, 1) - 1);

@@ -1,7 +1,9 @@
 /// What stands on the screen.
 #pragma once
 
+#include <cstddef>
 #include <string>
+#include <vector>
 
 #include "History.h"
 #include "Page.h"
@@ -25,6 +27,16 @@ struct ViewState {
     bool help = false;
     std::size_t first = 0;  ///< row on the page
 };
+
+/// The rows of a page of that size.
+struct Rows {
+    std::vector<const Worker*> workers;  ///< all that match the filter, sorted
+    std::size_t first = 0;               ///< of them on the page
+    std::size_t visible = 0;
+};
+
+/// The pointers are to the snapshot's workers.
+Rows rowsFor(const Snapshot& snapshot, const ViewState& state, Size size);
 
 /// A page of that size, with every line as wide as the page at most.
 Page buildPage(const Scene& scene, const ViewState& state, Size size, bool utf8);

@@ -1,6 +1,7 @@
 #include "Watch.h"
 
 #include "ExitStatus.h"
+#include "PageDetails.h"
 
 namespace {
 
@@ -51,12 +52,17 @@ void Watch::takeSample()
         due = Clock::now() + clockDuration(1);
         return;
     }
-    const std::optional<Sample> sample = source.next();
+    const bool needsAll =
+        !screen || recorder != nullptr || isDetail(controls.state().sorting.column);
+    const std::optional<Sample> sample = source.next(needsAll ? Details::all : Details::known);
     if (!sample) {
         finish();
         return;
     }
     history.add(*sample);
+    if (screen) {
+        readDetailsOfPage(source, history, controls.state(), screen->size());
+    }
     if (recorder != nullptr) {
         recorder->write(*sample);
     }
