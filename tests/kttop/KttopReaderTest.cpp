@@ -302,6 +302,21 @@ TEST_F(KttopReader, DoesWithoutSchedstatAndWchan)
     EXPECT_EQ(sample.workers[0].waitsIn, "");
 }
 
+TEST_F(KttopReader, DoesWithASchedstatThatIsNotKept)
+{
+    FakeThread thread{"KTTask: load [r", 'S', 2500000000};
+    ProcessReader watched = reader();
+    for (const std::uint64_t voluntary : {5U, 6U}) {
+        thread.voluntary = voluntary;
+        proc.thread(10, 11, thread);
+        proc.write(proc.threadFolder(10, 11) / "schedstat", "0 0 0\n");
+        const WorkerReading worker = watched.read(Details::known).workers.at(0);
+        EXPECT_GT(worker.cpuNs, 0U);
+        EXPECT_FALSE(worker.waitNs);
+        EXPECT_EQ(worker.voluntary, voluntary);
+    }
+}
+
 TEST_F(KttopReader, ReadsLongFilesToTheirEnd)
 {
     proc.thread(10, 11, {"KTThread [idle]"});

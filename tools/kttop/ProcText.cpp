@@ -75,7 +75,7 @@ std::optional<SchedstatText> parseSchedstat(const std::string& text)
     SchedstatText figures;
     std::string_view rest = text;
     if (!takeNumber(rest, figures.cpuNs) || !takeNumber(rest, figures.waitNs) ||
-        !takeNumber(rest, figures.slices)) {
+        !takeNumber(rest, figures.slices) || figures.slices == 0) {
         return std::nullopt;
     }
     return figures;

@@ -31,6 +31,8 @@ struct SchedstatText {
     std::uint64_t slices = 0;  ///< times that it got a processor
 };
 
+/// Nothing for three zeros: a kernel writes them that doesn't keep these figures, and for a thread
+/// that is yet to have a processor.
 std::optional<SchedstatText> parseSchedstat(const std::string& text);
 
 /// "wchan": empty unless it names a function.
