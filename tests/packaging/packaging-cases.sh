@@ -146,6 +146,17 @@ case_subdirectory() {
   [ "$actual" = ./bin/async ] || fail "it installs $actual"
 }
 
+case_examples() {
+  rm -rf "$work"
+  mkdir -p "$work"
+  cp -r "$sources/examples" "$work/source"
+  cd "$work/source"
+  build_with_cmake -DCMAKE_BUILD_TYPE=Debug
+  # None at all would be no failure to ctest.
+  ctest --test-dir "$work/build" --no-tests=error --output-on-failure >"$work/log" 2>&1 ||
+    { cat "$work/log"; fail "they don't do what they say"; }
+}
+
 case_own_platform_libraries() {
   rm -rf "$work"
   mkdir -p "$work"
