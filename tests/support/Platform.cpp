@@ -1,6 +1,8 @@
 #include "Platform.h"
 
+#include <atomic>
 #include <cstdarg>
+#include <mutex>
 #include <new>
 #include <utility>
 
@@ -24,11 +26,19 @@ struct State {
 };
 
 /// Never destroyed, as threads call in here until the process is gone, and made without an
-/// allocation, which a test may want to fail.
+/// allocation, which a test may want to fail. Nor with the compiler's guard of a local static:
+/// that of libc++abi is a mutex, and locking one leads in here.
 State& state()
 {
     alignas(State) static unsigned char memory[sizeof(State)];
-    static State* const made = new (memory) State;
+    static SpinLock making;
+    static std::atomic<State*> made(nullptr);
+    if (made == nullptr) {
+        const std::lock_guard<SpinLock> hold(making);
+        if (made == nullptr) {
+            made = new (memory) State;
+        }
+    }
     return *made;
 }
 
@@ -53,11 +63,25 @@ int note(Call call, const void* object, long value = 0, const char* text = "")
     return 0;
 }
 
+/// The C library's function of that name. To be made static: it needs no guard then.
 template <typename Function>
-Function next(const char* name)
-{
-    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
-}
+class Next {
+public:
+    constexpr explicit Next(const char* functionName) : name(functionName) {}
+
+    template <typename... Args>
+    int operator()(Args... args)
+    {
+        if (found == nullptr) {
+            found = reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+        }
+        return found.load()(args...);
+    }
+
+private:
+    const char* const name;
+    std::atomic<Function*> found{nullptr};
+};
 
 }  // namespace
 
@@ -139,7 +163,7 @@ Failure::~Failure()
 }  // namespace platform
 
 using platform::Call;
-using platform::next;
+using platform::Next;
 using platform::note;
 
 extern "C" {
@@ -159,102 +183,99 @@ int prctl(int option, ...)
             return -1;
         }
     }
-    static const auto real = next<int (*)(int, ...)>("prctl");
+    static Next<int(int, ...)> real("prctl");
     return real(option, args[0], args[1], args[2], args[3]);
 }
 
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),
                    void* arg)
 {
-    static const auto real = next<decltype(&pthread_create)>("pthread_create");
+    static Next<int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)> real(
+        "pthread_create");
     const int failed = note(Call::create, arg);
     return failed != 0 ? failed : real(thread, attributes, start, arg);
 }
 
 int pthread_attr_setstacksize(pthread_attr_t* attributes, size_t size)
 {
-    static const auto real =
-        next<decltype(&pthread_attr_setstacksize)>("pthread_attr_setstacksize");
+    static Next<int(pthread_attr_t*, size_t)> real("pthread_attr_setstacksize");
     const int failed = note(Call::stackSize, attributes, static_cast<long>(size));
     return failed != 0 ? failed : real(attributes, size);
 }
 
 int pthread_attr_setinheritsched(pthread_attr_t* attributes, int inherit)
 {
-    static const auto real =
-        next<decltype(&pthread_attr_setinheritsched)>("pthread_attr_setinheritsched");
+    static Next<int(pthread_attr_t*, int)> real("pthread_attr_setinheritsched");
     const int failed = note(Call::inheritSched, attributes, inherit);
     return failed != 0 ? failed : real(attributes, inherit);
 }
 
 int pthread_attr_setschedpolicy(pthread_attr_t* attributes, int policy)
 {
-    static const auto real =
-        next<decltype(&pthread_attr_setschedpolicy)>("pthread_attr_setschedpolicy");
+    static Next<int(pthread_attr_t*, int)> real("pthread_attr_setschedpolicy");
     const int failed = note(Call::schedPolicy, attributes, policy);
     return failed != 0 ? failed : real(attributes, policy);
 }
 
 int pthread_attr_setschedparam(pthread_attr_t* attributes, const sched_param* param)
 {
-    static const auto real =
-        next<decltype(&pthread_attr_setschedparam)>("pthread_attr_setschedparam");
+    static Next<int(pthread_attr_t*, const sched_param*)> real("pthread_attr_setschedparam");
     const int failed = note(Call::schedPriority, attributes, param->sched_priority);
     return failed != 0 ? failed : real(attributes, param);
 }
 
 int pthread_mutex_lock(pthread_mutex_t* mutex)
 {
-    static const auto real = next<decltype(&pthread_mutex_lock)>("pthread_mutex_lock");
+    static Next<int(pthread_mutex_t*)> real("pthread_mutex_lock");
     const int failed = note(Call::lock, mutex);
     return failed != 0 ? failed : real(mutex);
 }
 
 int pthread_cond_signal(pthread_cond_t* condition)
 {
-    static const auto real = next<decltype(&pthread_cond_signal)>("pthread_cond_signal");
+    static Next<int(pthread_cond_t*)> real("pthread_cond_signal");
     const int failed = note(Call::signal, condition);
     return failed != 0 ? failed : real(condition);
 }
 
 int pthread_cond_broadcast(pthread_cond_t* condition)
 {
-    static const auto real = next<decltype(&pthread_cond_broadcast)>("pthread_cond_broadcast");
+    static Next<int(pthread_cond_t*)> real("pthread_cond_broadcast");
     const int failed = note(Call::broadcast, condition);
     return failed != 0 ? failed : real(condition);
 }
 
 int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex)
 {
-    static const auto real = next<decltype(&pthread_cond_wait)>("pthread_cond_wait");
+    static Next<int(pthread_cond_t*, pthread_mutex_t*)> real("pthread_cond_wait");
     const int failed = note(Call::wait, condition);
     return failed != 0 ? failed : real(condition, mutex);
 }
 
 int pthread_cond_destroy(pthread_cond_t* condition)
 {
-    static const auto real = next<decltype(&pthread_cond_destroy)>("pthread_cond_destroy");
+    static Next<int(pthread_cond_t*)> real("pthread_cond_destroy");
     const int failed = note(Call::destroy, condition);
     return failed != 0 ? failed : real(condition);
 }
 
 int pthread_join(pthread_t thread, void** result)
 {
-    static const auto real = next<decltype(&pthread_join)>("pthread_join");
+    static Next<int(pthread_t, void**)> real("pthread_join");
     const int failed = note(Call::join, nullptr);
     return failed != 0 ? failed : real(thread, result);
 }
 
 int pthread_detach(pthread_t thread)
 {
-    static const auto real = next<decltype(&pthread_detach)>("pthread_detach");
+    static Next<int(pthread_t)> real("pthread_detach");
     const int failed = note(Call::detach, nullptr);
     return failed != 0 ? failed : real(thread);
 }
 
 int pthread_cancel(pthread_t thread)
 {
-    static const auto real = next<decltype(&pthread_cancel)>("pthread_cancel");
+    static Next<int(pthread_t)> real("pthread_cancel");
     const int failed = note(Call::cancel, nullptr);
     return failed != 0 ? failed : real(thread);
 }
