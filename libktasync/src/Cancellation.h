@@ -1,7 +1,17 @@
 /// Where a thread may be cancelled: only inside of a client's callable, and in waits that say so.
 #pragma once
 
+#include <cxxabi.h>
 #include <pthread.h>
+
+#ifdef _LIBCPPABI_VERSION
+// Of the ABI, but not in the header.
+// NOLINTNEXTLINE(bugprone-reserved-identifier)
+namespace __cxxabiv1 {
+struct __cxa_eh_globals;                           // NOLINT(bugprone-reserved-identifier)
+extern "C" __cxa_eh_globals* __cxa_get_globals();  // NOLINT(bugprone-reserved-identifier)
+}  // namespace __cxxabiv1
+#endif
 
 namespace KT {
 namespace detail {
@@ -31,6 +41,20 @@ public:
     CancellationAsBefore(const CancellationAsBefore&) = delete;
     CancellationAsBefore& operator=(const CancellationAsBefore&) = delete;
 };
+
+/// For a catch (...) that finds no exception: what came is the unwinding of a cancelled thread, and
+/// this lets it go on.
+[[noreturn]] inline void unwindOn()
+{
+#ifdef _LIBCPPABI_VERSION
+    // With libc++abi a rethrow would raise an exception that nobody catches. So the handler forgets
+    // what it has caught, first of the fields that the ABI names, and the unwinding starts anew.
+    *reinterpret_cast<void**>(abi::__cxa_get_globals()) = nullptr;
+    pthread_exit(PTHREAD_CANCELED);
+#else
+    throw;
+#endif
+}
 
 }  // namespace detail
 }  // namespace KT

@@ -159,7 +159,7 @@ void Job::run()
         outcome = Outcome::failed;
         error = std::current_exception();
         if (!error) {
-            throw;  // no exception, but the thread that is cancelled: it must go on unwinding
+            unwindOn();
         }
     }
     turn.end(outcome, std::move(error));

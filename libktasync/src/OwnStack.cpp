@@ -8,6 +8,7 @@
 
 #include "Cancellation.h"
 #include "CurrentJob.h"
+#include "Deadline.h"
 
 namespace KT {
 namespace detail {
@@ -66,7 +67,7 @@ public:
     {
         std::unique_lock<std::mutex> hold(mutex);
         while (isStarted && !hasEnded) {
-            ended.wait(hold);
+            Deadline(-1).wait(hold, ended);
         }
         return isStarted;
     }

@@ -16,6 +16,8 @@
 #include <ktasync/detail/Bound.h>
 #include <ktasync/detail/Group.h>
 
+#include "Cancellation.h"
+
 namespace KT {
 namespace detail {
 
@@ -43,7 +45,7 @@ public:
         } catch (...) {
             error = std::current_exception();
             if (!error) {
-                throw;  // no exception, but the thread that is cancelled
+                unwindOn();
             }
         }
         const std::lock_guard<std::mutex> hold(mutex);
