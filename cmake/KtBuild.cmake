@@ -10,6 +10,7 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(KT_CMAKE_DIR ${CMAKE_CURRENT_LIST_DIR})
 
 find_package(Threads REQUIRED)
+include(${CMAKE_CURRENT_LIST_DIR}/KtLibcxx.cmake)
 
 if(KT_SANITIZE)
   add_compile_options(-fsanitize=${KT_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
@@ -57,7 +58,7 @@ function(kt_add_library name)
     # A call of a library's own function needn't go by way of the program's. Clang's default.
     target_compile_options(${name} PRIVATE -fno-semantic-interposition -fno-plt)
   endif()
-  if(BUILD_SHARED_LIBS)
+  if(BUILD_SHARED_LIBS AND NOT KT_SPDLOG_HEADER_ONLY)
     set(map ${KT_CMAKE_DIR}/exports.map)
     target_link_options(${name} PRIVATE LINKER:--version-script=${map})
     set_property(TARGET ${name} APPEND PROPERTY LINK_DEPENDS ${map})

@@ -110,7 +110,11 @@ TEST_F(PoolConstruction, NegativeMaxThreadsIsALengthError)
         KT::KTThreadPool pool(0, -1, 0, 0, 0);
         FAIL() << "it made a table of less than nothing";
     } catch (const std::length_error& error) {
+#ifdef __GLIBCXX__
         EXPECT_STREQ(error.what(), "vector::reserve");
+#else
+        static_cast<void>(error);  // another C++ library's words are its own
+#endif
     }
 }
 
