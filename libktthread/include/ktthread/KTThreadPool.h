@@ -124,9 +124,10 @@ public:
 
     /// Drops the tasks not yet taken, asks the running ones to end (KTTask::exitTask) and tells the
     /// workers to stop; waits for nothing. `force` also cancels their threads: a task is then cut
-    /// off at its next cancellation point and never gets its final state. Not to be called by one
-    /// of the pool's own workers. A second call does no harm. Throws std::bad_alloc before it has
-    /// done anything.
+    /// off at its next cancellation point and never gets its final state. With libc++ that ends the
+    /// process if the task is in a wait or a stream of the C++ library's, or in a catch (...) block
+    /// around its code: see docs/compilers.md. Not to be called by one of the pool's own workers. A
+    /// second call does no harm. Throws std::bad_alloc before it has done anything.
     void shutdown(bool force);
 
     /// If tasks are queued, wakes one worker; returns whether any were.
