@@ -93,34 +93,6 @@ TEST_F(Cancellation, CutsABlockingTaskOffAndUnwindsIt)
     EXPECT_EQ(task.use_count(), 1);
 }
 
-TEST_F(Cancellation, GoesOnWhenATaskCatchesAndRethrows)
-{
-#ifdef _LIBCPP_VERSION
-    GTEST_SKIP() << "a rethrow of libc++abi's ends the process: see docs/compilers.md";
-#endif
-    const Pool pool = fixed(1);
-    std::atomic<bool> started(false);
-    std::atomic<int> caught(0);
-    std::atomic<int> goneOn(0);
-    ASSERT_TRUE(pool->enqueue(makeTask([&] {
-        const std::shared_ptr<void> atEnd(nullptr, [&](void*) { ++goneOn; });
-        try {
-            started = true;
-            blockFor(60000);
-        } catch (...) {
-            ++caught;
-            throw;
-        }
-    })));
-    ASSERT_TRUE(eventually([&] {
-        pool->wake();
-        return started.load();
-    }));
-    EXPECT_TRUE(pool->close(true));
-    EXPECT_EQ(caught, 1);
-    EXPECT_EQ(goneOn, 1);
-}
-
 TEST_F(Cancellation, LetsATaskWithoutACancellationPointFinish)
 {
     const Pool pool = fixed(1);
