@@ -27,6 +27,7 @@ namespace KT {
 /// first, and can't be called without, is given the task's stop token. If the pool doesn't run, the
 /// future throws KTCancelled. A forced shutdown cuts the call off by unwinding it: a `catch (...)`
 /// in it must rethrow, and no destructor or noexcept function in it reach a cancellation point.
+/// With libc++ a rethrow is no help: see docs/compilers.md.
 ///
 /// Doesn't block. Any thread may call it, tasks too. Throws std::bad_alloc, and what copying the
 /// arguments throws; the callable is never called then.
