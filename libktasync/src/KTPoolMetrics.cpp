@@ -84,7 +84,7 @@ double seconds(detail::TaskReport::Duration time)
 
 }  // namespace
 
-class [[gnu::visibility("hidden")]] KTPoolMetrics::Figures : public detail::TaskObserver {
+class KTASYNC_HIDDEN KTPoolMetrics::Figures : public detail::TaskObserver {
 public:
     Figures(const KTPoolRef& poolToWatch, prometheus::Registry& registry, const std::string& name,
             int refreshMs)

@@ -65,7 +65,7 @@ std::string microseconds(Clock::duration time)
 
 }  // namespace
 
-class [[gnu::visibility("hidden")]] KTTraceRecorder::Recording : public detail::TaskObserver {
+class KTASYNC_HIDDEN KTTraceRecorder::Recording : public detail::TaskObserver {
 public:
     Recording(const KTPoolRef& poolToWatch, std::string pathOfFile,
               std::unique_ptr<detail::TraceFile> fileToWrite, int sampleMs);
