@@ -1,3 +1,4 @@
+/// \file
 /// The error that stands for "this was never done".
 #pragma once
 
@@ -11,15 +12,20 @@ namespace KT {
 
 /// What a future or a group throws for a task that was cancelled before it began, dropped by a
 /// shutdown, or cut off by a forced one. A callable may throw it too, to say that it gave up.
+/// \code
+/// try {
+///     use(future.get());
+/// } catch (const KT::KTCancelled&) {
+///     // nobody will ever do it
+/// }
+/// \endcode
 ///
-///     try {
-///         use(future.get());
-///     } catch (const KT::KTCancelled&) {
-///         // nobody will ever do it
-///     }
+/// \ingroup ktasync
 class KTASYNC_EXPORT KTCancelled : public KTError {
 public:
-    /// `task` is named in the text.
+    /// Doesn't block. Throws std::bad_alloc.
+    ///
+    /// \param task  is named in the text
     explicit KTCancelled(const std::string& task);
 };
 

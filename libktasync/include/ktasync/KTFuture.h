@@ -1,3 +1,4 @@
+/// \file
 /// The result of a task that may still be on its way.
 #pragma once
 
@@ -21,11 +22,11 @@ struct Start;
 
 /// What `submit` returns. It may be moved, not copied, and outlive its pool. `wait`, `waitFor`,
 /// `isReady` and `cancel` may be called from several threads at once; the rest belongs to one.
-///
-///     KT::KTFuture<int> lines = KT::submit(pool, "count", countLines, path);
-///     KT::KTFuture<std::string> text = lines.then([](int n) { return std::to_string(n); });
-///     std::cout << text.get() << '\n';
-///
+/// \code
+/// KT::KTFuture<int> lines = KT::submit(pool, "count", countLines, path);
+/// KT::KTFuture<std::string> text = lines.then([](int n) { return std::to_string(n); });
+/// std::cout << text.get() << '\n';
+/// \endcode
 /// A future that is let go of leaves its task alone; an exception that nobody can look at any more
 /// is then logged (category "ktasync"). All but `valid`, assignment and destruction throw KTError
 /// on a future without a task: a default one, moved from, or asked for its result before.
@@ -34,15 +35,24 @@ struct Start;
 /// a task of this library, who waits for one that nobody has begun runs it on the spot, so that
 /// waiting in tasks doesn't deadlock, with one worker either. A task derived from KTTask by hand
 /// has no such luck: it needs a worker to spare.
+///
+/// \tparam R  what the callable returns: a value, a reference or void
+/// \ingroup ktasync
 template <typename R>
 class KTFuture {
 public:
+    /// A future without a task.
     KTFuture() = default;
 
+    /// Doesn't block, and throws nothing.
+    ///
+    /// \return  whether it has a task
     bool valid() const { return static_cast<bool>(job); }
 
-    /// Blocks until the task has ended; returns its result, or throws what it threw, or
-    /// KTCancelled. The future has no task after that. A cancellation point.
+    /// Blocks until the task has ended. Throws what it threw, or KTCancelled. The future has no
+    /// task after that, either way. A cancellation point.
+    ///
+    /// \return  the task's result, moved
     R get()
     {
         wait();
@@ -52,26 +62,39 @@ public:
     /// Blocks until the task has ended. Throws KTError in that task itself. A cancellation point.
     void wait() const { checked("wait").wait(-1); }
 
-    /// As `wait`, for at most `milliseconds` (no limit if negative); whether the task has ended. In
-    /// a task it may take longer, by the one that it runs itself.
+    /// As `wait`, for a limited time. In a task it may take longer, by the one that it runs itself.
+    ///
+    /// \param milliseconds  that it may take; no limit if negative
+    /// \return              whether the task has ended
     bool waitFor(int milliseconds) const { return checked("waitFor").wait(milliseconds); }
 
-    /// Whether the task has ended: `get` would not block. Doesn't block.
+    /// Whether `get` would return at once. Doesn't block.
+    ///
+    /// \return  whether the task has ended
     bool isReady() const { return checked("isReady").isReady(); }
 
-    /// A task not begun never runs, and `get` throws KTCancelled: true. One that runs gets its stop
-    /// mark raised; one that has ended is left alone: false. Doesn't wait.
+    /// A task not begun never runs, and `get` throws KTCancelled. One that runs gets its stop mark
+    /// raised; one that has ended is left alone. Doesn't wait.
+    ///
+    /// \return  true if the task had not begun
     bool cancel() const { return checked("cancel").cancel(); }
 
     /// Has `callable` called with the result, moved, as a task of its own, once there is one, and
     /// returns the future of that; this future has no task any more. A failure goes past the
     /// callable into the future returned; a callable that takes the ready KTFuture itself, and
     /// can't be called with the result, sees it. Cancelling the future returned doesn't cancel the
-    /// task in front. Throws std::bad_alloc, and changes nothing then.
+    /// task in front. Doesn't block. Throws std::bad_alloc, and changes nothing then.
+    ///
+    /// \param callable  copied, or moved in
+    /// \return          the future of what it returns
     template <typename F>
     auto then(F&& callable);
 
     /// The same, with a task name, in place of that of the task in front.
+    ///
+    /// \param name      of the new task
+    /// \param callable  copied, or moved in
+    /// \return          the future of what it returns
     template <typename F>
     auto then(std::string_view name, F&& callable);
 

@@ -1,3 +1,4 @@
+/// \file
 /// The figures of a pool for a monitoring system. Part of builds that found prometheus-cpp.
 #pragma once
 
@@ -16,12 +17,12 @@ namespace KT {
 
 /// Keeps figures of a pool in a prometheus::Registry, from which that library's own server exposes
 /// them:
-///
-///     const auto registry = std::make_shared<prometheus::Registry>();
-///     const KT::KTPoolMetrics metrics(pool, registry, "render");
-///     prometheus::Exposer exposer("127.0.0.1:9100");
-///     exposer.RegisterCollectable(registry);
-///
+/// \code
+/// const auto registry = std::make_shared<prometheus::Registry>();
+/// const KT::KTPoolMetrics metrics(pool, registry, "render");
+/// prometheus::Exposer exposer("127.0.0.1:9100");
+/// exposer.RegisterCollectable(registry);
+/// \endcode
 /// | metric                              | kind      | of                                         |
 /// |-------------------------------------|-----------|--------------------------------------------|
 /// | ktthread_task_wait_seconds          | histogram | the time between submission and start      |
@@ -39,15 +40,23 @@ namespace KT {
 /// `refreshMs` milliseconds, by a thread named "KTMetrics".
 ///
 /// Several may share a registry under different names. Constructing and destroying it may happen on
-/// any thread, while the pool works.
+/// any thread, while the pool works. It can't be copied. It shares the pool and the registry.
+///
+/// \ingroup ktasync
 class KTASYNC_EXPORT KTPoolMetrics {
 public:
     /// Throws KTError without a registry, for a `refreshMs` below 1, and for a name that the
-    /// registry has already; std::bad_alloc; std::system_error if the thread can't be made.
+    /// registry has already; std::bad_alloc; std::system_error if the thread can't be made. Doesn't
+    /// block.
+    ///
+    /// \param pool       is kept alive, and may be closed
+    /// \param registry   that the figures are put into
+    /// \param name       what the label `pool` says
+    /// \param refreshMs  milliseconds between two looks for the gauges; 1 or more
     KTPoolMetrics(const KTPoolRef& pool, const std::shared_ptr<prometheus::Registry>& registry,
                   const std::string& name, int refreshMs = 1000);
 
-    /// Takes the pool's figures out of the registry.
+    /// Takes the pool's figures out of the registry. Waits for its own thread, not for the pool's.
     ~KTPoolMetrics();
 
     KTPoolMetrics(const KTPoolMetrics&) = delete;

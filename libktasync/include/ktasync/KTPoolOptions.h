@@ -1,3 +1,4 @@
+/// \file
 /// How large a pool is to be, and how it is to end.
 #pragma once
 
@@ -9,16 +10,23 @@ namespace KT {
 
 /// The processors that this process may use: those of its affinity mask, or less if a control group
 /// (version 1 or 2) grants it less time, rounded up. At least 1. Reads files under /proc and /sys;
-/// what can't be read grants all.
+/// what can't be read grants all. Any thread may call it. Throws std::bad_alloc.
+///
+/// \return  processors
+/// \ingroup ktasync
 KTASYNC_EXPORT int availableProcessors();
 
 /// What a KTScopedPool is made with. Nonsense is refused by the constructor with a KTError that
 /// names the field.
+/// \code
+/// KT::KTPoolOptions options;
+/// options.maxThreads = 64;
+/// options.stuck = KT::KTPoolOptions::Stuck::keepWaiting;
+/// KT::KTScopedPool pool(options);
+/// \endcode
+/// A value, as safe as its fields.
 ///
-///     KT::KTPoolOptions options;
-///     options.maxThreads = 64;
-///     options.stuck = KT::KTPoolOptions::Stuck::keepWaiting;
-///     KT::KTScopedPool pool(options);
+/// \ingroup ktasync
 struct KTPoolOptions {
     /// Workers to start with: 1 to 65536. Not set: one a processor, and `maxThreads` at most.
     std::optional<int> threads;
@@ -31,7 +39,11 @@ struct KTPoolOptions {
     /// ended; 0: only when they come in.
     int monitorPeriod = 10;
 
-    enum class Queued { finish, drop };
+    /// What may become of them.
+    enum class Queued {
+        finish,  ///< they are run, as long as `finishTimeoutMs` allows
+        drop     ///< they never run: their futures throw KTCancelled
+    };
     /// What becomes of the tasks in the queue when the pool is closed.
     Queued queued = Queued::finish;
 
@@ -42,6 +54,7 @@ struct KTPoolOptions {
     /// Milliseconds that tasks may go on when they have been asked to stop. 0 or more.
     int stopTimeoutMs = 10000;
 
+    /// What may be done about them.
     enum class Stuck {
         keepWaiting,  ///< for as long as it takes
         leave,        ///< let them run, and go on; the pool frees itself when they end

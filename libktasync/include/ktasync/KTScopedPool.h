@@ -1,3 +1,4 @@
+/// \file
 /// A pool for a scope.
 #pragma once
 
@@ -17,13 +18,13 @@
 namespace KT {
 
 /// Makes a pool, starts it, and closes it when the scope ends.
-///
-///     KT::KTPoolOptions options;
-///     options.maxThreads = 64;                 // the tasks block a lot
-///     KT::KTScopedPool pool(options);
-///     KT::submit(pool, "warm up", warmUp);
-///     // here it waits for what was submitted
-///
+/// \code
+/// KT::KTPoolOptions options;
+/// options.maxThreads = 64;                 // the tasks block a lot
+/// KT::KTScopedPool pool(options);
+/// KT::submit(pool, "warm up", warmUp);
+/// // here it waits for what was submitted
+/// \endcode
 /// Closing goes in steps; each one ends early when all the work has ended:
 ///
 /// | step             | queued tasks             | running tasks          | at most           |
@@ -41,27 +42,44 @@ namespace KT {
 /// to stop and left, with a log record.
 ///
 /// In a child of the process that made it (fork) it does nothing: see KTThreadPool.
+///
+/// \ingroup ktasync
 class KTASYNC_EXPORT KTScopedPool {
 public:
-    /// Throws KTError for nonsense in `options` and if the threads can't be created,
-    /// std::bad_alloc.
+    /// Starts the workers. Throws KTError for nonsense in `options` and if the threads can't be
+    /// created, std::bad_alloc.
+    ///
+    /// \param options  copied
     explicit KTScopedPool(const KTPoolOptions& options = KTPoolOptions());
 
-    /// Closes it. Blocks as the table says.
+    /// Closes it. Blocks as the table says; not a cancellation point.
     ~KTScopedPool();
 
+    /// Doesn't block.
+    ///
+    /// \param other  has no pool afterwards
     KTScopedPool(KTScopedPool&& other) noexcept;
-    /// Closes the pool that it has so far.
+
+    /// Closes the pool that it has so far, and blocks for that.
+    ///
+    /// \param other  has no pool afterwards
+    /// \return       this
     KTScopedPool& operator=(KTScopedPool&& other) noexcept;
 
-    /// Closes it early; whether all workers have ended. Once closed, or moved from, it does
-    /// nothing. What is submitted afterwards is dropped.
+    /// Closes it early. Once closed, or moved from, it does nothing. What is submitted afterwards
+    /// is dropped. Blocks as the table says; not a cancellation point.
+    ///
+    /// \return  whether all workers have ended
     bool close();
 
-    /// The pool itself, for what the core offers; null when moved from. To be closed by this object
-    /// only.
+    /// The pool itself, for what the core offers. To be closed by this object only. Throws nothing.
+    ///
+    /// \return  null when moved from
     const boost::shared_ptr<KTThreadPool>& pool() const { return owned; }
 
+    /// What the pool does at the moment. Any thread may call it. Throws KTError when moved from.
+    ///
+    /// \return  its figures
     KTThreadPoolStatus status() const;
 
 private:

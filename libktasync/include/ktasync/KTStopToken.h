@@ -1,3 +1,4 @@
+/// \file
 /// How a running callable hears that it is to stop.
 #pragma once
 
@@ -9,28 +10,35 @@
 namespace KT {
 
 /// A task's stop mark. A callable that takes a `const KTStopToken&` first is given its own:
-///
-///     KT::submit(pool, "poll", [](const KT::KTStopToken& stop) {
-///         while (!stop.waitFor(1000)) {
-///             pollOnce();
-///         }
-///     });
-///
+/// \code
+/// KT::submit(pool, "poll", [](const KT::KTStopToken& stop) {
+///     while (!stop.waitFor(1000)) {
+///         pollOnce();
+///     }
+/// });
+/// \endcode
 /// The mark is raised by `cancel` of the future or the group, and when the pool is shut down while
 /// the task runs. It stays raised. Heeding it is up to the callable. A token may be copied, and
 /// kept for longer than the task runs; every operation may be called from any thread.
+///
+/// \ingroup ktasync
 class KTASYNC_EXPORT KTStopToken {
 public:
     /// A token that is never raised.
     KTStopToken() = default;
 
+    /// Doesn't block, and throws nothing.
+    ///
+    /// \return  whether the mark is raised
     bool stopRequested() const { return job && job->stopRequested(); }
 
-    /// Throws KTCancelled once the mark is raised: an exit from deep inside.
+    /// Throws KTCancelled once the mark is raised: an exit from deep inside. Doesn't block.
     void throwIfStopRequested() const;
 
-    /// Blocks until the mark is raised, for at most `milliseconds` (for ever if negative); whether
-    /// it is raised. A cancellation point.
+    /// Blocks until the mark is raised, or for a limited time. A cancellation point.
+    ///
+    /// \param milliseconds  that it may take; for ever if negative
+    /// \return              whether the mark is raised
     bool waitFor(int milliseconds) const;
 
 private:

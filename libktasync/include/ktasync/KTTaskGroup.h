@@ -1,3 +1,4 @@
+/// \file
 /// Tasks that are waited for together.
 #pragma once
 
@@ -17,29 +18,34 @@
 namespace KT {
 
 /// A set of tasks of one pool, to be waited for, or cancelled, as one.
-///
-///     KT::KTTaskGroup group(pool);
-///     for (const Page& page : pages) {
-///         group.run("render", [&page] { render(page); });
-///     }
-///     group.wait();
-///
+/// \code
+/// KT::KTTaskGroup group(pool);
+/// for (const Page& page : pages) {
+///     group.run("render", [&page] { render(page); });
+/// }
+/// group.wait();
+/// \endcode
 /// Who waits runs the group's tasks that nobody has begun, in their order, on its own thread. So
 /// waiting in a task doesn't deadlock: to any depth (where a stack is half full, a thread is made
 /// for the next task), with one worker, with a pool that was shut down. A group can be used again
 /// after a wait.
 ///
 /// `run`, `tryRun`, `cancel` and the counts may be called from any thread, its own tasks too.
-/// `wait` from any other thread. Constructing and destroying it belong to one thread.
+/// `wait` from any other thread. Constructing and destroying it belong to one thread. It can't be
+/// copied. It shares the pool, and its tasks own their callables.
+///
+/// \ingroup ktasync
 class KTASYNC_EXPORT KTTaskGroup {
 public:
-    /// At most `limit` tasks in flight: queued or running. 0: no limit. Throws KTError if it is
-    /// negative, std::bad_alloc.
+    /// An empty group. Throws KTError if `limit` is negative, std::bad_alloc.
+    ///
+    /// \param pool   where its tasks run
+    /// \param limit  tasks in flight at most, queued or running; 0: no limit
     explicit KTTaskGroup(const KTPoolRef& pool, int limit = 0);
 
-    /// Waits. Cancels first if it is left by an exception, or by a task that was asked to stop. An
-    /// exception that no `wait` has thrown is logged (category "ktasync"). In one of its own tasks
-    /// it cancels the others, and doesn't wait.
+    /// Blocks as `wait`. Cancels first if it is left by an exception, or by a task that was asked
+    /// to stop. An exception that no `wait` has thrown is logged (category "ktasync"). In one of
+    /// its own tasks it cancels the others, and doesn't wait.
     ~KTTaskGroup();
 
     KTTaskGroup(const KTTaskGroup&) = delete;
@@ -49,6 +55,9 @@ public:
     /// With `limit` tasks in flight it blocks until one of them has ended, and runs some itself
     /// meanwhile; in a task of this group it runs the callable on the spot instead. In a group that
     /// was cancelled it does nothing. Throws std::bad_alloc. A cancellation point.
+    ///
+    /// \param callable  copied, or moved in, as are the arguments
+    /// \param args      what it is called with
     template <typename F, typename... Args, std::enable_if_t<!detail::isName<F>, int> = 0>
     void run(F&& callable, Args&&... args)
     {
@@ -57,6 +66,10 @@ public:
     }
 
     /// The same, with a task name.
+    ///
+    /// \param name      of the task; copied
+    /// \param callable  copied, or moved in, as are the arguments
+    /// \param args      what it is called with
     template <typename F, typename... Args>
     void run(std::string_view name, F&& callable, Args&&... args)
     {
@@ -65,6 +78,10 @@ public:
     }
 
     /// As `run`, but instead of blocking it does nothing and says false.
+    ///
+    /// \param callable  copied, or moved in, as are the arguments
+    /// \param args      what it is called with
+    /// \return          whether there was room
     template <typename F, typename... Args, std::enable_if_t<!detail::isName<F>, int> = 0>
     bool tryRun(F&& callable, Args&&... args)
     {
@@ -72,6 +89,12 @@ public:
                       std::forward<Args>(args)...);
     }
 
+    /// The same, with a task name.
+    ///
+    /// \param name      of the task; copied
+    /// \param callable  copied, or moved in, as are the arguments
+    /// \param args      what it is called with
+    /// \return          whether there was room
     template <typename F, typename... Args>
     bool tryRun(std::string_view name, F&& callable, Args&&... args)
     {
@@ -89,17 +112,24 @@ public:
     /// point.
     void wait();
 
-    /// As `wait`, for at most `milliseconds` (no limit if negative); whether all have ended, and
-    /// false without looking at exceptions. It may take longer by one task that it runs itself.
+    /// As `wait`, for a limited time. It may take longer by one task that it runs itself.
+    ///
+    /// \param milliseconds  that it may take; no limit if negative
+    /// \return              whether all have ended; false without looking at exceptions
     bool waitFor(int milliseconds);
 
     /// Drops the tasks that nobody has begun, and any that come until the next wait is through;
     /// raises the stop marks of the others. Doesn't wait.
     void cancel();
 
-    /// How many tasks have thrown something, and how many were cancelled, dropped or cut off, since
-    /// the group was made.
+    /// How many tasks have thrown something. Doesn't block.
+    ///
+    /// \return  tasks since the group was made
     int failures() const { return group->failures(); }
+
+    /// How many were cancelled, dropped or cut off. Doesn't block.
+    ///
+    /// \return  tasks since the group was made
     int cancellations() const { return group->cancellations(); }
 
 private:

@@ -1,3 +1,4 @@
+/// \file
 /// What a pool did, as a timeline to look at.
 #pragma once
 
@@ -12,10 +13,10 @@ namespace KT {
 
 /// Writes what becomes of a pool's tasks to a file in Chrome's trace-event format, which Perfetto
 /// and chrome://tracing show:
-///
-///     KT::KTScopedPool pool;
-///     KT::KTTraceRecorder trace(pool, "render.json");
-///
+/// \code
+/// KT::KTScopedPool pool;
+/// KT::KTTraceRecorder trace(pool, "render.json");
+/// \endcode
 /// A lane a thread; on it a slice for each task, with its name, how long it waited in the queue
 /// (`waited_us`, microseconds) and its outcome (`done`, `failed`, `cancelled`); a task that ended
 /// without having begun is a mark in the lane of the thread that dropped it. Two tracks of counters
@@ -33,16 +34,24 @@ namespace KT {
 /// the file keeps what it has. In a child of the process that made it (fork) it does nothing.
 ///
 /// Several may record the same pool, into different files. Constructing and destroying it may
-/// happen on any thread, while the pool works. It has a thread of its own, named "KTTrace".
+/// happen on any thread, while the pool works. It has a thread of its own, named "KTTrace". It
+/// can't be copied. It shares the pool.
+///
+/// \ingroup ktasync
 class KTASYNC_EXPORT KTTraceRecorder {
 public:
-    /// Makes `file`, or empties it. The counters are looked at every `sampleMs` milliseconds, and
-    /// written when they have changed. Throws KTError if the file can't be written, and for a
-    /// `sampleMs` below 1; std::bad_alloc; std::system_error if the thread can't be made.
+    /// Makes `file`, or empties it. Blocks for as long as the disk does. Throws KTError if the file
+    /// can't be written, and for a `sampleMs` below 1; std::bad_alloc; std::system_error if the
+    /// thread can't be made.
+    ///
+    /// \param pool      is kept alive, and may be closed
+    /// \param file      its path
+    /// \param sampleMs  milliseconds between two looks at the counters, which are written when they
+    ///                  have changed; 1 or more
     KTTraceRecorder(const KTPoolRef& pool, const std::string& file, int sampleMs = 5);
 
-    /// Writes what it still has. If it never comes to that, the process writes it when it ends, but
-    /// for _exit and for a crash.
+    /// Writes what it still has, and blocks for that. If it never comes to that, the process writes
+    /// it when it ends, but for _exit and for a crash.
     ~KTTraceRecorder();
 
     KTTraceRecorder(const KTTraceRecorder&) = delete;

@@ -1,3 +1,4 @@
+/// \file
 /// All of libktasync: pools for a scope, futures, groups and loops on libktthread's pool.
 #pragma once
 

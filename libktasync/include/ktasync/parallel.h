@@ -1,3 +1,4 @@
+/// \file
 /// Loops whose passes run on the workers of a pool and on the calling thread.
 ///
 /// The passes are done in pieces of `grain` passes in a row; 0 chooses one of 256 pieces, fewer for
@@ -7,6 +8,8 @@
 /// have ended. KTCancelled: a forced shutdown cut a piece off. Bodies are called from several
 /// threads at once, and are not copied. All block until the loop has ended; may be called from any
 /// thread; are cancellation points; throw KTError for a negative grain, std::bad_alloc.
+///
+/// \ingroup ktasync
 #pragma once
 
 #include <cstddef>
@@ -24,8 +27,17 @@
 namespace KT {
 
 /// Calls `body(i)` for each i from `first` to `last`, without `last`; the types are integers.
+/// \code
+/// KT::parallelFor(pool, 0, rows, [&](int row) { render(row); });
+/// \endcode
+/// Blocks until the loop has ended, and throws what a pass threw: see parallel.h.
 ///
-///     KT::parallelFor(pool, 0, rows, [&](int row) { render(row); });
+/// \param pool   whose workers help
+/// \param first  the first index
+/// \param last   the one after the last; no passes if it isn't greater
+/// \param body   called from several threads at once; not copied
+/// \param grain  passes in a piece; 0: chosen
+/// \ingroup ktasync
 template <typename First, typename Last, typename Body>
 void parallelFor(const KTPoolRef& pool, First first, Last last, Body&& body,
                  std::ptrdiff_t grain = 0)
@@ -42,8 +54,16 @@ void parallelFor(const KTPoolRef& pool, First first, Last last, Body&& body,
 
 /// Calls `body(element)` for each element of `range`, which has forward iterators at least; where
 /// they have no random access, a list of them is made first.
+/// \code
+/// KT::parallelForEach(pool, images, [](Image& image) { image.sharpen(); });
+/// \endcode
+/// Blocks until the loop has ended, and throws what a pass threw: see parallel.h.
 ///
-///     KT::parallelForEach(pool, images, [](Image& image) { image.sharpen(); });
+/// \param pool   whose workers help
+/// \param range  not copied; nobody else may change it meanwhile
+/// \param body   called from several threads at once; not copied
+/// \param grain  passes in a piece; 0: chosen
+/// \ingroup ktasync
 template <typename Range, typename Body>
 void parallelForEach(const KTPoolRef& pool, Range&& range, Body&& body, std::ptrdiff_t grain = 0)
 {
@@ -72,8 +92,20 @@ void parallelForEach(const KTPoolRef& pool, Range&& range, Body&& body, std::ptr
 /// or on chance, also where `combine` rounds. `combine` must be associative otherwise, and
 /// `identity` its neutral element, a copy of which each piece begins with. Holds one result a
 /// piece.
+/// \code
+/// const double sum = KT::parallelReduce(pool, 0, n, 0.0, [&](int i) { return x[i] * y[i]; });
+/// \endcode
+/// Blocks until the loop has ended, and throws what a pass threw: see parallel.h.
 ///
-///     const double sum = KT::parallelReduce(pool, 0, n, 0.0, [&](int i) { return x[i] * y[i]; });
+/// \param pool      whose workers help
+/// \param first     the first index
+/// \param last      the one after the last; no passes if it isn't greater
+/// \param identity  what combining changes nothing with; the result of no passes
+/// \param map       called from several threads at once; not copied
+/// \param combine   called from several threads at once, with two values; not copied
+/// \param grain     passes in a piece; 0: chosen
+/// \return          the whole
+/// \ingroup ktasync
 template <typename First, typename Last, typename T, typename Map, typename Combine = std::plus<>>
 T parallelReduce(const KTPoolRef& pool, First first, Last last, T identity, Map&& map,
                  Combine&& combine = Combine(), std::ptrdiff_t grain = 0)

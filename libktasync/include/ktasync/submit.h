@@ -1,3 +1,4 @@
+/// \file
 /// Handing callables to a pool.
 #pragma once
 
@@ -15,9 +16,9 @@
 namespace KT {
 
 /// Has a worker of `pool` call `callable` with `args`, in arrival order with all other tasks:
-///
-///     KT::KTFuture<int> lines = KT::submit(pool, "count", countLines, path);
-///
+/// \code
+/// KT::KTFuture<int> lines = KT::submit(pool, "count", countLines, path);
+/// \endcode
 /// The task owns copies of callable and arguments, moved in where they can be, and moves from them
 /// in the call; std::ref passes a reference, and an array becomes a pointer. They are destroyed
 /// before the future is ready. While the call goes on, the worker's thread is named "KTTask: NAME
@@ -31,6 +32,13 @@ namespace KT {
 ///
 /// Doesn't block. Any thread may call it, tasks too. Throws std::bad_alloc, and what copying the
 /// arguments throws; the callable is never called then.
+///
+/// \param pool      where it runs
+/// \param name      of the task: what turns into a std::string_view; copied
+/// \param callable  what to call
+/// \param args      what to call it with
+/// \return          the future of its result
+/// \ingroup ktasync
 template <typename Name, typename F, typename... Args,
           std::enable_if_t<detail::isName<Name>, int> = 0>
 auto submit(const KTPoolRef& pool, const Name& name, F&& callable, Args&&... args)
@@ -43,6 +51,12 @@ auto submit(const KTPoolRef& pool, const Name& name, F&& callable, Args&&... arg
 
 /// The same for a task named after the place of this call: the function that it is in, or file and
 /// line in a lambda.
+///
+/// \param pool      where it runs
+/// \param callable  what to call
+/// \param args      what to call it with
+/// \return          the future of its result
+/// \ingroup ktasync
 template <typename F, typename... Args, std::enable_if_t<!detail::isName<F>, int> = 0>
 auto submit(const KTPoolRef& pool, F&& callable, Args&&... args)
 {
@@ -54,11 +68,19 @@ auto submit(const KTPoolRef& pool, F&& callable, Args&&... args)
 /// queue and the wake-up are paid once for all. The pool looks once whether it should grow, and
 /// then as tasks end. Moves the callables out of a range that is a temporary one or moved, and
 /// copies them otherwise. Throws std::bad_alloc; none is called then.
+/// \code
+/// std::vector<std::function<int()>> parts = split(work);
+/// for (KT::KTFuture<int>& part : KT::submitAll(pool, "part", std::move(parts))) {
+///     total += part.get();
+/// }
+/// \endcode
+/// Doesn't block. Any thread may call it, tasks too.
 ///
-///     std::vector<std::function<int()>> parts = split(work);
-///     for (KT::KTFuture<int>& part : KT::submitAll(pool, "part", std::move(parts))) {
-///         total += part.get();
-///     }
+/// \param pool   where they run
+/// \param name   of each of the tasks; copied
+/// \param range  of callables without arguments
+/// \return       a std::vector of KTFuture
+/// \ingroup ktasync
 template <typename Range>
 auto submitAll(const KTPoolRef& pool, std::string_view name, Range&& range)
 {
@@ -77,6 +99,11 @@ auto submitAll(const KTPoolRef& pool, std::string_view name, Range&& range)
 }
 
 /// The same for tasks named after the place of this call.
+///
+/// \param pool   where they run
+/// \param range  of callables without arguments
+/// \return       a std::vector of KTFuture
+/// \ingroup ktasync
 template <typename Range>
 auto submitAll(const KTPoolRef& pool, Range&& range)
 {

@@ -1,3 +1,4 @@
+/// \file
 /// A condition variable that can be shared.
 #pragma once
 
@@ -14,17 +15,24 @@ namespace KT {
 
 /// A thin wrapper over the POSIX condition variable, made by its factory and held by
 /// boost::shared_ptr. Every operation may be called from any thread while the object is alive. The
-/// status of the platform calls is ignored, as with KTMutex.
+/// status of the platform calls is ignored, as with KTMutex. Nothing here throws but what makes a
+/// condition. It can't be copied; pointers to it are.
+/// \code
+/// KT::KTCriticalSection hold(mutex);
+/// while (!ready) {
+///     condition->wait(mutex);
+/// }
+/// \endcode
 ///
-///     KT::KTCriticalSection hold(mutex);
-///     while (!ready) {
-///         condition->wait(mutex);
-///     }
+/// \ingroup ktthread
 class KTTHREAD_EXPORT KTCondition {
 public:
     /// A new condition. Throws std::bad_alloc, and then leaks nothing.
+    ///
+    /// \return  its first owner
     static boost::shared_ptr<KTCondition> createKTCondition();
 
+    /// A condition, for those who hold it in their own way. Throws std::bad_alloc.
     KTCondition();
 
     /// Wakes who still waits, as a spurious wake-up would, and blocks until they have left the
@@ -34,20 +42,27 @@ public:
     KTCondition(const KTCondition&) = delete;
     KTCondition& operator=(const KTCondition&) = delete;
 
-    /// Wakes at least one of the waiters, if there are any. Not remembered otherwise.
+    /// Wakes at least one of the waiters, if there are any. Not remembered otherwise. Doesn't
+    /// block; may be called with the waiters' mutex held or not.
     void signal();
 
-    /// Wakes all waiters. Not remembered where there are none.
+    /// Wakes all waiters. Not remembered where there are none. Doesn't block.
     void broadcast();
 
     /// Blocks until one wake-up of any kind, a spurious one too: the caller checks what it waits
     /// for again. The caller holds `mutex`, which is free during the wait and held again on return.
     /// The caller's copy keeps the mutex alive. A cancellation point; a cancelled waiter unwinds
     /// with the mutex held.
+    ///
+    /// \param mutex  not empty, and the same for all who wait at a time
     void wait(boost::shared_ptr<KTMutex> mutex);
 
     /// As `wait`, but for at most `milliseconds` on the monotonic clock; 0 or less doesn't block.
-    /// True: woken, in whatever way; false: the time ran out. The mutex is held again either way.
+    /// The mutex is held again either way. A cancellation point, as `wait`.
+    ///
+    /// \param mutex         as for `wait`
+    /// \param milliseconds  the limit
+    /// \return              true: woken, in whatever way; false: the time ran out
     bool waitFor(boost::shared_ptr<KTMutex> mutex, int milliseconds);
 
 private:

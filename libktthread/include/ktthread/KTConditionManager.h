@@ -1,3 +1,4 @@
+/// \file
 /// Conditions that threads meet at by name.
 #pragma once
 
@@ -15,19 +16,24 @@ namespace KT {
 
 /// A board of named events without memory: a trigger wakes the threads that wait at that moment,
 /// and no others.
-///
-///     KT::KTConditionManager events;
-///     events.addCondition("configured");
-///     // one thread                             // another
-///     events.waitForCondition("configured");    events.triggerCondition("configured");
-///
+/// \code
+/// KT::KTConditionManager events;
+/// events.addCondition("configured");
+/// // one thread                             // another
+/// events.waitForCondition("configured");    events.triggerCondition("configured");
+/// \endcode
 /// Waiting and triggering may be done by any number of threads at once. The map has no lock:
 /// addCondition must not overlap with any other call, so add all names before threads use them.
 ///
 /// A trigger that comes between a waiter's look-up and its sleep is lost on it. A client that can't
 /// do with that keeps a flag beside the event, and triggers until the waiter has seen it.
+///
+/// It can't be copied. Nothing here throws but addCondition.
+///
+/// \ingroup ktthread
 class KTTHREAD_EXPORT KTConditionManager {
 public:
+    /// A board without names.
     KTConditionManager();
 
     /// Who still waits on a name returns, as from a spurious wake-up.
@@ -38,13 +44,21 @@ public:
 
     /// Registers `name`; an empty name is ignored. A name that exists gets a new condition, and who
     /// waited on the old one returns. Throws std::bad_alloc; the name then counts as unregistered.
+    /// Blocks only until those have left it.
+    ///
+    /// \param name  copied
     void addCondition(const std::string& name);
 
     /// Blocks until `name` is triggered, or until a spurious wake-up. Returns at once if the name
-    /// isn't registered. A cancellation point.
+    /// isn't registered. A cancellation point. It has no time limit: who needs one takes a
+    /// KTCondition, and waitFor.
+    ///
+    /// \param name  of the event
     void waitForCondition(const std::string& name);
 
-    /// Wakes every thread that waits on `name`. Does nothing if it isn't registered.
+    /// Wakes every thread that waits on `name`. Does nothing if it isn't registered. Doesn't block.
+    ///
+    /// \param name  of the event
     void triggerCondition(const std::string& name);
 
 private:

@@ -1,8 +1,10 @@
+/// \file
 /// The scoped guards through which locks are taken. A guard takes its lock where it is constructed
 /// and releases it at the end of its scope, exceptions and forced unwinding included.
 ///
 /// A guard belongs to the thread that built it and ends there. The lock given to it must not be an
-/// empty pointer. Statuses of the platform calls are ignored, but for the try-lock's.
+/// empty pointer. Statuses of the platform calls are ignored, but for the try-lock's. None of them
+/// throws, is a cancellation point or can be copied; giving a lock back doesn't block.
 #pragma once
 
 #include <pthread.h>
@@ -15,10 +17,19 @@
 namespace KT {
 
 /// Holds a mutex, and keeps it alive.
+/// \code
+/// KT::KTCriticalSection hold(mutex);
+/// ++counter;
+/// \endcode
+///
+/// \ingroup ktthread
 class KTTHREAD_EXPORT KTCriticalSection {
 public:
     /// Blocks until it holds `mutex`.
+    ///
+    /// \param mutex  not empty, and not held by the calling thread
     explicit KTCriticalSection(boost::shared_ptr<KTMutex> mutex);
+    /// Unlocks.
     ~KTCriticalSection();
     KTCriticalSection(const KTCriticalSection&) = delete;
     KTCriticalSection& operator=(const KTCriticalSection&) = delete;
@@ -32,10 +43,19 @@ private:
 };
 
 /// Holds a reader/writer lock shared, and keeps it alive.
+/// \code
+/// KT::KTCriticalSectionRead hold(lock);
+/// std::puts(settings.at("colour").c_str());
+/// \endcode
+///
+/// \ingroup ktthread
 class KTTHREAD_EXPORT KTCriticalSectionRead {
 public:
     /// Blocks until it has a shared hold on `lock`.
+    ///
+    /// \param lock  not empty, and not held by the calling thread
     explicit KTCriticalSectionRead(boost::shared_ptr<KTMutexRW> lock);
+    /// Gives the hold back.
     ~KTCriticalSectionRead();
     KTCriticalSectionRead(const KTCriticalSectionRead&) = delete;
     KTCriticalSectionRead& operator=(const KTCriticalSectionRead&) = delete;
@@ -45,10 +65,19 @@ private:
 };
 
 /// Holds a reader/writer lock exclusively, and keeps it alive.
+/// \code
+/// KT::KTCriticalSectionWrite hold(lock);
+/// settings["colour"] = "blue";
+/// \endcode
+///
+/// \ingroup ktthread
 class KTTHREAD_EXPORT KTCriticalSectionWrite {
 public:
     /// Blocks until it has the exclusive hold on `lock`.
+    ///
+    /// \param lock  not empty, and not held by the calling thread
     explicit KTCriticalSectionWrite(boost::shared_ptr<KTMutexRW> lock);
+    /// Gives the hold back.
     ~KTCriticalSectionWrite();
     KTCriticalSectionWrite(const KTCriticalSectionWrite&) = delete;
     KTCriticalSectionWrite& operator=(const KTCriticalSectionWrite&) = delete;
@@ -58,18 +87,24 @@ private:
 };
 
 /// Tries a mutex without blocking.
-///
-///     bool busy = false;
-///     KT::KTCriticalTrueIfLocked attempt(mutex, busy);
-///     if (!busy) {
-///         // the mutex is held until the end of this scope
-///     }
-///
+/// \code
+/// bool busy = false;
+/// KT::KTCriticalTrueIfLocked attempt(mutex, busy);
+/// if (!busy) {
+///     // the mutex is held until the end of this scope
+/// }
+/// \endcode
 /// It does not keep the mutex alive: the caller's own reference must outlive the guard.
+///
+/// \ingroup ktthread
 class KTTHREAD_EXPORT KTCriticalTrueIfLocked {
 public:
     /// Never blocks. `alreadyLocked` becomes false if the guard now holds `mutex`, true if not.
+    ///
+    /// \param mutex               not empty
+    /// \param[out] alreadyLocked  whether somebody, the calling thread perhaps, has it already
     KTCriticalTrueIfLocked(boost::shared_ptr<KTMutex> mutex, bool& alreadyLocked);
+    /// Unlocks, if the guard has the mutex.
     ~KTCriticalTrueIfLocked();
     KTCriticalTrueIfLocked(const KTCriticalTrueIfLocked&) = delete;
     KTCriticalTrueIfLocked& operator=(const KTCriticalTrueIfLocked&) = delete;

@@ -1,3 +1,4 @@
+/// \file
 /// The observer that makes a pool grow.
 #pragma once
 
@@ -22,20 +23,36 @@ class KTThreadPool;
 /// latter account if `period` is 0 or negative). From 190 busy workers on it asks for no more,
 /// whatever the pool's maximum, and says so on standard output.
 ///
-/// It holds its pool strongly and the pool holds it: KTThreadPool::close ends that cycle.
+/// It holds its pool strongly and the pool holds it: KTThreadPool::close ends that cycle. It can't
+/// be copied. Its operations block for locks only, and for as long as the platform takes to make a
+/// thread. A client has no call for either, but may look at a pool out of turn:
+/// \code
+/// KT::KTMonitor(1, 0, 0, pool).adjustPool();  // one worker more, if at most one is idle
+/// \endcode
+///
+/// \ingroup ktthread
 class KTTHREAD_EXPORT KTMonitor {
 public:
-    /// `param2` and `param3` are kept and used by nothing. Throws std::bad_alloc.
+    /// Looks at nothing yet. Throws std::bad_alloc.
+    ///
+    /// \param period  in ended tasks: how often `assimilate` looks at the pool
+    /// \param param2  kept, and used by nothing
+    /// \param param3  kept, and used by nothing
+    /// \param pool    not empty; shared
     KTMonitor(int period, int param2, int param3, boost::shared_ptr<KTThreadPool> pool);
+    /// Lets go of the pool.
     ~KTMonitor();
     KTMonitor(const KTMonitor&) = delete;
     KTMonitor& operator=(const KTMonitor&) = delete;
 
     /// Counts an ended task and its waiting time (KTTask::getIdleTime). An empty pointer counts as
     /// nothing. What adjustPool throws leaves it, with the task counted.
+    ///
+    /// \param task  one that has ended; let go of here if its `autoDelete` is set
     void assimilate(boost::shared_ptr<KTTask> task);
 
-    /// Asks the pool for one worker more if at most one is idle.
+    /// Asks the pool for one worker more if at most one is idle. Throws std::bad_alloc, and what
+    /// KTThreadPool says of standard output.
     void adjustPool();
 
 private:

@@ -1,9 +1,11 @@
+/// \file
 /// The two locks: a mutex and a reader/writer lock, thin wrappers over the POSIX ones that can be
 /// shared. Both are made by their factory, held by boost::shared_ptr and taken through the guards
 /// of KTCriticalSection.h. Every operation may be called from any thread while the object is alive.
 ///
 /// No operation looks at the status of the platform call or passes it on: a failing call (an unlock
-/// by a stranger, a destroy of a locked mutex) goes by silently.
+/// by a stranger, a destroy of a locked mutex) goes by silently. None throws but those that make a
+/// lock.
 #pragma once
 
 #include <memory>
@@ -16,25 +18,38 @@
 
 namespace KT {
 
-/// How the primitives give back the platform's objects that they own.
+/// How the primitives give back the platform's objects that they own. Not for clients.
+///
+/// \ingroup ktthread
 struct KTPlatformObjectDeleter {
+    /// Gives the memory back. Throws nothing; any thread.
+    ///
+    /// \param object  one that the library has made; null does nothing
     void operator()(void* object) const;
 };
 
 /// A mutex of the platform's default kind: not recursive (a thread that locks it twice deadlocks),
-/// and it doesn't notice an unlock by a thread that doesn't own it.
+/// and it doesn't notice an unlock by a thread that doesn't own it. A KTCriticalSection makes
+/// neither mistake. It can't be copied; pointers to it are.
+/// \code
+/// boost::shared_ptr<KT::KTMutex> mutex = KT::KTMutex::createKTMutex();
+/// {
+///     KT::KTCriticalSection hold(mutex);
+///     // one thread at a time
+/// }
+/// \endcode
 ///
-///     boost::shared_ptr<KT::KTMutex> mutex = KT::KTMutex::createKTMutex();
-///     {
-///         KT::KTCriticalSection hold(mutex);
-///         // one thread at a time
-///     }
+/// \ingroup ktthread
 class KTTHREAD_EXPORT KTMutex {
 public:
     /// A new unlocked mutex. Throws std::bad_alloc, and then leaks nothing.
+    ///
+    /// \return  its first owner
     static boost::shared_ptr<KTMutex> createKTMutex();
 
+    /// An unlocked mutex, for those who hold it in their own way. Throws std::bad_alloc.
     KTMutex();
+    /// Nobody may hold it, or wait for it. Doesn't block.
     virtual ~KTMutex();
     KTMutex(const KTMutex&) = delete;
     KTMutex& operator=(const KTMutex&) = delete;
@@ -42,7 +57,7 @@ public:
     /// Blocks until the calling thread owns the mutex. Not a cancellation point.
     void lock();
 
-    /// Gives the mutex back; the owner calls it.
+    /// Gives the mutex back; the owner calls it. Doesn't block.
     void unlock();
 
 private:
@@ -59,23 +74,41 @@ private:
 /// | nobody         | passes   | passes    |
 /// | readers        | passes   | waits     |
 /// | a writer       | waits    | waits     |
+/// \code
+/// boost::shared_ptr<KT::KTMutexRW> lock = KT::KTMutexRW::createKTMutexRW();
+/// {
+///     KT::KTCriticalSectionRead hold(lock);
+///     // any number of readers at a time, and no writer
+/// }
+/// \endcode
+/// The table is for different threads; take it once a thread. Who holds it shared and asks for it
+/// exclusively deadlocks. Who holds it exclusively and asks again goes on at once, since the
+/// platform refuses, and the first unlock gives everything back. Readers pass while a writer waits,
+/// so readers who never pause can keep writers out: where that may be, take a KTMutex. It can't be
+/// copied.
+///
+/// \ingroup ktthread
 class KTTHREAD_EXPORT KTMutexRW {
 public:
     /// A new free lock. Throws std::bad_alloc, and then leaks nothing.
+    ///
+    /// \return  its first owner
     static boost::shared_ptr<KTMutexRW> createKTMutexRW();
 
+    /// A free lock, for those who hold it in their own way. Throws std::bad_alloc.
     KTMutexRW();
+    /// Nobody may hold it, or wait for it. Doesn't block.
     virtual ~KTMutexRW();
     KTMutexRW(const KTMutexRW&) = delete;
     KTMutexRW& operator=(const KTMutexRW&) = delete;
 
-    /// Blocks until the calling thread has a shared hold.
+    /// Blocks until the calling thread has a shared hold. Not a cancellation point.
     void readLock();
 
-    /// Blocks until the calling thread has the exclusive hold.
+    /// Blocks until the calling thread has the exclusive hold. Not a cancellation point.
     void writeLock();
 
-    /// Gives back the hold that the calling thread has, of either kind.
+    /// Gives back the hold that the calling thread has, of either kind. Doesn't block.
     void unlock();
 
 private:

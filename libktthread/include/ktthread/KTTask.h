@@ -1,3 +1,4 @@
+/// \file
 /// The unit of work that a pool runs.
 #pragma once
 
@@ -17,17 +18,17 @@ namespace KT {
 class KTThread;
 
 /// The abstract task. A client derives from it, holds it by boost::shared_ptr and enqueues it.
-///
-///     struct Greet : KT::KTTask {
-///         Greet() { setTaskName("greet"); }
-///         void run() override
-///         {
-///             setExecutionTime();
-///             std::puts("hello");
-///             setEndTime();
-///         }
-///     };
-///
+/// \code
+/// struct Greet : KT::KTTask {
+///     Greet() { setTaskName("greet"); }
+///     void run() override
+///     {
+///         setExecutionTime();
+///         std::puts("hello");
+///         setEndTime();
+///     }
+/// };
+/// \endcode
 /// | state        | set by                                                        |
 /// |--------------|---------------------------------------------------------------|
 /// | 0 (waiting)  | the constructor, setCreationTime                              |
@@ -39,10 +40,16 @@ class KTThread;
 /// stage: the client until it enqueues, the body while it runs, the client again once the state
 /// is 2. The worker moves the state but stamps no time: a body that wants its waiting time counted
 /// calls setExecutionTime() first thing.
+///
+/// It can't be copied. Nothing here blocks but waitForEndOfTask, and nothing throws where it isn't
+/// said.
+///
+/// \ingroup ktthread
 class KTTHREAD_EXPORT KTTask {
 public:
     /// A task named "undefined", created now.
     KTTask();
+    /// Runs wherever the last reference is let go of: a worker's thread, or one that shuts down.
     virtual ~KTTask();
     KTTask(const KTTask&) = delete;
     KTTask& operator=(const KTTask&) = delete;
@@ -58,6 +65,9 @@ public:
     /// while it took the task.
     virtual void exitTask();
 
+    /// The name that its worker's thread is given. May be overridden.
+    ///
+    /// \return  a text that lives as long as the task, or until it is renamed
     virtual const std::string& getTaskName() const;
 
     /// Stamps the creation time now and sets the state to waiting.
@@ -71,26 +81,38 @@ public:
 
     /// Microseconds between creation and start of the body, wrapping at 2^31 (some 35 minutes).
     /// Meaningful only for a task that called setExecutionTime(), zero stamps otherwise.
+    ///
+    /// \return  microseconds
     std::int32_t getIdleTime() const;
 
     /// Microseconds between start and end of the body, wrapping at 2^31, if both were stamped.
+    ///
+    /// \return  microseconds
     std::int32_t getExecutionTime() const;
 
     /// Blocks until the state is finished, looking every 100 ms; a finished task returns at once.
     /// It blocks for ever on a task that is never run, that a shutdown dropped or cut off: a client
-    /// that needs a limit waits on a condition of its own, raised at the end of run().
+    /// that needs a limit waits on a condition of its own, raised at the end of run(). A
+    /// cancellation point.
     void waitForEndOfTask();
 
     /// Links the task to the worker that runs it; the workers call it. Takes no ownership.
+    ///
+    /// \param thread  the worker; empty: none
     void setThread(boost::shared_ptr<KTThread> thread);
 
-    /// The kernel shows the first seven characters while the task runs.
+    /// The kernel shows the first seven characters while the task runs. Throws std::bad_alloc.
+    ///
+    /// \param name  copied
     void setTaskName(const std::string& name);
 
     /// A report of six lines: name, the three stamps (UTC), the worker and the state. Any thread
     /// may call it while a worker runs the task, unless the body renames it. The days of a stamp
     /// are shown only while they are 0 or negative, so a wall-clock stamp reads as the time of day.
-    /// The worker's address has its "0x" twice, as the format has always had it.
+    /// The worker's address has its "0x" twice, as the format has always had it. Throws
+    /// std::bad_alloc.
+    ///
+    /// \return  the report, with a line end after each line
     std::string toString() const;
 
     /// True: the monitor drops its reference as soon as it has counted the task's waiting time. It
@@ -98,11 +120,11 @@ public:
     bool autoDelete;
 
 protected:
-    std::string taskName;
-    ro::os::timeval creationTime;
-    ro::os::timeval executionTime;  ///< zero until stamped
-    ro::os::timeval endTime;        ///< zero until stamped
-    std::atomic<std::int32_t> state;
+    std::string taskName;             ///< what setTaskName sets
+    ro::os::timeval creationTime;     ///< stamped by the constructor
+    ro::os::timeval executionTime;    ///< zero until stamped
+    ro::os::timeval endTime;          ///< zero until stamped
+    std::atomic<std::int32_t> state;  ///< 0 to 2, see above
 
 private:
     friend class KTThread;

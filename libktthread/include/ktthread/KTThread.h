@@ -1,3 +1,4 @@
+/// \file
 /// One worker of a pool.
 #pragma once
 
@@ -25,7 +26,11 @@ class KTMonitor;
 class KTStartedThreads;
 class KTThreadPool;
 
-/// The start routine of every worker thread; `arg` is the KTThread that launched it.
+/// The start routine of every worker thread. The platform calls it.
+///
+/// \param arg  the KTThread that launched it, which a shared pointer owns
+/// \return     null, and after one log record, if none does; else it ends by pthread_exit
+/// \ingroup ktthread
 KTTHREAD_EXPORT void* _KT_Thread_Pool_Atom(void* arg);
 
 /// A worker: an object that owns one POSIX thread. The pool makes, launches, stops and releases its
@@ -40,48 +45,72 @@ KTTHREAD_EXPORT void* _KT_Thread_Pool_Atom(void* arg);
 /// | "KTTask: N [finished]"| has run it; the name stays until the next one is set  |
 ///
 /// The kernel keeps 15 characters of them. A worker holds itself and its pool for as long as its
-/// loop runs.
+/// loop runs. It can't be copied.
+/// \code
+/// KT::KTThread::setStackSize(256 * 1024);  // before the first pool
+/// \endcode
+///
+/// \ingroup ktthread
 class KTTHREAD_EXPORT KTThread : public boost::enable_shared_from_this<KTThread> {
 public:
     /// A worker for slot `index` of `pool`, not yet launched. It keeps a weak reference to the pool
     /// and shares the pool's wake mutex and condition. Throws std::bad_alloc.
+    ///
+    /// \param pool           the one that its tasks come from
+    /// \param index          from 0
+    /// \param wakeMutex      not empty
+    /// \param wakeCondition  not empty; what the worker sleeps on
     KTThread(boost::shared_ptr<KTThreadPool> pool, int index, boost::shared_ptr<KTMutex> wakeMutex,
              boost::shared_ptr<KTCondition> wakeCondition);
 
     /// Joins the thread; on the worker's own thread, detaches it instead. A worker without a thread
-    /// has nothing to join.
+    /// has nothing to join. Blocks for the join; not a cancellation point.
     ~KTThread();
 
     KTThread(const KTThread&) = delete;
     KTThread& operator=(const KTThread&) = delete;
 
-    /// Bytes of stack of every worker launched from now on, in the whole process. 0: the default,
-    /// 655360. A size that the platform refuses (a negative one, or too small a one) gives the
-    /// platform's own default. Call it before pools are made: it is not ordered with a launch.
+    /// Bytes of stack of every worker launched from now on, in the whole process. A size that the
+    /// platform refuses (a negative one, or too small a one) gives the platform's own default. Call
+    /// it before pools are made: it is not ordered with a launch. Throws nothing.
+    ///
+    /// \param size  bytes; 0: the default, 655360
     static void setStackSize(int size);
 
-    /// Names the calling thread. The kernel keeps 15 characters.
+    /// Names the calling thread. Any thread may do so; doesn't block and throws nothing.
+    ///
+    /// \param name  the kernel keeps 15 characters
     static void setThreadName(const char* name);
 
-    /// Starts the thread; returns 0. Throws KTError, after one log record, if the platform can't
-    /// make one: the worker then stays as it was. To be called once.
+    /// Starts the thread. Throws KTError, after one log record, if the platform can't make one: the
+    /// worker then stays as it was. To be called once.
+    ///
+    /// \return  0
     int launch();
 
     /// Asks the worker to stop: it ends after the task that it runs, whose exitTask() is called
-    /// here. Neither wakes the worker nor waits for it. May be called from any thread.
+    /// here, and throws what that throws. Neither wakes the worker nor waits for it. May be called
+    /// from any thread.
     void killThread();
 
     /// Throws boost::bad_weak_ptr while no shared pointer owns the worker.
+    ///
+    /// \return  another owner
     boost::shared_ptr<KTThread> getThis() { return shared_from_this(); }
 
-    /// Takes the next task of the pool; false if there is none. The worker's own thread calls it.
+    /// Takes the next task of the pool. The worker's own thread calls it.
+    ///
+    /// \return  false if there is none, or no pool any more
     bool getTask();
 
     /// Asks the pool whether this worker must retire. The worker's own thread calls it.
+    ///
+    /// \return  what KTThreadPool::apoptosis says
     bool apoptosis();
 
     /// Runs the task taken, reports its end to the pool and lets go of it. The worker's own thread
-    /// calls it. Whatever but a KTError leaves the task's body leaves this too.
+    /// calls it; without a task it does nothing. Whatever but a KTError leaves the task's body
+    /// leaves this too.
     void runTask();
 
 private:

@@ -1,3 +1,4 @@
+/// \file
 /// The self-sizing pool of worker threads.
 #pragma once
 
@@ -25,13 +26,13 @@
 namespace KT {
 
 /// A pool of workers that run tasks in arrival order.
-///
-///     const boost::shared_ptr<KT::KTThreadPool> pool(new KT::KTThreadPool(2, 8, 10, 0, 0));
-///     pool->init(2, 8, 10, 0, 0);
-///     pool->enqueue(boost::make_shared<Greet>());
-///     // ... wait for what the tasks do ...
-///     pool->close();
-///
+/// \code
+/// const boost::shared_ptr<KT::KTThreadPool> pool(new KT::KTThreadPool(2, 8, 10, 0, 0));
+/// pool->init(2, 8, 10, 0, 0);
+/// pool->enqueue(boost::make_shared<Greet>());
+/// // ... wait for what the tasks do ...
+/// pool->close();
+/// \endcode
 /// Growth: after each enqueue and after every `monitorParam1` ended tasks the monitor looks; with
 /// at most one worker idle the pool gets one more, up to `maxThreads` (and to 190 busy ones).
 /// Workers never end by idling: a pool of more than 18 workers shrinks when adjustThread is told
@@ -58,15 +59,31 @@ namespace KT {
 /// that its parent has not closed it may do nothing but call join and close, which return false at
 /// once; it ends with _exit or goes on to exec. Where all pools were closed before the fork, or
 /// none made, the child may make its own.
+///
+/// Standard output: a monitor that sees 190 busy workers, xIncreaseThread on a full pool, a
+/// retirement and the destructor write a line to std::cout. Where a client has made that throw, the
+/// exception leaves the operation (but the destructor), or ends the process on a worker's thread:
+/// leave `std::cout.exceptions()` as it is.
+///
+/// "Blocks" is said of waits that last; all take locks that are held for a few instructions, and
+/// growth makes threads. It can't be copied.
+///
+/// \ingroup ktthread
 class KTTHREAD_EXPORT KTThreadPool : public boost::enable_shared_from_this<KTThreadPool> {
 public:
-    /// Records the sizes and makes the locks; starts nothing. `monitorParam1` is the monitor's
-    /// period, in ended tasks; the other two are kept and used by nothing. Nothing is checked here.
-    /// Throws std::length_error for a negative `maxThreads`, std::bad_alloc.
+    /// Records the sizes and makes the locks; starts nothing. Nothing is checked here. Throws
+    /// std::length_error for a negative `maxThreads`, std::bad_alloc.
+    ///
+    /// \param nbThreads      workers to start with
+    /// \param maxThreads     workers that it may grow to
+    /// \param monitorParam1  the monitor's period, in ended tasks; 0 or less: none
+    /// \param monitorParam2  kept, and used by nothing
+    /// \param monitorParam3  kept, and used by nothing
     KTThreadPool(int nbThreads, int maxThreads, int monitorParam1, int monitorParam2,
                  int monitorParam3);
 
-    /// A pool that was not shut down says so on standard output and does it, gently.
+    /// A pool that was not shut down (one without `init`, too) says so on standard output and does
+    /// it, gently. Blocks until the threads of workers that it still has are through.
     ~KTThreadPool();
 
     KTThreadPool(const KTThreadPool&) = delete;
@@ -77,49 +94,81 @@ public:
     /// the pool; all but the first are ignored. Throws KTError if `nbThreads` is more than
     /// `maxThreads` (nothing is made then) or if a thread can't be created (the pool is to be
     /// closed then), boost::bad_weak_ptr without an owner, std::bad_alloc.
+    ///
+    /// \param nbThreads      workers to start now
+    /// \param maxThreads     ignored
+    /// \param monitorParam1  ignored
+    /// \param monitorParam2  ignored
+    /// \param monitorParam3  ignored
     void init(int nbThreads, int maxThreads, int monitorParam1, int monitorParam2,
               int monitorParam3);
 
     /// Throws boost::bad_weak_ptr while no shared pointer owns the pool.
+    ///
+    /// \return  another owner
     boost::shared_ptr<KTThreadPool> getThis() { return shared_from_this(); }
 
-    /// Queues `task` and wakes a worker. False, and nothing queued, if the pool doesn't run. False
-    /// for an empty pointer, which is queued all the same. Doesn't wait for the task. Throws
-    /// std::bad_alloc, and nothing is queued then. A pool that has no memory to grow goes on with
-    /// the workers that it has.
+    /// Queues `task` and wakes a worker. Doesn't wait for the task. Throws std::bad_alloc, and
+    /// nothing is queued then. A pool that has no memory to grow goes on with the workers that it
+    /// has.
+    ///
+    /// \param task  shared until it has run; in an empty pointer's place, a worker finds nothing
+    /// \return      false, and nothing queued, if the pool doesn't run; false for an empty pointer,
+    ///              which is queued all the same: look at the pointer first
     bool enqueue(boost::shared_ptr<KTTask> task);
 
     /// Queues all of `batch`, in its order and with nothing in between, for the price of one: one
     /// hold of the queue, one look of the monitor, one wake-up, which the workers hand on to each
-    /// other. False, and nothing queued, if the pool doesn't run. False if a pointer is empty; all
-    /// are queued all the same. Throws std::bad_alloc, and nothing is queued then.
+    /// other. Doesn't wait for them. Throws std::bad_alloc, and nothing is queued then.
+    ///
+    /// \param batch  shared until they have run
+    /// \return       false, and nothing queued, if the pool doesn't run; false if a pointer is
+    ///               empty, and all are queued all the same
     bool enqueue(std::vector<boost::shared_ptr<KTTask> > batch);
 
-    /// Removes and returns the oldest task; empty if there is none. The workers call it.
+    /// Removes and returns the oldest task, and wakes the next worker. Throws nothing. The workers
+    /// call it: who else does has a task that nobody will run.
+    ///
+    /// \return  empty if there is none
     boost::shared_ptr<KTTask> getTask();
 
-    /// Reports an ended task to the monitor, if there is one. The workers call it.
+    /// Reports an ended task to the monitor, if there is one. Throws what KTMonitor::assimilate
+    /// throws. The workers call it.
+    ///
+    /// \param task  the one that has ended; empty counts as nothing
     void taskEnded(boost::shared_ptr<KTTask> task);
 
-    /// A positive `delta` starts that many workers, and cancels retirements still to come: true if
-    /// all were started. A negative one, in a pool of more than 18 workers, lets that many retire,
-    /// in place of any earlier request, but never the last one (then false). 0, or a pool without
-    /// workers: false. Throws std::bad_alloc, boost::bad_weak_ptr.
+    /// A positive `delta` starts that many workers, and cancels retirements still to come. A
+    /// negative one, in a pool of more than 18 workers, lets that many retire, in place of any
+    /// earlier request, but never the last one; in a smaller pool it does nothing, and says true
+    /// (`status` tells what came of it). Doesn't wait for a retirement: workers do so between
+    /// tasks. Throws std::bad_alloc, boost::bad_weak_ptr.
+    ///
+    /// \param delta  workers more or, if negative, less
+    /// \return       false if not all could be started, or are to retire; for 0; and in a pool
+    ///               without workers
     bool adjustThread(int delta);
 
-    /// Starts up to 5 workers more, and cancels retirements still to come. False only in a pool
-    /// that is full, true even if threads couldn't be created. A pool that was shut down is not
-    /// guarded: it runs again, and is to be shut down again. Throws std::bad_alloc,
-    /// boost::bad_weak_ptr.
+    /// Starts up to 5 workers more, and cancels retirements still to come. A pool that was shut
+    /// down is not guarded: it runs again, and is to be shut down again; adjustThread refuses that.
+    /// Throws std::bad_alloc, boost::bad_weak_ptr.
+    ///
+    /// \return  false only in a pool that is full; true even if threads couldn't be created
     bool xIncreaseThread();
 
     /// Whether `thread` must end now; it is out of the pool then. The workers call it.
+    ///
+    /// \param thread  a worker that is between tasks
+    /// \return        true as many times as `adjustThread` has asked for
     bool apoptosis(boost::shared_ptr<KTThread> thread);
 
-    /// Sets the idle time of every live worker to zero.
+    /// Sets the idle time of every live worker to zero. Throws nothing.
     void resetSumThreadIdle();
 
-    /// The sum of the live workers' idle times. No worker ever adds to its own, so it is zero.
+    /// The sum of the live workers' idle times. No worker ever adds to its own, so it is zero:
+    /// `status` tells how many are idle. Throws nothing.
+    ///
+    /// \return  zero
     ro::os::timeval computeSumThreadIdle();
 
     /// Drops the tasks not yet taken, asks the running ones to end (KTTask::exitTask) and tells the
@@ -127,22 +176,39 @@ public:
     /// off at its next cancellation point and never gets its final state. With libc++ that ends the
     /// process if the task is in a wait or a stream of the C++ library's, or in a catch (...) block
     /// around its code: see docs/compilers.md. Not to be called by one of the pool's own workers. A
-    /// second call does no harm. Throws std::bad_alloc before it has done anything.
+    /// second call does no harm. Throws std::bad_alloc before it has done anything. The tasks
+    /// dropped are destroyed on the calling thread.
+    ///
+    /// \param force  whether to cancel: for tasks that can't be asked
     void shutdown(bool force);
 
-    /// If tasks are queued, wakes one worker; returns whether any were.
+    /// If tasks are queued, wakes one worker. Throws nothing.
+    ///
+    /// \return  whether any were
     bool wake();
 
-    /// Waits until every thread that the pool ever started has ended. At most `timeoutMs`
-    /// milliseconds, no limit if negative. False when the time is over, and at once on a pool that
-    /// runs and from one of its own workers. A cancellation point.
+    /// Blocks until every thread that the pool ever started has ended. A cancellation point. Throws
+    /// std::bad_alloc; call it again then.
+    ///
+    /// \param timeoutMs  milliseconds that it may take; no limit if negative
+    /// \return           false when the time is over, and at once on a pool that runs, from one of
+    ///                   its own workers, and in a child of the process that started them (fork)
     bool join(int timeoutMs = -1);
 
     /// Shuts down, joins and lets go of the monitor: the last reference to the pool then destroys
-    /// it. False when the join said so; call it again then, with more time, or by force, which also
-    /// cuts off the workers that a gentle shutdown before is still waiting for.
+    /// it. Blocks, and is a cancellation point, as `join`. Throws std::bad_alloc; call it again
+    /// then.
+    ///
+    /// \param force      as for `shutdown`; it also cuts off the workers that a gentle shutdown
+    ///                   before is still waiting for
+    /// \param timeoutMs  milliseconds that it may take; no limit if negative
+    /// \return           false when the join said so; call it again then, with more time, or by
+    ///                   force
     bool close(bool force = false, int timeoutMs = -1);
 
+    /// What the pool does at the moment. Throws nothing.
+    ///
+    /// \return  its figures
     KTThreadPoolStatus status() const;
 
 private:

@@ -1,10 +1,18 @@
+/// \file
 /// The figures of KTThreadPool::status.
 #pragma once
 
 namespace KT {
 
 /// What a pool does at the moment. Each figure is right by itself; together they may be of slightly
-/// different moments.
+/// different moments. A value; reading it is free.
+/// \code
+/// const KT::KTThreadPoolStatus now = pool->status();
+/// std::printf("%d of %d workers busy, %d tasks wait\n", now.busyThreads, now.threads,
+///             now.queuedTasks);
+/// \endcode
+///
+/// \ingroup ktthread
 struct KTThreadPoolStatus {
     int threads;          ///< live workers
     int busyThreads;      ///< workers that run a task; workers cut off in one stay counted

@@ -1,3 +1,4 @@
+/// \file
 /// All of libktthread: the pool, its tasks and workers, and its primitives.
 #pragma once
 
