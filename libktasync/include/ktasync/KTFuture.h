@@ -44,9 +44,9 @@ public:
     /// A future without a task.
     KTFuture() = default;
 
-    /// Doesn't block, and throws nothing.
+    /// Whether there is a task. Doesn't block, and throws nothing.
     ///
-    /// \return  whether it has a task
+    /// \return  false for a future by default, moved from, or asked for its result
     bool valid() const { return static_cast<bool>(job); }
 
     /// Blocks until the task has ended. Throws what it threw, or KTCancelled. The future has no

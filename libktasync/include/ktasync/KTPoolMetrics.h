@@ -28,11 +28,11 @@ namespace KT {
 /// | ktthread_task_wait_seconds          | histogram | the time between submission and start      |
 /// | ktthread_task_run_seconds           | histogram | the time that the callable ran             |
 /// | ktthread_tasks_total{outcome="..."} | counter   | tasks done, failed, cancelled              |
-/// | ktthread_workers                    | gauge     | KTThreadPoolStatus::threads                |
-/// | ktthread_workers_busy               | gauge     | KTThreadPoolStatus::busyThreads            |
-/// | ktthread_workers_max                | gauge     | KTThreadPoolStatus::maxThreads             |
-/// | ktthread_workers_to_retire          | gauge     | KTThreadPoolStatus::threadsToRemove        |
-/// | ktthread_tasks_queued               | gauge     | KTThreadPoolStatus::queuedTasks            |
+/// | ktthread_workers                    | gauge     | threads of KTThreadPoolStatus              |
+/// | ktthread_workers_busy               | gauge     | busyThreads of KTThreadPoolStatus          |
+/// | ktthread_workers_max                | gauge     | maxThreads of KTThreadPoolStatus           |
+/// | ktthread_workers_to_retire          | gauge     | threadsToRemove of KTThreadPoolStatus      |
+/// | ktthread_tasks_queued               | gauge     | queuedTasks of KTThreadPoolStatus          |
 ///
 /// All have the label `pool`. The first three tell of tasks of this library that were submitted
 /// since; what a shutdown dropped or cut off counts as cancelled, and only tasks that began have a
@@ -45,9 +45,9 @@ namespace KT {
 /// \ingroup ktasync
 class KTASYNC_EXPORT KTPoolMetrics {
 public:
-    /// Throws KTError without a registry, for a `refreshMs` below 1, and for a name that the
-    /// registry has already; std::bad_alloc; std::system_error if the thread can't be made. Doesn't
-    /// block.
+    /// Starts to keep them. Throws KTError without a registry, for a `refreshMs` below 1, and for a
+    /// name that the registry has already; std::bad_alloc; std::system_error if the thread can't be
+    /// made. Doesn't block.
     ///
     /// \param pool       is kept alive, and may be closed
     /// \param registry   that the figures are put into

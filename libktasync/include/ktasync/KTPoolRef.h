@@ -30,7 +30,8 @@ class PoolContext;
 /// \ingroup ktasync
 class KTASYNC_EXPORT KTPoolRef {
 public:
-    /// Throws KTError for a null pointer. The place is the caller's; leave it to the compiler.
+    /// A pool of the core. Throws KTError for a null pointer. The place is the caller's; leave it
+    /// to the compiler.
     ///
     /// \param pool      shared
     /// \param function  that the call is in; copied
@@ -41,7 +42,7 @@ public:
               const char* function = __builtin_FUNCTION(), const char* file = __builtin_FILE(),
               int line = __builtin_LINE());
 
-    /// Throws KTError if the pool was moved away.
+    /// A pool for a scope. Throws KTError if the pool was moved away.
     ///
     /// \param pool      whose pool is shared; the object itself may go
     /// \param function  that the call is in; copied

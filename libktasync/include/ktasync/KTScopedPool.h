@@ -55,7 +55,7 @@ public:
     /// Closes it. Blocks as the table says; not a cancellation point.
     ~KTScopedPool();
 
-    /// Doesn't block.
+    /// Takes the pool over. Doesn't block.
     ///
     /// \param other  has no pool afterwards
     KTScopedPool(KTScopedPool&& other) noexcept;

@@ -27,9 +27,9 @@ public:
     /// A token that is never raised.
     KTStopToken() = default;
 
-    /// Doesn't block, and throws nothing.
+    /// A look at the mark. Doesn't block, and throws nothing.
     ///
-    /// \return  whether the mark is raised
+    /// \return  whether it is raised
     bool stopRequested() const { return job && job->stopRequested(); }
 
     /// Throws KTCancelled once the mark is raised: an exit from deep inside. Doesn't block.

@@ -27,9 +27,11 @@ public:
     /// \param line         its line
     KTError(const std::string& module, const std::string& method, const std::string& description,
             const char* file, unsigned line);
-    /// Throws std::bad_alloc.
+    /// A copy. Throws std::bad_alloc.
     KTError(const KTError&) = default;
-    /// Throws std::bad_alloc. \return  this error
+    /// Becomes a copy. Throws std::bad_alloc.
+    ///
+    /// \return  this error
     KTError& operator=(const KTError&) = default;
     /// Throws nothing.
     ~KTError() override;

@@ -5,6 +5,8 @@
 /// A guard belongs to the thread that built it and ends there. The lock given to it must not be an
 /// empty pointer. Statuses of the platform calls are ignored, but for the try-lock's. None of them
 /// throws, is a cancellation point or can be copied; giving a lock back doesn't block.
+///
+/// \ingroup ktthread
 #pragma once
 
 #include <pthread.h>

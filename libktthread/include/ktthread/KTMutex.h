@@ -6,6 +6,8 @@
 /// No operation looks at the status of the platform call or passes it on: a failing call (an unlock
 /// by a stranger, a destroy of a locked mutex) goes by silently. None throws but those that make a
 /// lock.
+///
+/// \ingroup ktthread
 #pragma once
 
 #include <memory>
@@ -20,7 +22,7 @@ namespace KT {
 
 /// How the primitives give back the platform's objects that they own. Not for clients.
 ///
-/// \ingroup ktthread
+/// \ingroup ktthread_own
 struct KTPlatformObjectDeleter {
     /// Gives the memory back. Throws nothing; any thread.
     ///

@@ -30,7 +30,7 @@ class KTThreadPool;
 ///
 /// \param arg  the KTThread that launched it, which a shared pointer owns
 /// \return     null, and after one log record, if none does; else it ends by pthread_exit
-/// \ingroup ktthread
+/// \ingroup ktthread_own
 KTTHREAD_EXPORT void* _KT_Thread_Pool_Atom(void* arg);
 
 /// A worker: an object that owns one POSIX thread. The pool makes, launches, stops and releases its
@@ -93,9 +93,9 @@ public:
     /// from any thread.
     void killThread();
 
-    /// Throws boost::bad_weak_ptr while no shared pointer owns the worker.
+    /// Another owner of the worker. Throws boost::bad_weak_ptr while no shared pointer owns it.
     ///
-    /// \return  another owner
+    /// \return  never empty
     boost::shared_ptr<KTThread> getThis() { return shared_from_this(); }
 
     /// Takes the next task of the pool. The worker's own thread calls it.

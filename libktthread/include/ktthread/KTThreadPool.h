@@ -103,9 +103,9 @@ public:
     void init(int nbThreads, int maxThreads, int monitorParam1, int monitorParam2,
               int monitorParam3);
 
-    /// Throws boost::bad_weak_ptr while no shared pointer owns the pool.
+    /// Another owner of the pool. Throws boost::bad_weak_ptr while no shared pointer owns it.
     ///
-    /// \return  another owner
+    /// \return  never empty
     boost::shared_ptr<KTThreadPool> getThis() { return shared_from_this(); }
 
     /// Queues `task` and wakes a worker. Doesn't wait for the task. Throws std::bad_alloc, and

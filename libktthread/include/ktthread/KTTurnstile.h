@@ -8,12 +8,12 @@ namespace KT {
 
 /// Bytes that travel together between cores.
 ///
-/// \ingroup ktthread
+/// \ingroup ktthread_own
 const int cacheLineSize = 64;
 
 /// Stands in an object between what different threads write, so that no cache line has both.
 ///
-/// \ingroup ktthread
+/// \ingroup ktthread_own
 struct KTCacheLineGap {
     /// Never looked at.
     char bytes[cacheLineSize];
@@ -35,7 +35,7 @@ struct KTCacheLineGap {
 /// }
 /// \endcode
 ///
-/// \ingroup ktthread
+/// \ingroup ktthread_own
 class KTTurnstile {
 public:
     /// Nobody is in it.

@@ -5,6 +5,8 @@
 /// beforehand is used as it is; otherwise libro registers one that writes to standard error, which
 /// the client gets with `spdlog::get(category)` and redirects, filters or formats by spdlog's own
 /// means. Everything here may be called from any thread, also while the process exits.
+///
+/// \ingroup ro
 #pragma once
 
 #include <sstream>

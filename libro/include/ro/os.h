@@ -1,6 +1,8 @@
 /// \file
 /// Operating-system utilities: the wall clock and a sleep.
 /// Every function may be called from any thread.
+///
+/// \ingroup ro
 #pragma once
 
 #include <cstdint>
