@@ -23,7 +23,7 @@ namespace KT {
 /// \ingroup ktasync
 class KTASYNC_EXPORT KTCancelled : public KTError {
 public:
-    /// Doesn't block. Throws std::bad_alloc.
+    /// Says that `task` was not done. Doesn't block. Throws std::bad_alloc.
     ///
     /// \param task  is named in the text
     explicit KTCancelled(const std::string& task);
