@@ -157,6 +157,42 @@ case_examples() {
     { cat "$work/log"; fail "they don't do what they say"; }
 }
 
+# first_block KIND: of that kind in the guide's page for beginners.
+first_block() { sed -n "/^\`\`\`$1\$/,/^\`\`\`\$/{//!p;/^\`\`\`\$/q}" "$sources/docs/guide/first-program.md"; }
+
+use_guide() {
+  rm -rf "$work"
+  mkdir -p "$work/source"
+  cd "$work/source"
+  first_block cmake >CMakeLists.txt
+  first_block cpp >service.cpp
+}
+
+case_guide_cmake() {
+  use_guide
+  build_with_cmake
+  expect_output "$work/build/service" "$(first_block text)"
+}
+
+# That it can be configured; the case `subdirectory` builds the same.
+case_guide_add_subdirectory() {
+  use_guide
+  ln -s "$sources" libktthread
+  sed -i 's/^find_package(ktthread.*/add_subdirectory(libktthread)/' CMakeLists.txt
+  grep -q '^add_subdirectory' CMakeLists.txt || fail "there is no find_package to replace"
+  cmake -S . -B "$work/build" -G Ninja >"$work/log" 2>&1 || { cat "$work/log"; fail "can't be configured"; }
+}
+
+case_guide_pkg_config() {
+  use_guide
+  use_pkg_config
+  local line
+  line=$(grep '^g++ ' "$sources/docs/guide/first-program.md")
+  [ "$static" = no ] || line=${line/--libs/--libs --static}
+  bash -euc "$line" || fail "can't be built: $line"
+  expect_output ./service "$(first_block text)"
+}
+
 case_own_platform_libraries() {
   rm -rf "$work"
   mkdir -p "$work"
