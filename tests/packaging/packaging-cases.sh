@@ -185,6 +185,9 @@ case_guide_add_subdirectory() {
 
 case_guide_pkg_config() {
   use_guide
+  # The guide's line is for a prefix without spaces.
+  ln -s "$installed" "$work/prefix"
+  installed=$work/prefix/
   use_pkg_config
   local line
   line=$(grep '^g++ ' "$sources/docs/guide/first-program.md")
