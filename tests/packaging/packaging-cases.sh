@@ -95,6 +95,23 @@ case_cmake_core_alone() {
   expect_output "$work/build/core" "built with $version, runs with $version"
 }
 
+# The policies are those of an old CMake, and the variables are the client's own.
+case_cmake_old_client() {
+  rm -rf "$work"
+  mkdir -p "$work/source"
+  cd "$work/source"
+  cat >CMakeLists.txt <<'END'
+cmake_minimum_required(VERSION 3.2)
+project(old LANGUAGES CXX)
+set(components core)
+find_package(ktthread 1.0 REQUIRED COMPONENTS ${components})
+if(NOT "${components}" STREQUAL "core")
+  message(FATAL_ERROR "components is '${components}'")
+endif()
+END
+  configure || { cat "$work/log"; fail "can't be configured"; }
+}
+
 # expect_refusal TEXT OPTION...
 expect_refusal() {
   local text=$1
