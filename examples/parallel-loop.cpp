@@ -5,6 +5,7 @@
 ///     pi is about 3.14159265
 ///     AB CD EF
 #include <cctype>
+#include <cstddef>
 #include <cstdio>
 #include <string>
 #include <vector>

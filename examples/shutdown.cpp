@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <functional>
 #include <future>
+#include <memory>
 
 #include <unistd.h>
 
