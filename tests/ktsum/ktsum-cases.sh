@@ -103,7 +103,7 @@ case_unreadable_files_are_a_line_each_and_the_rest_goes_on() {
   make_tree
   ln -s nowhere tree/dangling
   expect_status 1 "$ktsum" tree/plain missing $'mis\nsing' tree/dangling tree/sub >actual 2>errors
-  sha256sum tree/plain $(find tree/sub -type f | sort) >expected
+  find tree/sub -type f -print0 | sort -z | xargs -0 sha256sum tree/plain >expected
   expect_same expected actual "the rest"
   printf 'ktsum: %s: No such file or directory\n' missing '\mis\nsing' tree/dangling >expected
   expect_same expected errors "the lines"
