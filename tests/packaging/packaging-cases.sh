@@ -112,6 +112,17 @@ END
   configure || { cat "$work/log"; fail "can't be configured"; }
 }
 
+# Another prefix, which is searched first, has packages of the platform libraries' names.
+case_cmake_other_platform_in_front() {
+  use_consumer
+  local name
+  for name in ro kterror; do
+    mkdir -p "$work/other/lib/cmake/$name"
+    echo "message(FATAL_ERROR \"another $name\")" >"$work/other/lib/cmake/$name/${name}Config.cmake"
+  done
+  configure -DCMAKE_PREFIX_PATH="$work/other;$installed" || { cat "$work/log"; fail "can't be configured"; }
+}
+
 # expect_refusal TEXT OPTION...
 expect_refusal() {
   local text=$1
