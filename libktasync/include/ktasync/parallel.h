@@ -1,13 +1,13 @@
 /// \file
 /// Loops whose passes run on the workers of a pool and on the calling thread.
 ///
-/// The passes are done in pieces of `grain` passes in a row; 0 chooses one of 256 pieces, fewer for
-/// short loops. Pieces begin in order. The caller takes part, so a loop ends whatever the pool
-/// does, busy or shut down, and loops may be nested to any depth. When a pass throws, pieces that
-/// haven't begun are not done any more, and the first exception reaches the caller when all pieces
-/// have ended. KTCancelled: a forced shutdown cut a piece off. Bodies are called from several
-/// threads at once, and are not copied. All block until the loop has ended; may be called from any
-/// thread; are cancellation points; throw KTError for a negative grain, std::bad_alloc.
+/// The passes are done in pieces of `grain` passes in a row; 0 makes 256 pieces, fewer for short
+/// loops. Pieces begin in order. The caller takes part, so a loop ends whatever the pool does, busy
+/// or shut down, and loops may be nested to any depth. When a pass throws, pieces that haven't
+/// begun are not done any more, and the first exception reaches the caller when all pieces have
+/// ended. KTCancelled: a forced shutdown cut a piece off. Bodies are called from several threads at
+/// once, and are not copied. All block until the loop has ended; may be called from any thread; are
+/// cancellation points; throw KTError for a negative grain, std::bad_alloc.
 ///
 /// \ingroup ktasync
 #pragma once
