@@ -10,8 +10,6 @@
 #include <future>
 #include <memory>
 
-#include <unistd.h>
-
 #include <boost/make_shared.hpp>
 
 #include <ktasync/ktasync.h>
@@ -51,7 +49,7 @@ int main()
     std::printf("by force: ");
     closeWhileBusy(true, [kept](std::promise<void>& begun) {
         begun.set_value();
-        pause();  // for ever, whatever it is asked
+        KT::KTStopToken().waitFor(-1);  // nobody's token: for ever, whatever the task is asked
     });
     std::puts(kept.use_count() == 1 ? "the running one is unwound" : "");
 }
