@@ -21,11 +21,12 @@ HERE = pathlib.Path(__file__).parent
 def machine():
     cpu = re.search(r"^model name\s*: (.*)$", pathlib.Path("/proc/cpuinfo").read_text(), re.M)
     system = re.search(r'^PRETTY_NAME="(.*)"$', pathlib.Path("/etc/os-release").read_text(), re.M)
+    kernel = ".".join(platform.release().split(".")[:2])
     processors = subprocess.run(["nproc"], capture_output=True, text=True, check=True).stdout.strip()
     compiler = subprocess.run(["g++", "-dumpfullversion"], capture_output=True, text=True, check=True).stdout.strip()
     return (
         f"{processors} processors, {cpu.group(1) if cpu else platform.machine()}, Linux"
-        f" {platform.release()}; {system.group(1)}, g++ {compiler}, glibc {platform.libc_ver()[1]};"
+        f" {kernel}; {system.group(1)}, g++ {compiler}, glibc {platform.libc_ver()[1]};"
         f" {datetime.date.today()}"
     )
 

@@ -33,7 +33,6 @@ private:
 
     const boost::intrusive_ptr<Job> job;
     // In a backlog.
-    // In a backlog.
     boost::shared_ptr<PoolTask> next;
     bool isToDrop = false;
 };

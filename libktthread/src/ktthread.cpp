@@ -1251,8 +1251,7 @@ bool KTThreadPool::growLocked(int count, Workers& displaced)
     }
     for (int i = 0; i < count; ++i) {
         if (nbThreads >= maxThreads) {
-            KT_POOL_PROBE(limit_reached, this, KT_AT(queueLength), KT_AT(nbThreads),
-                          KT_AT(maxThreads));
+            announceLimit();
             return false;
         }
         if (!startWorkerLocked(displaced)) {

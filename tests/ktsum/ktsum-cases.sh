@@ -307,6 +307,8 @@ case_full_disk_is_an_error() {
   make_tree
   expect_status 1 "$ktsum" tree >/dev/full 2>errors
   grep -q '^ktsum: write error: No space left on device$' errors || fail "$(cat errors)"
+  expect_status 1 "$ktsum" --version >/dev/full 2>errors
+  grep -q '^ktsum: write error: No space left on device$' errors || fail "$(cat errors)"
 }
 
 case_closed_pipe_ends_it_quietly() {

@@ -432,6 +432,9 @@ case_broken_recordings_are_named_with_the_line() {
   expect_complaint 1 'kttop: there is no sample in the recording' --once --replay header
   expect_complaint 1 "none can't be read: No such file or directory" --once --replay none
   expect_complaint 1 "/dev/full can't be written on: No space left on device" --record /dev/full "$pid"
+  local said
+  said=$("$kttop" --version 2>&1 >/dev/full) && fail "--version on a full disk"
+  [[ $said == "kttop: write error: No space left on device" ]] || fail "said: $said"
 }
 
 case_what_cannot_be_watched_is_said() {

@@ -112,6 +112,25 @@ END
   configure || { cat "$work/log"; fail "can't be configured"; }
 }
 
+# Static libraries need prometheus-cpp for async, and that one is optional here.
+case_cmake_optional_async() {
+  rm -rf "$work"
+  mkdir -p "$work/source"
+  cd "$work/source"
+  cat >CMakeLists.txt <<'END'
+cmake_minimum_required(VERSION 3.22)
+project(optional LANGUAGES CXX)
+find_package(ktthread 1.0 REQUIRED COMPONENTS core OPTIONAL_COMPONENTS async)
+if(NOT TARGET ktthread::ktthread)
+  message(FATAL_ERROR "no core")
+endif()
+if(ktthread_async_FOUND AND NOT TARGET ktasync::ktasync)
+  message(FATAL_ERROR "async is said to be there")
+endif()
+END
+  configure -DCMAKE_DISABLE_FIND_PACKAGE_prometheus-cpp=ON || { cat "$work/log"; fail "can't be configured"; }
+}
+
 # Another prefix, which is searched first, has packages of the platform libraries' names.
 case_cmake_other_platform_in_front() {
   use_consumer

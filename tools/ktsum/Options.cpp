@@ -1,6 +1,8 @@
 #include "Options.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <iostream>
 
 #include <sched.h>
 
@@ -8,9 +10,9 @@
 
 #include <ktthread/version.h>
 
-namespace {
+#include "ExitStatus.h"
 
-const int badUsage = 2;
+namespace {
 
 /// Processors that this process may use.
 int processors()
@@ -102,13 +104,20 @@ std::optional<Options> parseOptions(int argc, char** argv, int& exitStatus)
         "parallel.",
         "ktsum");
     app.set_version_flag("--version", "ktsum " KT_VERSION, "Print the version and end");
+    app.failure_message([](const CLI::App* failed, const CLI::Error& error) {
+        return "ktsum: " + CLI::FailureMessage::simple(failed, error);
+    });
     addOptions(app, options);
     try {
         app.parse(argc, argv);
         complete(options);
         return options;
     } catch (const CLI::ParseError& error) {
-        exitStatus = app.exit(error) == 0 ? 0 : badUsage;
+        exitStatus = app.exit(error) == 0 ? exitDone : exitUsage;
+        if (!std::cout.flush()) {
+            std::perror("ktsum: write error");
+            exitStatus = exitFailure;
+        }
         return std::nullopt;
     }
 }

@@ -3,15 +3,13 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "ExitStatus.h"
 #include "Interrupt.h"
 #include "Names.h"
 #include "Output.h"
 #include "Run.h"
 
 namespace {
-
-const int failure = 1;
-const int badUsage = 2;
 
 int runWith(const Options& options)
 {
@@ -23,20 +21,20 @@ int runWith(const Options& options)
         }
     } catch (const std::invalid_argument& error) {
         complain(error.what());
-        return badUsage;
+        return exitUsage;
     } catch (const std::system_error& error) {
         complain(asPrinted(options.checkFile.value_or("")) + ": " + error.code().message());
     } catch (const std::exception& error) {
         complain(error.what());
     }
-    return failure;
+    return exitFailure;
 }
 
 }  // namespace
 
 int main(int argc, char** argv)
 {
-    int exitStatus = 0;
+    int exitStatus = exitDone;
     const std::optional<Options> options = parseOptions(argc, argv, exitStatus);
     if (!options) {
         return exitStatus;

@@ -1,5 +1,8 @@
 #include "Options.h"
 
+#include <cstdio>
+#include <iostream>
+
 #include <CLI/CLI.hpp>
 
 #include <ktthread/version.h>
@@ -71,6 +74,9 @@ std::optional<Options> parseOptions(int argc, char** argv, int& exitStatus)
     CLI::App app(description, "kttop");
     app.footer(footer);
     app.set_version_flag("--version", "kttop " KT_VERSION, "Print the version and end");
+    app.failure_message([](const CLI::App* failed, const CLI::Error& error) {
+        return "kttop: " + CLI::FailureMessage::simple(failed, error);
+    });
     addOptions(app, options);
     try {
         app.parse(argc, argv);
@@ -80,6 +86,10 @@ std::optional<Options> parseOptions(int argc, char** argv, int& exitStatus)
         return options;
     } catch (const CLI::ParseError& error) {
         exitStatus = app.exit(error) == 0 ? exitDone : exitUsage;
+        if (!std::cout.flush()) {
+            std::perror("kttop: write error");
+            exitStatus = exitFailure;
+        }
         return std::nullopt;
     }
 }

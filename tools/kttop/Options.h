@@ -14,6 +14,6 @@ struct Options {
     std::string procfs = "/proc";
 };
 
-/// Reads the command line. Nothing: the program is to end with `exitStatus` (0 after --help, 2 for
-/// a bad usage), what there is to say having been said.
+/// Reads the command line. Nothing: the program is to end with `exitStatus` (0 after --help, 1 if
+/// that can't be written, 2 for a bad usage), what there is to say having been said.
 std::optional<Options> parseOptions(int argc, char** argv, int& exitStatus);
