@@ -72,21 +72,30 @@ TEST_F(PoolJoin, IsFalseAtOnceFromAnOwnWorkerAndNotFromAnother)
     const Pool stopped = fixed(1);
     Gate gate;
     std::atomic<int> own(-1);
+    std::atomic<bool> known(false);
     const auto inside = makeTask([&] {
         gate.pass();
+        known = stopped->runningInThisThread();
         own = stopped->join();
     });
+    EXPECT_FALSE(stopped->runningInThisThread());
     ASSERT_TRUE(stopped->enqueue(inside));
     ASSERT_TRUE(untilArrived(stopped, gate));
     stopped->shutdown(false);
 
     const Pool other = fixed(1);
     std::atomic<int> elsewhere(-1);
-    const auto joiner = makeTask([&] { elsewhere = stopped->join(); });
+    std::atomic<bool> mistaken(true);
+    const auto joiner = makeTask([&] {
+        mistaken = stopped->runningInThisThread();
+        elsewhere = stopped->join();
+    });
     ASSERT_TRUE(other->enqueue(joiner));
     gate.open();
     ASSERT_TRUE(untilFinished(other, joiner));
+    EXPECT_TRUE(known);
     EXPECT_EQ(own, 0);
+    EXPECT_FALSE(mistaken);
     EXPECT_EQ(elsewhere, 1);
 }
 

@@ -151,18 +151,34 @@ TEST_F(PoolSizing, RetirementNeverHoldsTwoLocks)
     EXPECT_TRUE(eventually([&] { return pool->status().threads == 1; }));
 }
 
-TEST_F(PoolSizing, StrangersAndWorkersSetAsideDoNotRetire)
+TEST_F(PoolSizing, WhoHasNoSlotDoesNotRetire)
 {
     const Pool pool = filled(6, 6);
     inside::nbThreadsToRemove(pool) = 3;
     EXPECT_FALSE(pool->apoptosis(boost::shared_ptr<KT::KTThread>()));
-    const boost::shared_ptr<KT::KTThread> stranger(
+    for (const int index : {-1, 6, 600}) {
+        const boost::shared_ptr<KT::KTThread> beyond(
+            new KT::KTThread(pool, index, inside::wakeMutex(pool), inside::wakeCondition(pool)));
+        EXPECT_FALSE(pool->apoptosis(beyond)) << index;
+    }
+    const boost::shared_ptr<KT::KTThread> setAside(
         new KT::KTThread(pool, 2, inside::wakeMutex(pool), inside::wakeCondition(pool)));
-    EXPECT_FALSE(pool->apoptosis(stranger));
-    const boost::shared_ptr<KT::KTThread> beyond(
-        new KT::KTThread(pool, 600, inside::wakeMutex(pool), inside::wakeCondition(pool)));
-    EXPECT_FALSE(pool->apoptosis(beyond));
+    setAside->killThread();
+    EXPECT_FALSE(pool->apoptosis(setAside));
     EXPECT_EQ(pool->status().threads, 6);
+}
+
+TEST_F(PoolSizing, WorkerOfAClientRetiresInTheSlotOfItsIndex)
+{
+    const Pool pool = made(20, 20);  // without workers of its own
+    EXPECT_TRUE(pool->adjustThread(-1));
+    const boost::shared_ptr<KT::KTThread> worker(
+        new KT::KTThread(pool, 2, inside::wakeMutex(pool), inside::wakeCondition(pool)));
+    EXPECT_TRUE(pool->apoptosis(worker));
+    EXPECT_EQ(console.text(), "KTThreadPool::decrease\n");
+    EXPECT_EQ(pool->status().threads, 19);
+    EXPECT_FALSE(pool->apoptosis(worker));
+    pool->shutdown(false);
 }
 
 TEST_F(PoolSizing, CountBeyondTheTableIsNeverIndexed)

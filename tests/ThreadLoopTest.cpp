@@ -79,6 +79,41 @@ TEST_F(ThreadLoop, StartRoutineReturnsNullForAnUnownedWorker)
     EXPECT_EQ(result, nullptr);
 }
 
+// Called by hand it is none of the threads that the pool has started, and waits for.
+TEST_F(ThreadLoop, StartRoutineCalledByHandIsNotCountedOut)
+{
+    const Pool pool = fixed(1);
+    int cancellation = -1;
+    std::thread([&] {
+        KT::KTThread unowned(pool, 0, inside::wakeMutex(pool), inside::wakeCondition(pool));
+        KT::_KT_Thread_Pool_Atom(&unowned);
+        EXPECT_FALSE(pool->runningInThisThread());
+        pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &cancellation);
+    }).join();
+    EXPECT_EQ(cancellation, PTHREAD_CANCEL_ENABLE);
+    Gate gate;
+    const auto task = makeTask([&] { gate.pass(); });
+    ASSERT_TRUE(pool->enqueue(task));
+    ASSERT_TRUE(untilArrived(pool, gate));
+    EXPECT_FALSE(pool->close(false, 1)) << "its worker is at work";
+    gate.open();
+    EXPECT_TRUE(pool->close(false, 60000));
+}
+
+TEST_F(ThreadLoop, WorkerObjectThatIsKeptDoesNotKeepThePool)
+{
+    Pool pool = boost::make_shared<KT::KTThreadPool>(1, 1, 0, 0, 0);
+    pool->init(1, 1, 0, 0, 0);
+    const boost::shared_ptr<KT::KTThread> kept = inside::threads(pool)[0];
+    const auto task = makeTask();
+    ASSERT_TRUE(pool->enqueue(task));
+    ASSERT_TRUE(untilFinished(pool, task));
+    EXPECT_TRUE(pool->close());
+    const boost::weak_ptr<KT::KTThreadPool> watched = pool;
+    pool.reset();
+    EXPECT_TRUE(watched.expired());
+}
+
 TEST_F(ThreadLoop, KilledSleeperEndsWithoutTakingAQueuedTask)
 {
     const Pool pool = fixed(1);

@@ -728,6 +728,7 @@ KTThread::KTThread(boost::shared_ptr<KTThreadPool> owner, int slot,
       pool(owner),
       killed(false),
       launched(false),
+      isCounted(false),
       startedThreads(owner ? owner->startedThreads : nullptr)
 {
     int unset = 0;
@@ -782,6 +783,7 @@ int KTThread::launch()
     pthread_attr_setschedparam(&attributes, &priority);
     if (startedThreads) {
         startedThreads->add();
+        isCounted = true;
     }
     const int rc = pthread_create(&threadHandle, &attributes, _KT_Thread_Pool_Atom, this);
     pthread_attr_destroy(&attributes);
@@ -789,7 +791,7 @@ int KTThread::launch()
         launched = true;
         return 0;
     }
-    if (startedThreads) {
+    if (isCounted.exchange(false)) {
         startedThreads->remove();
     }
     const std::string description =
@@ -822,14 +824,19 @@ void* _KT_Thread_Pool_Atom(void* arg)
 {
     KTThread::setThreadName("KTThread [new]");
     // For good: the destructors of the thread's own objects are not to be cut short either.
-    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+    int before = 0;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before);
     KTThread* const worker = static_cast<KTThread*>(arg);
-    const CountedThread counted(worker->startedThreads);
+    // Only a thread that `launch` has made is counted in.
+    const CountedThread counted(worker->isCounted.exchange(false)
+                                    ? worker->startedThreads
+                                    : boost::intrusive_ptr<KTStartedThreads>());
     boost::shared_ptr<KTThread> self;
     try {
         self = worker->getThis();
     } catch (const boost::exception&) {
         logRecord("KTThread", "_KT_Thread_Pool_Atom", "cannot create thread");
+        pthread_setcancelstate(before, nullptr);
         return nullptr;
     }
     const boost::shared_ptr<KTThreadPool> pool = self->pool.lock();
@@ -842,7 +849,7 @@ void KTThread::loop(KTThreadPool* livePool)
 {
     /// Announces the worker, and its end however it comes.
     struct Announced {
-        Announced(const KTThread* started, const KTThreadPool* owner) : worker(started), pool(owner)
+        Announced(KTThread* started, const KTThreadPool* owner) : worker(started), pool(owner)
         {
             if (pool != nullptr) {
                 KT_PROBE(worker_started, pool, KT_IS(0), KT_AT(worker->index),
@@ -855,12 +862,14 @@ void KTThread::loop(KTThreadPool* livePool)
                 KT_PROBE(worker_ended, pool, KT_IS(0), KT_AT(worker->index),
                          KT_AT(pool->queueLength));
             }
+            worker->knownMonitor
+                .reset();  // which holds the pool; the object may stay with a client
         }
-        const KTThread* worker;
+        KTThread* worker;
         const KTThreadPool* pool;
     };
     const Announced announced(this, livePool);
-    while (!killed && !apoptosis(livePool)) {
+    while (!killed && !mayRetire(livePool)) {
         if (const KTTask* const taken = takeTask(livePool)) {
             runCounted(*taken, livePool);
         } else if (!killed) {
@@ -883,7 +892,7 @@ void KTThread::runCounted(const KTTask& taken, KTThreadPool* livePool)
         currentTask->exitTask();
     }
     // A cancellation in here skips what follows: the worker then stays counted as busy.
-    runTask(livePool);
+    runTaken(livePool);
     if (livePool != nullptr) {
         const TurnAndHold<KTCriticalSectionWrite> hold(livePool->busyTurnstile, livePool->busyLock);
         --livePool->nbBusyThreads;
@@ -940,10 +949,10 @@ const KTTask* KTThread::takeTask(KTThreadPool* held)
 
 bool KTThread::apoptosis()
 {
-    return apoptosis(nullptr);
+    return mayRetire(nullptr);
 }
 
-bool KTThread::apoptosis(KTThreadPool* held)
+bool KTThread::mayRetire(KTThreadPool* held)
 {
     const boost::shared_ptr<KTThreadPool> livePool = resolvePool(held);
     return livePool && livePool->apoptosis(held == nullptr ? getThis() : borrowed(this));
@@ -977,10 +986,10 @@ void showTask(const KTTask& task, const char (&state)[length])
 
 void KTThread::runTask()
 {
-    runTask(nullptr);
+    runTaken(nullptr);
 }
 
-void KTThread::runTask(KTThreadPool* held)
+void KTThread::runTaken(KTThreadPool* held)
 {
     {
         const KTCriticalSectionRead hold(borrowed(taskLock));
@@ -1021,7 +1030,7 @@ void KTThread::reportEnded(const KTTask& task, KTThreadPool* held)
 {
     if (held != nullptr) {
         KT_PROBE(task_ended, held, KT_NAME_OF(task), KT_AT(index), KT_AT(held->queueLength));
-        unlessOutOfMemory([this, held] { held->taskEnded(currentTask, knownMonitor); });
+        unlessOutOfMemory([this, held] { held->report(currentTask, knownMonitor); });
     } else if (const boost::shared_ptr<KTThreadPool> livePool = pool.lock()) {
         reportEnded(task, livePool.get());
     }
@@ -1165,10 +1174,10 @@ boost::shared_ptr<KTTask> KTThreadPool::getTask()
 void KTThreadPool::taskEnded(boost::shared_ptr<KTTask> task)
 {
     boost::shared_ptr<KTMonitor> known;
-    taskEnded(std::move(task), known);
+    report(std::move(task), known);
 }
 
-void KTThreadPool::taskEnded(boost::shared_ptr<KTTask> task, boost::shared_ptr<KTMonitor>& known)
+void KTThreadPool::report(boost::shared_ptr<KTTask> task, boost::shared_ptr<KTMonitor>& known)
 {
     // What `known` shares can't have made room for another one at its address.
     if (known.get() != monitorInUse.load(std::memory_order_acquire)) {
@@ -1218,10 +1227,10 @@ void KTThreadPool::wakeAll()
 bool KTThreadPool::adjustThread(int delta)
 {
     Workers displaced;
-    return adjustThread(delta, displaced);
+    return resize(delta, displaced);
 }
 
-bool KTThreadPool::adjustThread(int delta, Workers& displaced)
+bool KTThreadPool::resize(int delta, Workers& displaced)
 {
     const TurnAndHold<KTCriticalSection> hold(poolTurnstile, poolMutex);
     if (delta == 0 || nbThreads < 1) {
@@ -1322,15 +1331,16 @@ bool KTThreadPool::xIncreaseThread()
 
 bool KTThreadPool::apoptosis(boost::shared_ptr<KTThread> thread)
 {
+    boost::shared_ptr<KTThread> replaced;  // let go of after poolMutex
     {
         const TurnAndHold<KTCriticalSection> hold(poolTurnstile, poolMutex);
-        if (nbThreadsToRemove < 1 || nbThreads < 1 || !inTableLocked(thread)) {
+        if (nbThreadsToRemove < 1 || nbThreads < 1 || !hasSlotLocked(thread)) {
             return false;
         }
         // The last worker moves into the free slot. Its old slot keeps a second reference to it
         // until the pool grows into it again; readers stop at the count.
         const boost::shared_ptr<KTThread> last = threads[slotsInUse() - 1];
-        exchangeShared(threads[static_cast<std::size_t>(thread->index)], last);
+        replaced = exchangeShared(threads[static_cast<std::size_t>(thread->index)], last);
         if (last) {
             last->index = thread->index;
         }
@@ -1345,11 +1355,11 @@ bool KTThreadPool::apoptosis(boost::shared_ptr<KTThread> thread)
 }
 
 // A worker that a shutdown has set aside may still ask while the pool has been started anew; it has
-// no slot to give up.
-bool KTThreadPool::inTableLocked(const boost::shared_ptr<KTThread>& thread) const
+// no slot to give up. Any other is taken at its word, also one that a client made.
+bool KTThreadPool::hasSlotLocked(const boost::shared_ptr<KTThread>& thread) const
 {
-    return thread && thread->index >= 0 && static_cast<std::size_t>(thread->index) < slotsInUse() &&
-           threads[static_cast<std::size_t>(thread->index)] == thread;
+    return thread && !thread->killed && thread->index >= 0 &&
+           static_cast<std::size_t>(thread->index) < threads.size();
 }
 
 void KTThreadPool::resetSumThreadIdle()
@@ -1406,7 +1416,9 @@ void KTThreadPool::shutdown(bool force)
 {
     // All that may throw comes before anything is done.
     Workers setAside;
+    Workers untold;  // a growth may add workers after the others were told
     setAside.reserve(threads.size());
+    untold.reserve(threads.size());
     const int byForce = force ? 1 : 0;
     KT_POOL_PROBE(pool_shut_down, this, KT_AT(queueLength), KT_AT(nbThreads), KT_AT(byForce));
     dropQueued();
@@ -1418,10 +1430,10 @@ void KTThreadPool::shutdown(bool force)
     wakeAll();
     {
         const KTCriticalSection hold(borrowed(poolMutex));
-        setAsideLocked(force, setAside);
+        setAsideLocked(force, setAside, untold);
         nbThreads = 0;
     }
-    tellToStop(setAside);  // a growth may have added workers after the others were told
+    tellToStop(untold);
 }
 
 void KTThreadPool::dropQueued()
@@ -1439,7 +1451,8 @@ void KTThreadPool::dropQueued()
     }
 }
 
-void KTThreadPool::setAsideLocked(bool force, Workers& setAside)
+// Marked before they are let out of poolMutex: none of them retires any more.
+void KTThreadPool::setAsideLocked(bool force, Workers& setAside, Workers& untold)
 {
     for (std::size_t slot = 0; slot < slotsInUse(); ++slot) {
         const boost::shared_ptr<KTThread> worker =
@@ -1452,21 +1465,19 @@ void KTThreadPool::setAsideLocked(bool force, Workers& setAside)
         } else if (worker->launched) {
             pthread_cancel(worker->threadHandle);
         }
+        if (!worker->killed.exchange(true)) {
+            untold.push_back(worker);
+        }
         setAside.push_back(worker);
     }
 }
 
-// Tells those that haven't been told yet.
 void KTThreadPool::tellToStop(const Workers& workers)
 {
-    bool told = false;
     for (const boost::shared_ptr<KTThread>& worker : workers) {
-        if (!worker->killed) {
-            worker->killThread();
-            told = true;
-        }
+        worker->killThread();
     }
-    if (told) {
+    if (!workers.empty()) {
         wakeAll();
     }
 }
@@ -1475,7 +1486,7 @@ bool KTThreadPool::join(int timeoutMs)
 {
     const TimeLimit limit(timeoutMs);
     const boost::intrusive_ptr<KTStartedThreads> started = startedThreads;
-    if (countedIn == started.get() || started->areElsewhere()) {
+    if (runningInThisThread() || started->areElsewhere()) {
         return false;
     }
     do {
@@ -1495,17 +1506,18 @@ bool KTThreadPool::join(int timeoutMs)
 // that were never counted.
 void KTThreadPool::tellUntold()
 {
-    Workers setAside;
+    Workers untold;
     {
         const KTCriticalSection hold(borrowed(poolMutex));
         if (nbThreads > 0) {
             return;  // started anew: the workers in the table are to go on
         }
-        setAside = retiredThreads;
-        std::copy_if(threads.begin(), threads.end(), std::back_inserter(setAside),
-                     [](const boost::shared_ptr<KTThread>& worker) { return bool(worker); });
+        const auto isUntold = [](const boost::shared_ptr<KTThread>& worker) {
+            return worker && !worker->killed;
+        };
+        std::copy_if(threads.begin(), threads.end(), std::back_inserter(untold), isUntold);
     }
-    tellToStop(setAside);
+    tellToStop(untold);
 }
 
 // A shutdown that also cuts off, by force, whom an earlier gentle one has set aside.
@@ -1532,7 +1544,7 @@ bool KTThreadPool::close(bool force, int timeoutMs)
         stop(force);
         while (!join(timeoutMs < 0 ? timeoutMs : limit.left(INT_MAX))) {
             // A growth that was under way has started the pool anew.
-            if (nbThreads < 1 || countedIn == startedThreads.get()) {
+            if (nbThreads < 1 || runningInThisThread()) {
                 return false;
             }
             stop(force);
@@ -1558,6 +1570,11 @@ bool KTThreadPool::releaseEnded()
         ended.push_back(exchangeShared(slot, boost::shared_ptr<KTThread>()));
     }
     return true;
+}
+
+bool KTThreadPool::runningInThisThread() const
+{
+    return countedIn == startedThreads.get();
 }
 
 KTThreadPool::~KTThreadPool()
@@ -1611,7 +1628,7 @@ void KTMonitor::assimilate(boost::shared_ptr<KTTask> task)
         // The count wraps after months of tasks; a period that is none must not be met then.
         if (period > 0 && taskCount == period) {
             taskCount = 0;
-            adjustPool(displaced);
+            lookAtPool(displaced);
         }
     }
     if (task->autoDelete) {
@@ -1622,10 +1639,10 @@ void KTMonitor::assimilate(boost::shared_ptr<KTTask> task)
 void KTMonitor::adjustPool()
 {
     std::vector<boost::shared_ptr<KTThread>> displaced;
-    adjustPool(displaced);
+    lookAtPool(displaced);
 }
 
-void KTMonitor::adjustPool(std::vector<boost::shared_ptr<KTThread>>& displaced)
+void KTMonitor::lookAtPool(std::vector<boost::shared_ptr<KTThread>>& displaced)
 {
     const int live = pool->nbThreads;
     int busy = 0;
@@ -1641,7 +1658,7 @@ void KTMonitor::adjustPool(std::vector<boost::shared_ptr<KTThread>>& displaced)
                       wrappingSum(live, growthBatch));
         consoleLine(text);
     } else if (busy + 1 >= live) {
-        pool->adjustThread(1, displaced);
+        pool->resize(1, displaced);
     }
 }
 

@@ -56,7 +56,7 @@ public:
     void adjustPool();
 
 private:
-    void adjustPool(std::vector<boost::shared_ptr<KTThread> >& displaced);
+    void lookAtPool(std::vector<boost::shared_ptr<KTThread> >& displaced);
 
     boost::shared_ptr<KTThreadPool> pool;
     /// Guards the three counters, and is held while assimilate calls adjustPool.

@@ -121,11 +121,11 @@ private:
     void runCounted(const KTTask& taken, KTThreadPool* livePool);
     void sleepOnce();
 
-    // The public operations of these names, for a caller that holds the pool; null: it is looked
-    // up.
+    // getTask, apoptosis and runTask for a caller that holds the pool; null: it is looked up. Under
+    // names of their own, or a client's &KTThread::runTask would be ambiguous.
     const KTTask* takeTask(KTThreadPool* held);
-    bool apoptosis(KTThreadPool* held);
-    void runTask(KTThreadPool* held);
+    bool mayRetire(KTThreadPool* held);
+    void runTaken(KTThreadPool* held);
     void reportEnded(const KTTask& task, KTThreadPool* held);
     boost::shared_ptr<KTThreadPool> resolvePool(KTThreadPool* held) const;
 
@@ -145,6 +145,8 @@ private:
     boost::shared_ptr<KTTask> currentTask;
     /// Whether threadHandle names a thread. Written by launch before another thread may look.
     bool launched;
+    /// From launch on until the thread has begun: it is among those that the pool counts.
+    std::atomic<bool> isCounted;
     /// The count of the pool's threads, which outlives pool and worker. Empty without a pool.
     boost::intrusive_ptr<KTStartedThreads> startedThreads;
     std::mutex currentTaskMutex;

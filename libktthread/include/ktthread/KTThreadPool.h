@@ -158,7 +158,7 @@ public:
 
     /// Whether `thread` must end now; it is out of the pool then. The workers call it.
     ///
-    /// \param thread  a worker that is between tasks
+    /// \param thread  a worker that is between tasks; its slot in the pool is what its index says
     /// \return        true as many times as `adjustThread` has asked for
     bool apoptosis(boost::shared_ptr<KTThread> thread);
 
@@ -206,6 +206,10 @@ public:
     ///                   force
     bool close(bool force = false, int timeoutMs = -1);
 
+    /// Whether the caller runs on one of the pool's own workers, which can't wait for the pool:
+    /// there `join` and `close` say false at once. Any thread may ask. Throws nothing.
+    bool runningInThisThread() const;
+
     /// What the pool does at the moment. Throws nothing.
     ///
     /// \return  its figures
@@ -229,22 +233,22 @@ private:
     void wakeAll();
     /// The workers that new ones took the slots of are for the caller to let go of, with no lock
     /// held: the destructor of a worker waits for its thread, and takes its lock.
-    bool adjustThread(int delta, Workers& displaced);
+    bool resize(int delta, Workers& displaced);
     bool allowRetirementLocked(int delta);
     bool growLocked(int count, Workers& displaced);
     bool startWorkerLocked(Workers& displaced);
     void countGrownLocked();
     void announceLimit() const;
-    bool inTableLocked(const boost::shared_ptr<KTThread>& thread) const;
+    bool hasSlotLocked(const boost::shared_ptr<KTThread>& thread) const;
     void dropQueued();
-    void setAsideLocked(bool force, Workers& setAside);
+    void setAsideLocked(bool force, Workers& setAside, Workers& untold);
     void tellToStop(const Workers& workers);
     void tellUntold();
     void stop(bool force);
     bool releaseEnded();
 
-    /// For a worker, which keeps its share in the monitor from task to task.
-    void taskEnded(boost::shared_ptr<KTTask> task, boost::shared_ptr<KTMonitor>& known);
+    /// taskEnded for a worker, which keeps its share in the monitor from task to task.
+    void report(boost::shared_ptr<KTTask> task, boost::shared_ptr<KTMonitor>& known);
     void setMonitor(boost::shared_ptr<KTMonitor> watcher);
 
     // What workers and clients write all the time is kept apart from what they only read.
