@@ -1,5 +1,6 @@
 #include <ktasync/detail/FutureJob.h>
 
+#include <new>
 #include <string>
 
 #include <boost/make_shared.hpp>
@@ -71,11 +72,12 @@ void FutureJob::conclude(Outcome outcome, std::exception_ptr error)
 bool FutureJob::wait(int milliseconds)
 {
     const Deadline end(milliseconds);
+    Path path;
     while (!isReady()) {
         boost::intrusive_ptr<FutureJob> awaited(this);
         if (current() != nullptr) {
             // In a task there may be no other worker left to run it.
-            awaited = firstUnfinished();
+            awaited = firstUnfinished(path);
             if (!end.isOver() && awaited->claim()) {
                 runForWaiter(*awaited);
                 continue;
@@ -89,10 +91,14 @@ bool FutureJob::wait(int milliseconds)
     return true;
 }
 
-// This job, or the one that must end before it can begin, or the one before that, and so on.
-boost::intrusive_ptr<FutureJob> FutureJob::firstUnfinished()
+// This job, or the one that must end before it can begin, or the one before that, and so on. `path`
+// keeps the way there, or a long chain would be walked anew for each of its jobs.
+boost::intrusive_ptr<FutureJob> FutureJob::firstUnfinished(Path& path)
 {
-    boost::intrusive_ptr<FutureJob> first(this);
+    while (!path.empty() && path.back()->isReady()) {
+        path.pop_back();
+    }
+    boost::intrusive_ptr<FutureJob> first = path.empty() ? this : path.back();
     for (;;) {
         boost::intrusive_ptr<FutureJob> before;
         {
@@ -103,6 +109,11 @@ boost::intrusive_ptr<FutureJob> FutureJob::firstUnfinished()
             return first;
         }
         first = std::move(before);
+        try {
+            path.push_back(first);
+        } catch (const std::bad_alloc&) {
+            // Then some of it is walked again.
+        }
     }
 }
 
@@ -148,7 +159,7 @@ void FutureJob::attach(const boost::intrusive_ptr<FutureJob>& next, std::string_
             return;
         }
     }
-    PoolTask::passOn(std::move(task), false);
+    PoolTask::queue(std::move(task));
 }
 
 }  // namespace detail

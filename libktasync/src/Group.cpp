@@ -45,7 +45,7 @@ Group::Entry Group::enter(bool block)
 {
     const bool mayWait = block && limit > 0 && !isCallersOwn();
     Lock hold(mutex);
-    while (isFullLocked() && mayWait) {
+    while (isFullLocked() && mayWait && !isCancelled) {
         runOneOrWait(hold, Deadline(-1));
     }
     if (isFullLocked() && !block) {

@@ -178,7 +178,11 @@ bool Job::drop(Outcome outcome)
 void Job::finish(Outcome outcome, std::exception_ptr error)
 {
     isFinished = true;
+    // What the job was given is destroyed inside of it: a group or a pool in there must not wait
+    // for this very job.
+    outer = std::exchange(CurrentJob::innermost, this);
     discard();
+    CurrentJob::innermost = outer;
     // Before anybody hears of the end: who then looks at the figures finds the task in them.
     if (isTimed) {
         report(outcome);

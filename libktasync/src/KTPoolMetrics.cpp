@@ -7,6 +7,8 @@
 #include <thread>
 #include <vector>
 
+#include <unistd.h>
+
 #include <prometheus/counter.h>
 #include <prometheus/family.h>
 #include <prometheus/gauge.h>
@@ -133,6 +135,9 @@ public:
     Figures(const Figures&) = delete;
     Figures& operator=(const Figures&) = delete;
 
+    /// Whether its thread is here: not in a child of the process that made it.
+    bool isOfThisProcess() const { return getpid() == maker; }
+
     void taskEnded(const detail::TaskReport& report) override
     {
         waited->Observe(seconds(report.waited));
@@ -175,6 +180,7 @@ private:
         }
     }
 
+    const pid_t maker = getpid();
     const KTPoolRef pool;
     const prometheus::Labels labels;
     Histogram waited;
@@ -209,6 +215,11 @@ KTPoolMetrics::KTPoolMetrics(const KTPoolRef& pool,
     figures = std::make_unique<Figures>(pool, *registry, name, refreshMs);
 }
 
-KTPoolMetrics::~KTPoolMetrics() = default;
+KTPoolMetrics::~KTPoolMetrics()
+{
+    if (!figures->isOfThisProcess()) {
+        static_cast<void>(figures.release());  // its locks may be held by threads that aren't here
+    }
+}
 
 }  // namespace KT

@@ -83,12 +83,10 @@ std::string textOfUnfinished(int unfinished, const KTPoolOptions& options)
                                  ", those not begun dropped, the others asked to stop";
 }
 
-std::string textOfStuck(bool isOwnTask, KTPoolOptions::Stuck stuck, const KTPoolOptions& options)
+std::string textOfStuck(const KTPoolOptions& options)
 {
-    const std::string who = isOwnTask ? "closed by a task of its own: "
-                                      : "tasks go on " + std::to_string(options.stopTimeoutMs) +
-                                            " ms after they were asked to stop: ";
-    return who + textOf(stuck);
+    return "tasks go on " + std::to_string(options.stopTimeoutMs) +
+           " ms after they were asked to stop: " + textOf(options.stuck);
 }
 
 }  // namespace
@@ -152,17 +150,29 @@ bool KTScopedPool::close()
         return hasEnded;
     }
     const detail::NoCancellation off;
-    for (const detail::Job* job = detail::Job::current(); job != nullptr; job = job->around()) {
-        if (job->belongsTo(context.get())) {
-            // Still running: what is in its queue is dropped, what runs is asked to stop.
-            detail::logWarning(
-                "close", [&] { return textOfStuck(true, KTPoolOptions::Stuck::leave, options); });
-            closeLater(owned);
-            return false;
-        }
+    if (isInOwnTask()) {
+        // Still running: what is in its queue is dropped, what runs is asked to stop.
+        detail::logWarning("close", [] { return "closed by a task of its own: leaving them"; });
+        closeSurely(*owned, false, 0);
+        closeLater(owned);
+        return false;
     }
     hasEnded = stopWork(finishWork());
     return hasEnded;
+}
+
+bool KTScopedPool::isInOwnTask() const
+{
+    // A task derived by hand, or what a worker lets go of between two tasks.
+    if (owned->runningInThisThread()) {
+        return true;
+    }
+    // A task that a thread elsewhere runs while it waits.
+    const detail::Job* job = detail::Job::current();
+    while (job != nullptr && !job->belongsTo(context.get())) {
+        job = job->around();
+    }
+    return job != nullptr;
 }
 
 // Returns how many tasks haven't ended in time.
@@ -189,29 +199,21 @@ int KTScopedPool::finishWork()
 
 bool KTScopedPool::stopWork(int unfinished)
 {
-    const detail::Deadline end(options.stopTimeoutMs);
     if (closeSurely(*owned, false, options.stopTimeoutMs)) {
         if (unfinished > 0) {
             detail::logWarning("close", [&] { return textOfUnfinished(unfinished, options); });
         }
         return true;
     }
-    // A worker can't wait for itself: that alone makes the core say no before the time is over.
-    const bool isOwnTask = !end.isOver();
-    const KTPoolOptions::Stuck how = isOwnTask ? KTPoolOptions::Stuck::leave : options.stuck;
     detail::logWarning("close", [&] {
         const std::string before = textOfUnfinished(unfinished, options);
-        return before + (before.empty() ? "" : "; ") + textOfStuck(isOwnTask, how, options);
+        return before + (before.empty() ? "" : "; ") + textOfStuck(options);
     });
-    return endStuck(how);
-}
-
-bool KTScopedPool::endStuck(KTPoolOptions::Stuck how)
-{
-    if (how == KTPoolOptions::Stuck::keepWaiting) {
+    if (options.stuck == KTPoolOptions::Stuck::keepWaiting) {
         return closeSurely(*owned, false, -1);
     }
-    if (how == KTPoolOptions::Stuck::force && closeSurely(*owned, true, options.stopTimeoutMs)) {
+    if (options.stuck == KTPoolOptions::Stuck::force &&
+        closeSurely(*owned, true, options.stopTimeoutMs)) {
         return true;
     }
     closeLater(owned);

@@ -70,6 +70,8 @@ void enqueueAll(const KTPoolRef& pool, const std::vector<boost::intrusive_ptr<Jo
 
 /// What the calling thread is to pass on when it is through with the one that it is at.
 struct PoolTask::Backlog {
+    static thread_local Backlog* current;
+
     boost::shared_ptr<PoolTask> first;
     PoolTask* last = nullptr;
 
@@ -97,21 +99,28 @@ struct PoolTask::Backlog {
     }
 };
 
+// A mere pointer: there when a static object's pool is closed, after the thread's own objects.
+thread_local PoolTask::Backlog* PoolTask::Backlog::current = nullptr;
+
 void PoolTask::passOn(boost::shared_ptr<PoolTask> task, bool isToDrop)
 {
-    // A mere pointer: there when a static object's pool is closed, after the thread's own objects.
-    static thread_local Backlog* current = nullptr;
     const NoCancellation off;
     task->isToDrop = isToDrop;
-    if (current != nullptr) {
-        current->add(std::move(task));
-        return;
+    if (Backlog::current != nullptr) {
+        Backlog::current->add(std::move(task));
+    } else {
+        queue(std::move(task));
     }
+}
+
+void PoolTask::queue(boost::shared_ptr<PoolTask> task)
+{
+    const NoCancellation off;
     Backlog backlog;
-    current = &backlog;
+    Backlog* const around = std::exchange(Backlog::current, &backlog);
     backlog.add(std::move(task));
     backlog.workOff();
-    current = nullptr;
+    Backlog::current = around;
 }
 
 }  // namespace detail

@@ -28,6 +28,10 @@ public:
     /// long. Throws nothing: memory that runs out counts as a refusal.
     static void passOn(boost::shared_ptr<PoolTask> task, bool isToDrop);
 
+    /// The same, at once: for clients. One may wait for the job's end next, and be a destructor
+    /// that a task passed on has led to.
+    static void queue(boost::shared_ptr<PoolTask> task);
+
 private:
     struct Backlog;
 

@@ -8,6 +8,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "Cancellation.h"
+
 namespace KT {
 namespace detail {
 
@@ -42,6 +44,7 @@ TraceFile::TraceFile(const std::string& path) : descriptor(openToWrite(path))
 
 TraceFile::~TraceFile()
 {
+    const NoCancellation off;
     close(descriptor);
 }
 

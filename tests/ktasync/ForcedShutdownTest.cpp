@@ -1,6 +1,7 @@
 /// Forced shutdowns: the cancelled threads unwind through this library, and whoever waits hears of
 /// it. The tasks block in waits of conditions.
 #include <atomic>
+#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <thread>
@@ -28,6 +29,40 @@ public:
 private:
     std::atomic<int>& count;
 };
+
+/// For a test of its own: the process must go on.
+void cutOffBeforeARecorderEnds()
+{
+    const KT::KTScopedPool watched(fixedSize(1));
+    KT::KTScopedPool pool(fixedSize(1));
+    std::atomic<bool> begun(false);
+    std::atomic<bool> cancelled(false);
+    const KT::KTFuture<void> task = KT::submit(pool, [&] {
+        auto trace = std::make_unique<KT::KTTraceRecorder>(watched, "/dev/null");
+        begun = true;
+        while (!cancelled) {  // reaches no cancellation point
+        }
+        trace.reset();
+        hang();
+    });
+    while (!begun) {
+        pool.pool()->wake();
+        std::this_thread::yield();
+    }
+    pool.pool()->shutdown(true);
+    cancelled = true;
+    task.wait();
+}
+
+TEST(ForcedShutdownDeathTest, OfATaskWithARecorderDoesNotEndTheProcess)
+{
+    EXPECT_EXIT(
+        {
+            cutOffBeforeARecorderEnds();
+            std::_Exit(0);
+        },
+        testing::ExitedWithCode(0), "");
+}
 
 class ForcedShutdown : public testing::Test {
 protected:

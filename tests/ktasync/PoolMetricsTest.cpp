@@ -2,6 +2,9 @@
 #include <memory>
 #include <string>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <prometheus/exposer.h>
 #include <prometheus/registry.h>
 
@@ -53,6 +56,23 @@ protected:
     const std::shared_ptr<prometheus::Registry> registry = std::make_shared<prometheus::Registry>();
     prometheus::Exposer exposer{"127.0.0.1:0"};
 };
+
+TEST_F(PoolMetrics, InAForkedChildDoNothing)
+{
+    const KT::KTScopedPool pool(fixedSize(1));
+    auto metrics = std::make_unique<KT::KTPoolMetrics>(pool, registry, "forked", 60000);
+    ASSERT_TRUE(
+        eventuallyScrapes("ktthread_workers{pool=\"forked\"} 1"));  // then its thread sleeps
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        metrics.reset();
+        _exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+}
 
 TEST_F(PoolMetrics, CountsTasksByTheirOutcome)
 {

@@ -278,6 +278,59 @@ TEST(ScopedPoolEnd, InOneOfItsOwnTasksLeaves)
     EXPECT_TRUE(eventually([] { return threadsNamed("KT").empty(); }));
 }
 
+TEST(ScopedPoolEnd, InATaskDerivedByHandLeavesAtOnce)
+{
+    struct Closing : KT::KTTask {
+        explicit Closing(KT::KTScopedPool& toClose) : pool(toClose) {}
+        void run() override { closed = pool.close(); }
+        KT::KTScopedPool& pool;
+        std::atomic<int> closed{-1};
+    };
+    KT::KTPoolOptions options = fixedSize(1);
+    options.finishTimeoutMs = -1;
+    KT::KTScopedPool pool(options);
+    const boost::shared_ptr<KT::KTThreadPool> core = pool.pool();
+    const auto closing = boost::make_shared<Closing>(pool);
+    ASSERT_TRUE(core->enqueue(closing));
+    EXPECT_TRUE(eventually([&] {
+        core->wake();
+        return closing->closed != -1;
+    }));
+    EXPECT_EQ(closing->closed, 0);
+}
+
+TEST(ScopedPoolEnd, WithTheLastResultOfItsOwnLeavesAtOnce)
+{
+    KT::KTPoolOptions options = fixedSize(1);
+    options.finishTimeoutMs = -1;
+    auto pool = std::make_shared<KT::KTScopedPool>(options);
+    const std::weak_ptr<KT::KTScopedPool> last = pool;
+    const boost::shared_ptr<KT::KTThreadPool> core = pool->pool();
+    Gate gate;
+    KT::submit(*pool, [pool, &gate] {
+        gate.pass();
+        return pool;
+    });
+    ASSERT_TRUE(untilArrived(*pool, gate));
+    pool.reset();
+    gate.open();
+    EXPECT_TRUE(eventually([&last] { return last.expired(); }));
+    EXPECT_TRUE(eventually([&core] { return core->join(0); }));
+}
+
+TEST(ScopedPoolEnd, InOneOfItsOwnTasksDropsWhatIsSubmittedAfterwards)
+{
+    std::atomic<int> ran(0);
+    for (int i = 0; i < 20; ++i) {
+        KT::KTScopedPool pool(fixedSize(2));
+        KT::submit(pool, [&] {
+            pool.close();
+            EXPECT_THROW(KT::submit(pool, [&ran] { ++ran; }).get(), KT::KTCancelled);
+        }).get();
+    }
+    EXPECT_EQ(ran, 0);
+}
+
 TEST(ScopedPoolEnd, MayComeWhenTheProcessExits)
 {
     const auto body = [] {

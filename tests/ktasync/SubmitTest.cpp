@@ -68,6 +68,11 @@ TEST(Submit, VoidReferencesAndMoveOnlyTypesPass)
     KT::KTFuture<int&> reference = KT::submit(pool, [&target]() -> int& { return target; });
     EXPECT_EQ(&reference.get(), &target);
 
+    KT::KTFuture<int&&> movable =
+        KT::submit(pool, [&target]() -> int&& { return std::move(target); });
+    int&& moved = movable.get();
+    EXPECT_EQ(&moved, &target);
+
     auto owner = std::make_unique<int>(7);
     const int* const address = owner.get();
     auto passed = KT::submit(

@@ -384,6 +384,50 @@ void nest(const KT::KTScopedPool& pool, int depth, std::atomic<int>& ran)
     }
 }
 
+TEST(TaskGroupEnd, InTheCallableOfItsOwnTaskDoesNotWait)
+{
+    KT::KTScopedPool pool(fixedSize(1));
+    Gate gate;
+    auto group = std::make_shared<KT::KTTaskGroup>(pool);
+    const std::weak_ptr<KT::KTTaskGroup> last = group;
+    group->run([group, &gate] { gate.pass(); });
+    group.reset();
+    ASSERT_TRUE(untilArrived(pool, gate));
+    gate.open();
+    EXPECT_TRUE(eventually(pool, [&last] { return last.expired(); }));
+    EXPECT_TRUE(eventually([&pool] { return pool.status().busyThreads == 0; }));
+}
+
+TEST(TaskGroupEnd, InTheCallableOfItsDroppedTaskDoesNotWait)
+{
+    KT::KTPoolOptions options = fixedSize(1);
+    options.queued = KT::KTPoolOptions::Queued::drop;
+    HeldPool held(options);
+    auto group = std::make_shared<KT::KTTaskGroup>(held.pool);
+    group->run([group] {});
+    const std::weak_ptr<KT::KTTaskGroup> last = group;
+    group.reset();
+    held.pool.pool()->shutdown(false);
+    EXPECT_TRUE(last.expired());
+}
+
+TEST(TaskGroup, RunOfACancelledFullOneDoesNotBlock)
+{
+    HeldPool held;
+    KT::KTTaskGroup group(held.pool, 1);
+    Gate gate;
+    std::thread runner([&group, &gate] { group.run([&gate] { gate.pass(); }); });
+    held.release();
+    ASSERT_TRUE(untilArrived(held.pool, gate));
+    group.cancel();
+    bool ran = false;
+    group.run([&ran] { ran = true; });  // while the other is still at the gate
+    gate.open();
+    runner.join();
+    group.waitFor(-1);
+    EXPECT_FALSE(ran);
+}
+
 TEST(NestedGroups, GoAsDeepAsItTakesWithOneWorker)
 {
     KT::KTScopedPool pool(fixedSize(1));

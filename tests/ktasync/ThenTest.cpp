@@ -17,6 +17,46 @@ TEST(Then, IsCalledWithTheResult)
               "21");
 }
 
+TEST(Then, OfADestructorIsNotPutOffWhileAChainIsDropped)
+{
+    struct Writer {
+        explicit Writer(KT::KTScopedPool& pool) : io(pool) {}
+        ~Writer()
+        {
+            KT::KTFuture<void> flushed = KT::submit(io, [] {});
+            flushed.wait();
+            wasClosed = flushed.then([] {}).waitFor(20000);
+        }
+        KT::KTScopedPool& io;
+        static bool& wasClosedOf()
+        {
+            static bool closed = false;
+            return closed;
+        }
+        bool& wasClosed = wasClosedOf();
+    };
+    KT::KTScopedPool io(fixedSize(1));
+    HeldPool held;
+    auto writer = std::make_shared<Writer>(io);
+    const KT::KTFuture<void> chain = KT::submit(held.pool, [] {}).then([writer] {});
+    writer.reset();
+    held.pool.pool()->shutdown(false);
+    EXPECT_TRUE(Writer::wasClosedOf());
+}
+
+TEST(Then, LongChainsAreWaitedForInATask)
+{
+    KT::KTScopedPool pool(fixedSize(1));
+    const auto sum = [&pool] {
+        KT::KTFuture<int> links = KT::submit(pool, [] { return 0; });
+        for (int i = 0; i < 20000; ++i) {
+            links = links.then([](int n) { return n + 1; });
+        }
+        return links.get();
+    };
+    EXPECT_EQ(KT::submit(pool, sum).get(), 20000);
+}
+
 TEST(Then, TakesTheFutureAlong)
 {
     KT::KTScopedPool pool;

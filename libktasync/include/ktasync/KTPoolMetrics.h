@@ -57,6 +57,7 @@ public:
                   const std::string& name, int refreshMs = 1000);
 
     /// Takes the pool's figures out of the registry. Waits for its own thread, not for the pool's.
+    /// In a child of the process that made it (fork) it does nothing.
     ~KTPoolMetrics();
 
     KTPoolMetrics(const KTPoolMetrics&) = delete;

@@ -87,8 +87,8 @@ private:
 
     void start(int threads, int maxThreads);
     int finishWork();
+    bool isInOwnTask() const;
     bool stopWork(int unfinished);
-    bool endStuck(KTPoolOptions::Stuck how);
 
     KTPoolOptions options;
     boost::shared_ptr<KTThreadPool> owned;

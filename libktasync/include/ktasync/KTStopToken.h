@@ -18,7 +18,8 @@ namespace KT {
 /// });
 /// \endcode
 /// The mark is raised by `cancel` of the future or the group, and when the pool is shut down while
-/// the task runs. It stays raised. Heeding it is up to the callable. A token may be copied, and
+/// one of its workers runs the task; not if another thread runs it, while it waits for the task.
+/// It stays raised. Heeding it is up to the callable. A token may be copied, and
 /// kept for longer than the task runs; every operation may be called from any thread.
 ///
 /// \ingroup ktasync

@@ -17,7 +17,8 @@ namespace KT {
 /// KT::KTScopedPool pool;
 /// KT::KTTraceRecorder trace(pool, "render.json");
 /// \endcode
-/// A lane a thread; on it a slice for each task, with its name, how long it waited in the queue
+/// A lane a thread; on it a slice for each task, with its name (15 bytes of it), how long it waited
+/// in the queue
 /// (`waited_us`, microseconds) and its outcome (`done`, `failed`, `cancelled`); a task that ended
 /// without having begun is a mark in the lane of the thread that dropped it. Two tracks of counters
 /// show the pool's workers, busy and idle, and the queue; they change only in steps of the

@@ -7,7 +7,9 @@
 /// begun are not done any more, and the first exception reaches the caller when all pieces have
 /// ended. KTCancelled: a forced shutdown cut a piece off. Bodies are called from several threads at
 /// once, and are not copied. All block until the loop has ended; may be called from any thread; are
-/// cancellation points; throw KTError for a negative grain, std::bad_alloc.
+/// cancellation points; throw KTError for a negative grain, and for a
+/// negative bound next to one of an unsigned type; std::bad_alloc, or std::length_error for more
+/// pieces than there can be memory for.
 ///
 /// \ingroup ktasync
 #pragma once

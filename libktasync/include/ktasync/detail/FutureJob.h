@@ -9,6 +9,7 @@
 #include <type_traits>
 #include <utility>
 #include <variant>
+#include <vector>
 
 #include <ktasync/detail/Job.h>
 
@@ -44,7 +45,8 @@ protected:
     void conclude(Outcome outcome, std::exception_ptr error) override;
 
 private:
-    boost::intrusive_ptr<FutureJob> firstUnfinished();
+    using Path = std::vector<boost::intrusive_ptr<FutureJob>>;
+    boost::intrusive_ptr<FutureJob> firstUnfinished(Path& path);
     bool waitForEnd(const Deadline& end);
 
     std::atomic<bool> ready{false};
@@ -81,7 +83,8 @@ protected:
         if constexpr (std::is_void_v<R>) {
             call();
         } else if constexpr (std::is_reference_v<R>) {
-            result = std::addressof(call());
+            auto&& referred = call();
+            result = std::addressof(referred);
         } else {
             result.emplace(call());
         }
