@@ -53,7 +53,7 @@ inline boost::shared_ptr<FunctionTask> makeTask()
 
 using Pool = boost::shared_ptr<KT::KTThreadPool>;
 
-/// A fixture that closes the pools it made.
+/// A fixture that closes the pools it made, and leaves no worker to the test that comes next.
 class PoolFixture : public testing::Test {
 protected:
     /// Made but not initialised.
@@ -78,11 +78,10 @@ protected:
         for (const Pool& pool : pools) {
             EXPECT_TRUE(pool->close(false, 60000));
         }
-        if (!pools.empty()) {
-            pools.clear();
-            // A thread is seen for a moment after it was counted out.
-            EXPECT_TRUE(eventually([] { return threadsNamed("KTT").empty(); }));
-        }
+        pools.clear();
+        // A thread is seen for a moment after it was counted out, and one that detaches itself is
+        // waited for by nobody else: the next test would take it for its own.
+        EXPECT_TRUE(eventually([] { return threadsNamed("KTT").empty(); }));
     }
 
 private:
