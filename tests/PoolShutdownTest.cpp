@@ -2,9 +2,9 @@
 #include <ios>
 #include <iostream>
 #include <memory>
-#include <streambuf>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -123,6 +123,33 @@ TEST_F(PoolShutdown, LetsGoOfQueuedTasksFrontToBackWithoutALock)
     EXPECT_EQ(released, expected);
 }
 
+TEST_F(PoolShutdown, DropsTheQueueBeforeAnyWorkerIsToldToStop)
+{
+    const Pool pool = fixed(1);
+    Gate gate;
+    bool isAsked = false;
+    const auto running = makeTask([&] { gate.pass(); });
+    running->onExit = [&] {
+        isAsked = true;
+        gate.open();
+    };
+    ASSERT_TRUE(pool->enqueue(running));
+    ASSERT_TRUE(untilArrived(pool, gate));
+    int dropped = 0;
+    // The deleter is the queued task's end.
+    const auto worker = inside::threads(pool)[0];
+    std::shared_ptr<void> atEnd(nullptr, [&](void*) {
+        ++dropped;
+        EXPECT_FALSE(isAsked);
+        EXPECT_FALSE(inside::killed(worker));
+    });
+    ASSERT_TRUE(pool->enqueue(makeTask([kept = std::move(atEnd)] {})));
+    pool->shutdown(false);
+    EXPECT_EQ(dropped, 1);
+    EXPECT_TRUE(isAsked);
+    EXPECT_TRUE(pool->join());  // the running task uses what stands on this stack
+}
+
 TEST_F(PoolShutdown, NeverInitialisedPoolIsSafe)
 {
     const platform::Recorder recorder;
@@ -168,14 +195,9 @@ TEST(PoolDestruction, OfANeverInitialisedPoolWarnsOnce)
 
 TEST(PoolDestruction, OutlivesAConsoleThatThrows)
 {
-    class Refusing : public std::streambuf {};
-    Refusing refusing;  // takes no character
-    std::streambuf* const previous = std::cout.rdbuf(&refusing);
-    std::cout.exceptions(std::ios::badbit);
+    const FailingConsole console;
     Pool(new KT::KTThreadPool(2, 4, 0, 0, 0)).reset();
-    std::cout.exceptions(std::ios::goodbit);
     EXPECT_TRUE(std::cout.bad());
-    std::cout.rdbuf(previous);  // which clears the state
 }
 
 TEST(PoolDestruction, OfAnInitialisedPoolWithoutShutdownWarnsOnce)

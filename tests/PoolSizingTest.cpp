@@ -140,6 +140,40 @@ TEST_F(PoolSizing, RetirementSignalsOneSleeper)
     EXPECT_EQ(recorder.count(Call::signal), 1U);
 }
 
+TEST_F(PoolSizing, RetirementSignalsUnderTheWakeMutex)
+{
+    const Pool pool = filled(6, 6);
+    inside::nbThreadsToRemove(pool) = 1;
+    const auto retiring = slot(pool, 0);  // its end would signal, too
+    const auto wakeMutex = inside::wakeMutex(pool);
+    bool isSignalHeld = false;
+    {
+        const platform::Observer observer([&](Call call, const void*) {
+            if (call == Call::signal) {
+                isSignalHeld = isHeld(wakeMutex);
+            }
+        });
+        EXPECT_TRUE(pool->apoptosis(retiring));
+    }
+    EXPECT_TRUE(isSignalHeld);
+}
+
+TEST_F(PoolSizing, RetirementIsSaidUnderThePoolMutexBeforeItCounts)
+{
+    const Pool pool = filled(6, 6);
+    inside::nbThreadsToRemove(pool) = 2;
+    int lines = 0;
+    const ConsoleCapture line([&] {
+        ++lines;
+        EXPECT_TRUE(isHeld(inside::poolMutex(pool)));
+        EXPECT_EQ(inside::nbThreads(pool), 6);
+        EXPECT_EQ(inside::nbThreadsToRemove(pool), 2);
+    });
+    EXPECT_TRUE(pool->apoptosis(slot(pool, 0)));
+    EXPECT_EQ(lines, 1);
+    EXPECT_EQ(line.text(), "KTThreadPool::decrease\n");
+}
+
 TEST_F(PoolSizing, RetirementNeverHoldsTwoLocks)
 {
     const Pool pool = filled(2, 2);
@@ -218,6 +252,15 @@ TEST_F(PoolSizing, GrowthStopsAtTheMaximum)
     EXPECT_EQ(pool->status().threads, 4);
     EXPECT_FALSE(pool->adjustThread(1));
     EXPECT_EQ(console.text(), "");
+}
+
+TEST_F(PoolSizing, GrowthOfAFullPoolFailsAndCancelsRetirements)
+{
+    const Pool pool = filled(20, 20);
+    EXPECT_TRUE(pool->adjustThread(-3));
+    EXPECT_FALSE(pool->adjustThread(1));
+    EXPECT_EQ(pool->status().threadsToRemove, 0);
+    EXPECT_EQ(pool->status().threads, 20);
 }
 
 TEST_F(PoolSizing, GrowthThatMeetsItsCountIsTrue)

@@ -1,11 +1,15 @@
 #include "Capture.h"
 
 #include <iostream>
+#include <utility>
 
 #include <spdlog/sinks/base_sink.h>
 #include <spdlog/spdlog.h>
 
-ConsoleCapture::ConsoleCapture() : previous(std::cout.rdbuf(this)) {}
+ConsoleCapture::ConsoleCapture(std::function<void()> onWrite)
+    : look(std::move(onWrite)), previous(std::cout.rdbuf(this))
+{
+}
 
 ConsoleCapture::~ConsoleCapture()
 {
@@ -27,9 +31,23 @@ ConsoleCapture::int_type ConsoleCapture::overflow(int_type character)
 
 std::streamsize ConsoleCapture::xsputn(const char* data, std::streamsize size)
 {
+    if (look) {
+        look();
+    }
     const std::lock_guard<std::mutex> hold(mutex);
     written.append(data, static_cast<std::size_t>(size));
     return size;
+}
+
+FailingConsole::FailingConsole() : previous(std::cout.rdbuf(this))
+{
+    std::cout.exceptions(std::ios_base::badbit);
+}
+
+FailingConsole::~FailingConsole()
+{
+    std::cout.exceptions(std::ios_base::goodbit);
+    std::cout.rdbuf(previous);  // which clears the state
 }
 
 class LogCapture::Sink : public spdlog::sinks::base_sink<std::mutex> {

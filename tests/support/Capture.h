@@ -1,6 +1,7 @@
 /// What the library writes: console lines and log records.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <streambuf>
@@ -10,7 +11,8 @@
 /// Everything written to std::cout while it lives, from any thread.
 class ConsoleCapture : private std::streambuf {
 public:
-    ConsoleCapture();
+    /// \param onWrite  called on the thread that writes, before it has written
+    explicit ConsoleCapture(std::function<void()> onWrite = nullptr);
     ~ConsoleCapture() override;
 
     std::string text() const;
@@ -19,8 +21,20 @@ private:
     int_type overflow(int_type character) override;
     std::streamsize xsputn(const char* data, std::streamsize size) override;
 
+    const std::function<void()> look;
     mutable std::mutex mutex;
     std::string written;
+    std::streambuf* previous;
+};
+
+/// While it lives, std::cout takes no character, and throws std::ios_base::failure when it is asked
+/// to.
+class FailingConsole : private std::streambuf {
+public:
+    FailingConsole();
+    ~FailingConsole() override;
+
+private:
     std::streambuf* previous;
 };
 

@@ -38,6 +38,7 @@ using Platform = std::unique_ptr<T, KT::KTPlatformObjectDeleter>;
 using Event = std::pair<boost::shared_ptr<KT::KTCondition>, boost::shared_ptr<KT::KTMutex>>;
 
 KT_INSIDE(KTMutex, mutex, Platform<pthread_mutex_t>)
+KT_INSIDE(KTMutexRW, lock, Platform<pthread_rwlock_t>)
 KT_INSIDE(KTCondition, condition, Platform<pthread_cond_t>)
 
 KT_INSIDE(KTTask, managingThread, boost::weak_ptr<KT::KTThread>)

@@ -1,7 +1,9 @@
 #include "Platform.h"
 
 #include <atomic>
+#include <cerrno>
 #include <cstdarg>
+#include <ctime>
 #include <mutex>
 #include <new>
 #include <utility>
@@ -18,6 +20,7 @@ struct State {
     SpinLock lock;
     bool recording = false;
     std::vector<Record> records;
+    std::function<void(Call, const void*)> look;
     bool failing = false;
     Call failingCall = Call::name;
     int status = 0;
@@ -56,6 +59,9 @@ int note(Call call, const void* object, long value = 0, const char* text = "")
     const Hold hold;
     if (state().recording) {
         state().records.push_back({call, object, value, text, pthread_self()});
+    }
+    if (state().look) {
+        state().look(call, object);
     }
     if (state().failing && state().failingCall == call && state().when(++state().calls)) {
         return state().status;
@@ -142,6 +148,18 @@ std::vector<std::string> Recorder::names(pthread_t thread) const
         }
     }
     return found;
+}
+
+Observer::Observer(std::function<void(Call, const void*)> look)
+{
+    const Hold hold;
+    state().look = std::move(look);
+}
+
+Observer::~Observer()
+{
+    const Hold hold;
+    state().look = nullptr;
 }
 
 Failure::Failure(Call call, int status, std::function<bool(int)> when)
@@ -231,6 +249,27 @@ int pthread_mutex_lock(pthread_mutex_t* mutex)
     return failed != 0 ? failed : real(mutex);
 }
 
+int pthread_rwlock_rdlock(pthread_rwlock_t* lock)
+{
+    static Next<int(pthread_rwlock_t*)> real("pthread_rwlock_rdlock");
+    const int failed = note(Call::readLock, lock);
+    return failed != 0 ? failed : real(lock);
+}
+
+int pthread_rwlock_wrlock(pthread_rwlock_t* lock)
+{
+    static Next<int(pthread_rwlock_t*)> real("pthread_rwlock_wrlock");
+    const int failed = note(Call::writeLock, lock);
+    return failed != 0 ? failed : real(lock);
+}
+
+int pthread_rwlock_unlock(pthread_rwlock_t* lock)
+{
+    static Next<int(pthread_rwlock_t*)> real("pthread_rwlock_unlock");
+    const int failed = note(Call::rwUnlock, lock);
+    return failed != 0 ? failed : real(lock);
+}
+
 int pthread_cond_signal(pthread_cond_t* condition)
 {
     static Next<int(pthread_cond_t*)> real("pthread_cond_signal");
@@ -278,6 +317,18 @@ int pthread_cancel(pthread_t thread)
     static Next<int(pthread_t)> real("pthread_cancel");
     const int failed = note(Call::cancel, nullptr);
     return failed != 0 ? failed : real(thread);
+}
+
+int nanosleep(const timespec* duration, timespec* left)
+{
+    static Next<int(const timespec*, timespec*)> real("nanosleep");
+    const int failed =
+        note(Call::sleep, nullptr, duration->tv_sec * 1000 + duration->tv_nsec / 1000000);
+    if (failed != 0) {
+        errno = failed;
+        return -1;
+    }
+    return real(duration, left);
 }
 
 }  // extern "C"

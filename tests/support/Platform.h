@@ -19,6 +19,9 @@ enum class Call {
     schedPolicy,    ///< pthread_attr_setschedpolicy: value
     schedPriority,  ///< pthread_attr_setschedparam: value
     lock,           ///< pthread_mutex_lock: object = the mutex; seen just before the lock
+    readLock,       ///< pthread_rwlock_rdlock: object = the lock; seen just before the hold
+    writeLock,      ///< pthread_rwlock_wrlock: object = the lock; seen just before the hold
+    rwUnlock,       ///< pthread_rwlock_unlock: object = the lock; seen while it is still held
     signal,         ///< pthread_cond_signal: object = the condition
     broadcast,      ///< pthread_cond_broadcast: object
     wait,           ///< pthread_cond_wait: object; seen just before the wait
@@ -26,6 +29,7 @@ enum class Call {
     join,           ///< pthread_join
     detach,         ///< pthread_detach
     cancel,         ///< pthread_cancel
+    sleep,          ///< nanosleep: value = milliseconds
 };
 
 struct Record {
@@ -51,6 +55,16 @@ public:
     /// The names that threads gave themselves, in order; of one thread where it is given.
     std::vector<std::string> names() const;
     std::vector<std::string> names(pthread_t thread) const;
+};
+
+/// While it lives, `look` is called just before each call is made, on the thread that makes it, one
+/// thread at a time. It must make none of the calls itself. One at a time.
+class Observer {
+public:
+    explicit Observer(std::function<void(Call call, const void* object)> look);
+    ~Observer();
+    Observer(const Observer&) = delete;
+    Observer& operator=(const Observer&) = delete;
 };
 
 /// While it lives, `call` returns `status` instead of being made, where `when` says so of the

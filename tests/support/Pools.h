@@ -53,6 +53,14 @@ inline boost::shared_ptr<FunctionTask> makeTask()
 
 using Pool = boost::shared_ptr<KT::KTThreadPool>;
 
+/// Whether any thread holds `mutex`, the calling one included.
+inline bool isHeld(const boost::shared_ptr<KT::KTMutex>& mutex)
+{
+    bool alreadyLocked = false;
+    const KT::KTCriticalTrueIfLocked attempt(mutex, alreadyLocked);
+    return alreadyLocked;
+}
+
 /// A fixture that closes the pools it made, and leaves no worker to the test that comes next.
 class PoolFixture : public testing::Test {
 protected:
