@@ -1,11 +1,16 @@
 #include <atomic>
 #include <csignal>
+#include <ios>
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <spdlog/common.h>
 
 #include <kterror/KTError.h>
 
@@ -15,12 +20,21 @@
 
 namespace {
 
+using platform::Call;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Pair;
 
 /// runTask on the test's own thread, of a worker without a thread.
 class RunTask : public PoolFixture {
 protected:
+    /// A worker of `pool`, which has no place for it.
+    static boost::shared_ptr<KT::KTThread> workerOf(const Pool& pool)
+    {
+        return boost::shared_ptr<KT::KTThread>(
+            new KT::KTThread(pool, 0, inside::wakeMutex(pool), inside::wakeCondition(pool)));
+    }
+
     void give(const boost::shared_ptr<KT::KTTask>& task) { inside::currentTask(*worker) = task; }
 
     const boost::shared_ptr<KT::KTMutex> mutex = KT::KTMutex::createKTMutex();
@@ -104,6 +118,7 @@ TEST_F(RunTask, ErrorOfTheBodyIsLoggedAndTheTaskFinished)
     worker->runTask();
     ASSERT_EQ(log.records().size(), 1U);
     EXPECT_EQ(log.records()[0].text, "Error caught: " + error.toString());
+    EXPECT_EQ(log.records()[0].level, spdlog::level::critical);
     EXPECT_EQ(log.records()[0].function, "runTask");
     EXPECT_EQ(log.records()[0].file, "");
     EXPECT_EQ(log.records()[0].line, 0);
@@ -113,6 +128,42 @@ TEST_F(RunTask, ErrorOfTheBodyIsLoggedAndTheTaskFinished)
     EXPECT_THAT(recorder.names(), ElementsAre("KTTask: print [running]"))
         << "the running name stays";
 }
+
+/// Throws when its name is asked for: for the running thread (1) or the finished one (2).
+struct Nameless : KT::KTTask {
+    explicit Nameless(int failingCall) : failing(failingCall) {}
+    const std::string& getTaskName() const override
+    {
+        if (++calls == failing) {
+            throw KT::KTError("labels", "getTaskName", "no name", "labels.cpp", 9);
+        }
+        return KT::KTTask::getTaskName();
+    }
+    void run() override { ++runs; }
+
+    const int failing;
+    mutable int calls = 0;
+    int runs = 0;
+};
+
+class RunTaskNameless : public RunTask, public testing::WithParamInterface<int> {};
+
+TEST_P(RunTaskNameless, ErrorOfTheNameIsLoggedAndTheTaskFinished)
+{
+    const LogCapture log("KTThread");
+    const auto task = boost::make_shared<Nameless>(GetParam());
+    give(task);
+    EXPECT_NO_THROW(worker->runTask());
+    EXPECT_EQ(task->runs, GetParam() - 1) << "without the first name the body is not run";
+    ASSERT_EQ(log.records().size(), 1U);
+    EXPECT_EQ(log.records()[0].text,
+              "Error caught: " +
+                  KT::KTError("labels", "getTaskName", "no name", "labels.cpp", 9).toString());
+    EXPECT_EQ(inside::state(*task), 2);
+    EXPECT_FALSE(inside::currentTask(*worker));
+}
+
+INSTANTIATE_TEST_SUITE_P(Calls, RunTaskNameless, testing::Values(1, 2));
 
 TEST_F(RunTask, OtherExceptionsLeaveTheTaskRunningAndReachTheCaller)
 {
@@ -131,8 +182,7 @@ TEST_F(RunTask, ReportsTheEndToThePool)
 {
     const Pool pool = made(0, 1);
     pool->init(0, 1, 0, 0, 0);
-    const boost::shared_ptr<KT::KTThread> member(
-        new KT::KTThread(pool, 0, inside::wakeMutex(pool), inside::wakeCondition(pool)));
+    const auto member = workerOf(pool);
     const auto task = makeTask();
     std::int32_t counted = -1;
     task->body = [&] { counted = inside::taskCount(*inside::monitor(pool)); };
@@ -142,11 +192,66 @@ TEST_F(RunTask, ReportsTheEndToThePool)
     EXPECT_EQ(inside::taskCount(*inside::monitor(pool)), 1);
 }
 
+TEST_F(RunTask, TaskIsFinishedBeforeItsEndIsReported)
+{
+    const Pool pool = made(0, 1);
+    pool->init(0, 1, 0, 0, 0);
+    const auto member = workerOf(pool);
+    const auto task = makeTask();
+    inside::currentTask(*member) = task;
+    const void* const monitorMutex = inside::mutex(*inside::mutex(*inside::monitor(pool))).get();
+    std::int32_t reported = -1;
+    {
+        const platform::Observer observer([&](Call call, const void* object) {
+            if (call == Call::lock && object == monitorMutex) {
+                reported = inside::state(*task);
+            }
+        });
+        member->runTask();
+    }
+    EXPECT_EQ(reported, 2);
+}
+
+TEST_F(RunTask, LetsGoOfTheTaskUnderTheExclusiveHold)
+{
+    give(makeTask());
+    const auto& taskLock = inside::lock(*inside::taskLock(*worker));
+    std::vector<std::pair<Call, bool>> seen;
+    {
+        const platform::Observer observer([&](Call call, const void* object) {
+            if (object == taskLock.get()) {
+                seen.emplace_back(call, bool(inside::currentTask(*worker)));
+            }
+        });
+        worker->runTask();
+    }
+    EXPECT_THAT(seen, ElementsAre(Pair(Call::readLock, true), Pair(Call::rwUnlock, true),
+                                  Pair(Call::writeLock, true), Pair(Call::rwUnlock, false)));
+}
+
+TEST_F(RunTask, WhatTheReportThrowsLeavesItWithTheTaskKept)
+{
+    const Pool pool = made(1, 1, 1);
+    pool->init(0, 1, 1, 0, 0);
+    const auto member = workerOf(pool);
+    const auto task = makeTask();
+    inside::currentTask(*member) = task;
+    inside::nbBusyThreads(pool) = 190;  // the monitor has a line to write
+    {
+        const FailingConsole console;
+        EXPECT_THROW(member->runTask(), std::ios_base::failure);
+    }
+    inside::nbBusyThreads(pool) = 0;
+    EXPECT_EQ(inside::state(*task), 2);
+    EXPECT_EQ(inside::currentTask(*member), task);
+    // The shared hold is released: a writer gets in.
+    const KT::KTCriticalSectionWrite hold(inside::taskLock(*member));
+}
+
 TEST_F(RunTask, PoolThatGoesWhileTheTaskRunsIsNotTold)
 {
     Pool pool(new KT::KTThreadPool(0, 1, 0, 0, 0));
-    const boost::shared_ptr<KT::KTThread> member(
-        new KT::KTThread(pool, 0, inside::wakeMutex(pool), inside::wakeCondition(pool)));
+    const auto member = workerOf(pool);
     const auto task = makeTask([&] { pool.reset(); });
     inside::currentTask(*member) = task;
     member->runTask();
@@ -191,6 +296,19 @@ TEST_F(RunTaskOnAPool, WorkerGoesOnAfterAnError)
     const LogCapture log("KTThread");
     const Pool pool = fixed(1);
     const auto failing = makeTask([] { throw KT::KTError("m", "f", "d", "", 0); });
+    const auto next = makeTask();
+    ASSERT_TRUE(pool->enqueue(failing));
+    ASSERT_TRUE(pool->enqueue(next));
+    EXPECT_TRUE(untilFinished(pool, next));
+    EXPECT_EQ(inside::state(*failing), 2);
+    EXPECT_EQ(log.records().size(), 1U);
+}
+
+TEST_F(RunTaskOnAPool, WorkerGoesOnAfterAnErrorOfAName)
+{
+    const LogCapture log("KTThread");
+    const Pool pool = fixed(1);
+    const auto failing = boost::make_shared<Nameless>(1);
     const auto next = makeTask();
     ASSERT_TRUE(pool->enqueue(failing));
     ASSERT_TRUE(pool->enqueue(next));

@@ -7,6 +7,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <spdlog/common.h>
+
 #include "Capture.h"
 #include "Platform.h"
 #include "Pools.h"
@@ -60,6 +62,7 @@ TEST_F(ThreadLoop, ThreadOfAnUnownedWorkerLogsAndEnds)
     }
     ASSERT_EQ(log.records().size(), 1U);
     EXPECT_EQ(log.records()[0].text, "cannot create thread");
+    EXPECT_EQ(log.records()[0].level, spdlog::level::critical);
     EXPECT_EQ(log.records()[0].function, "_KT_Thread_Pool_Atom");
     EXPECT_EQ(log.records()[0].file, "");
     EXPECT_EQ(log.records()[0].line, 0);
@@ -279,6 +282,18 @@ TEST_F(ThreadLoop, GetTaskLinksTheTaskToTheWorkerBeforeItRuns)
     EXPECT_EQ(inside::state(*task), 0);
     inside::currentTask(*worker).reset();
     EXPECT_TRUE(pool->close());
+}
+
+TEST_F(ThreadLoop, GetTaskWithoutItsPoolKeepsTheTask)
+{
+    Pool pool(new KT::KTThreadPool(0, 1, 0, 0, 0));
+    const boost::shared_ptr<KT::KTThread> worker(
+        new KT::KTThread(pool, 0, inside::wakeMutex(pool), inside::wakeCondition(pool)));
+    const auto task = makeTask();
+    inside::currentTask(*worker) = task;
+    pool.reset();
+    EXPECT_FALSE(worker->getTask());
+    EXPECT_EQ(inside::currentTask(*worker), task);
 }
 
 TEST_F(ThreadLoop, GetTaskTakesASharedHold)

@@ -6,6 +6,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <spdlog/common.h>
+
 #include <kterror/KTError.h>
 
 #include "Capture.h"
@@ -148,6 +150,7 @@ TEST_F(Thread, FailedLaunchIsLoggedOnceAndThrown)
               KT::KTError("pthread", "pthread", text, "libktthread/src/ktthread", 95).toString());
     ASSERT_EQ(log.records().size(), 1U);
     EXPECT_EQ(log.records()[0].text, text);
+    EXPECT_EQ(log.records()[0].level, spdlog::level::critical);
     EXPECT_EQ(log.records()[0].function, "launch");
     EXPECT_EQ(log.records()[0].file, "");
     EXPECT_EQ(log.records()[0].line, 0);
@@ -333,6 +336,28 @@ TEST_F(Thread, DestructionUnlinksTheTaskItStillHolds)
     EXPECT_EQ(recorder.count(Call::signal), 1U);
     EXPECT_FALSE(inside::managingThread(*task).lock());
     EXPECT_EQ(task.use_count(), 1);
+}
+
+TEST_F(Thread, DestructionTakesASharedHoldAndMarksItKilledBeforeItSignals)
+{
+    auto thread = worker();
+    KT::KTThread& dying = *thread;
+    const void* const taskLock = inside::lock(*inside::taskLock(dying)).get();
+    std::vector<Call> calls;
+    bool isMarked = false;
+    {
+        const platform::Observer observer([&](Call call, const void* object) {
+            if (call == Call::signal) {
+                isMarked = inside::killed(dying);
+            }
+            if (call == Call::signal || object == taskLock) {
+                calls.push_back(call);
+            }
+        });
+        thread.reset();
+    }
+    EXPECT_THAT(calls, ElementsAre(Call::readLock, Call::signal, Call::rwUnlock));
+    EXPECT_TRUE(isMarked);
 }
 
 TEST_F(Thread, FailingJoinIsIgnored)
