@@ -1,6 +1,10 @@
+#include <ios>
 #include <string>
 #include <type_traits>
+#include <utility>
+#include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Capture.h"
@@ -10,6 +14,7 @@
 namespace {
 
 using platform::Call;
+using testing::ElementsAre;
 
 static_assert(!std::is_polymorphic<KT::KTMonitor>::value, "a plain observer");
 
@@ -108,6 +113,70 @@ TEST_F(Monitor, SumsWrap)
     EXPECT_EQ(inside::idleMicroseconds(monitor), -483650);
 }
 
+TEST_F(Monitor, PeriodicLookKeepsTheIdleTime)
+{
+    const Pool pool = counting(4, 0, 4);
+    KT::KTMonitor monitor(1, 0, 0, pool);
+    for (int i = 0; i < 3; ++i) {
+        monitor.assimilate(taskThatWaited(700000));
+        EXPECT_EQ(inside::taskCount(monitor), 0);
+    }
+    EXPECT_EQ(inside::idleSeconds(monitor), 2);
+    EXPECT_EQ(inside::idleMicroseconds(monitor), 100000);
+}
+
+TEST_F(Monitor, PeriodicLookThatThrowsKeepsTheIdleTimeAndStartsTheCountAnew)
+{
+    const Pool pool = counting(200, 190, 400);
+    KT::KTMonitor monitor(2, 0, 0, pool);
+    {
+        const FailingConsole console;
+        monitor.assimilate(taskThatWaited(700000));
+        EXPECT_THROW(monitor.assimilate(taskThatWaited(700000)), std::ios_base::failure);
+    }
+    EXPECT_EQ(inside::taskCount(monitor), 0);
+    EXPECT_EQ(inside::idleSeconds(monitor), 1);
+    EXPECT_EQ(inside::idleMicroseconds(monitor), 400000);
+    EXPECT_FALSE(isHeld(inside::mutex(monitor)));
+    inside::nbBusyThreads(pool) = 0;
+}
+
+TEST_F(Monitor, LooksUnderItsMutexOnlyIfTheLookIsPeriodic)
+{
+    const Pool pool = counting(4, 0, 4);
+    KT::KTMonitor monitor(1, 0, 0, pool);
+    const void* const busyLock = inside::lock(*inside::busyLock(pool)).get();
+    const auto mutex = inside::mutex(monitor);
+    std::vector<bool> looks;
+    {
+        const platform::Observer observer([&](Call call, const void* object) {
+            if (call == Call::readLock && object == busyLock) {
+                looks.push_back(isHeld(mutex));
+            }
+        });
+        monitor.assimilate(taskThatWaited(0));
+        monitor.adjustPool();
+    }
+    EXPECT_THAT(looks, ElementsAre(true, false));
+}
+
+TEST_F(Monitor, ReadsTheBusyCountUnderASharedHold)
+{
+    const Pool pool = counting(4, 0, 4);
+    KT::KTMonitor monitor(0, 0, 0, pool);
+    const void* const busyLock = inside::lock(*inside::busyLock(pool)).get();
+    std::vector<Call> calls;
+    {
+        const platform::Observer observer([&](Call call, const void* object) {
+            if (object == busyLock) {
+                calls.push_back(call);
+            }
+        });
+        monitor.adjustPool();
+    }
+    EXPECT_THAT(calls, ElementsAre(Call::readLock, Call::rwUnlock));
+}
+
 struct Load {
     int live;
     int busy;
@@ -160,11 +229,23 @@ TEST_F(Monitor, DropsItsReferenceToTheTask)
 {
     const Pool pool = counting(4, 0, 4);
     KT::KTMonitor monitor(0, 0, 0, pool);
+    const auto task = taskThatWaited(1);
+    monitor.assimilate(task);
+    EXPECT_EQ(task.use_count(), 1);
+}
+
+TEST_F(Monitor, AutoDeleteDropsItBeforeTheCallEnds)
+{
+    const Pool pool = counting(4, 0, 4);
+    KT::KTMonitor monitor(0, 0, 0, pool);
     for (const bool autoDelete : {false, true}) {
-        const auto task = taskThatWaited(1);
+        auto task = taskThatWaited(1);
         task->autoDelete = autoDelete;
-        monitor.assimilate(task);
-        EXPECT_EQ(task.use_count(), 1);
+        const boost::weak_ptr<KT::KTTask> watched(task);
+        // An argument lives until the end of the full expression.
+        const bool isGone = (monitor.assimilate(std::move(task)), watched.expired());
+        EXPECT_EQ(isGone, autoDelete);
+        EXPECT_TRUE(watched.expired());
     }
 }
 

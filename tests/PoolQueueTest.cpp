@@ -3,6 +3,7 @@
 #include <thread>
 #include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Platform.h"
@@ -11,6 +12,7 @@
 namespace {
 
 using platform::Call;
+using testing::ElementsAre;
 
 class PoolQueue : public PoolFixture {
 protected:
@@ -128,6 +130,24 @@ TEST_F(PoolQueue, EnqueueSignalsUnderTheWakeMutex)
     }
     client.joinAll();
     EXPECT_EQ(recorder.count(Call::signal), 1U);
+}
+
+TEST_F(PoolQueue, EnqueueMakesThePoolGrowBeforeItSignals)
+{
+    const Pool pool = made(1, 2);
+    pool->init(0, 2, 0, 0, 0);
+    std::vector<Call> calls;
+    {
+        const pthread_t client = pthread_self();
+        const platform::Observer observer([&](Call call, const void* object) {
+            if (pthread_equal(pthread_self(), client) != 0 &&
+                (call == Call::create || object == wakeCondition(pool))) {
+                calls.push_back(call);
+            }
+        });
+        EXPECT_TRUE(pool->enqueue(makeTask()));
+    }
+    EXPECT_THAT(calls, ElementsAre(Call::create, Call::signal));
 }
 
 TEST_F(PoolQueue, SuccessfulTakeHandsTheWakeUpOn)

@@ -89,6 +89,33 @@ TEST_F(PoolConstruction, InitWithoutAnOwnerThrowsBeforeAnyWorker)
     EXPECT_EQ(recorder.count(Call::create), 0U);
 }
 
+TEST_F(PoolConstruction, SecondInitReplacesTheMonitor)
+{
+    const Pool pool = made(1, 1);
+    pool->init(0, 1, 0, 0, 0);
+    const auto first = inside::monitor(pool);
+    pool->init(0, 1, 0, 0, 0);
+    EXPECT_NE(inside::monitor(pool), first);
+    EXPECT_EQ(first.use_count(), 1);
+    pool->taskEnded(makeTask());
+    EXPECT_EQ(inside::taskCount(*inside::monitor(pool)), 1);
+    EXPECT_EQ(inside::taskCount(*first), 0);
+}
+
+TEST_F(PoolConstruction, WorkersReportToTheMonitorOfTheLastInit)
+{
+    const Pool pool = fixed(1);
+    const auto first = inside::monitor(pool);
+    for (int i = 0; i < 2; ++i) {
+        const auto task = makeTask();
+        ASSERT_TRUE(pool->enqueue(task));
+        ASSERT_TRUE(untilFinished(pool, task));
+        ASSERT_TRUE(untilAsleep(pool, 1));
+        pool->init(0, 1, 0, 0, 0);
+    }
+    EXPECT_EQ(inside::taskCount(*first), 1) << "the second task is the second monitor's";
+}
+
 TEST_F(PoolConstruction, InitWithMoreWorkersThanMaxThreadsThrowsAndMakesNothing)
 {
     const platform::Recorder recorder;

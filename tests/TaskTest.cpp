@@ -1,4 +1,5 @@
 #include <atomic>
+#include <cerrno>
 #include <climits>
 #include <ostream>
 #include <thread>
@@ -6,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Platform.h"
 #include "Pools.h"
 
 namespace {
@@ -133,6 +135,28 @@ TEST(TaskWait, LastsUntilTheTaskIsFinished)
     task->setEndTime();
     waiter.join();
     EXPECT_TRUE(returned);
+}
+
+TEST(TaskWait, LooksEvery100Milliseconds)
+{
+    const auto task = makeTask();
+    const platform::Failure noSleep(platform::Call::sleep, EINVAL);
+    const pthread_t waiter = pthread_self();
+    const platform::Recorder recorder;
+    int sleeps = 0;
+    {
+        const platform::Observer observer([&](platform::Call call, const void*) {
+            if (call == platform::Call::sleep && pthread_equal(pthread_self(), waiter) != 0 &&
+                ++sleeps == 5) {
+                task->setEndTime();
+            }
+        });
+        task->waitForEndOfTask();
+    }
+    EXPECT_EQ(sleeps, 5);
+    for (const platform::Record& sleep : recorder.records(platform::Call::sleep)) {
+        EXPECT_EQ(sleep.value, 100);
+    }
 }
 
 TEST(TaskLink, IsWeakAndCanBeEmptied)
