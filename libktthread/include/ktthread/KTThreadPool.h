@@ -206,8 +206,10 @@ public:
     ///                   force
     bool close(bool force = false, int timeoutMs = -1);
 
-    /// Whether the caller runs on one of the pool's own workers, which can't wait for the pool:
-    /// there `join` and `close` say false at once. Any thread may ask. Throws nothing.
+    /// For those who mustn't wait for themselves: on one of the pool's own workers `join` and
+    /// `close` say false at once. Doesn't block; any thread may call it. Throws nothing.
+    ///
+    /// \return  whether the caller runs on one of the pool's own workers
     bool runningInThisThread() const;
 
     /// What the pool does at the moment. Throws nothing.
