@@ -1260,7 +1260,9 @@ bool KTThreadPool::growLocked(int count, Workers& displaced)
     }
     for (int i = 0; i < count; ++i) {
         if (nbThreads >= maxThreads) {
-            announceLimit();
+            // Not by announceLimit: each enqueue comes here in a pool that is full and busy.
+            KT_POOL_PROBE(limit_reached, this, KT_AT(queueLength), KT_AT(nbThreads),
+                          KT_AT(maxThreads));
             return false;
         }
         if (!startWorkerLocked(displaced)) {
