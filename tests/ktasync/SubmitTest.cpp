@@ -68,10 +68,11 @@ TEST(Submit, VoidReferencesAndMoveOnlyTypesPass)
     KT::KTFuture<int&> reference = KT::submit(pool, [&target]() -> int& { return target; });
     EXPECT_EQ(&reference.get(), &target);
 
-    KT::KTFuture<int&&> movable =
-        KT::submit(pool, [&target]() -> int&& { return std::move(target); });
-    int&& moved = movable.get();
-    EXPECT_EQ(&moved, &target);
+    std::string text;
+    KT::KTFuture<std::string&&> movable =
+        KT::submit(pool, [&text]() -> std::string&& { return std::move(text); });
+    std::string&& moved = movable.get();
+    EXPECT_EQ(&moved, &text);
 
     auto owner = std::make_unique<int>(7);
     const int* const address = owner.get();
