@@ -141,7 +141,7 @@ void storm(Dice& dice)
     ASSERT_TRUE(std::cout.good());
 }
 
-TEST(ForcedShutdown, AtAnyMomentLeavesNothingBehind)
+TEST(ForcedStorm, AtAnyMomentLeavesNothingBehind)
 {
     const QuietConsole quiet;
     const LogCapture failures("KTThread");

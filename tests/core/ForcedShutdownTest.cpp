@@ -33,7 +33,7 @@ void blockFor(int milliseconds)
     condition->waitFor(mutex, milliseconds);
 }
 
-class Cancellation : public PoolFixture {};
+class ForcedShutdown : public PoolFixture {};
 
 /// Notes in which of its operations the worker could be cancelled.
 struct Probe : KT::KTTask {
@@ -50,7 +50,7 @@ struct Probe : KT::KTTask {
     static inline std::atomic<int> destructor{-1};
 };
 
-TEST_F(Cancellation, IsPossibleInTheBodyOnly)
+TEST_F(ForcedShutdown, CutsATaskOffInItsBodyOnly)
 {
     Probe::body = Probe::naming = Probe::destructor = -1;
     const Pool pool = fixed(1);
@@ -64,7 +64,7 @@ TEST_F(Cancellation, IsPossibleInTheBodyOnly)
     EXPECT_EQ(Probe::destructor, 0);
 }
 
-TEST_F(Cancellation, CutsABlockingTaskOffAndUnwindsIt)
+TEST_F(ForcedShutdown, CutsABlockingTaskOffAndUnwindsIt)
 {
     const Pool pool = fixed(1);
     const auto mutex = KT::KTMutex::createKTMutex();
@@ -93,7 +93,7 @@ TEST_F(Cancellation, CutsABlockingTaskOffAndUnwindsIt)
     EXPECT_EQ(task.use_count(), 1);
 }
 
-TEST_F(Cancellation, LetsATaskWithoutACancellationPointFinish)
+TEST_F(ForcedShutdown, LetsATaskWithoutACancellationPointFinish)
 {
     const Pool pool = fixed(1);
     std::atomic<bool> started(false);
@@ -116,7 +116,7 @@ TEST_F(Cancellation, LetsATaskWithoutACancellationPointFinish)
     EXPECT_EQ(pool->status().busyThreads, 0);
 }
 
-TEST_F(Cancellation, LogAndConsoleLinesAreNotCut)
+TEST_F(ForcedShutdown, DoesNotCutLogAndConsoleLines)
 {
     struct Watching : std::streambuf {
         std::streamsize xsputn(const char*, std::streamsize size) override
@@ -160,7 +160,7 @@ TEST_F(Cancellation, LogAndConsoleLinesAreNotCut)
     EXPECT_TRUE(std::cout.good());
 }
 
-TEST_F(Cancellation, SleepersReleaseTheWakeMutex)
+TEST_F(ForcedShutdown, OfSleepersReleasesTheWakeMutex)
 {
     const Pool pool = fixed(3);
     ASSERT_TRUE(untilAsleep(pool, 3));
@@ -171,7 +171,7 @@ TEST_F(Cancellation, SleepersReleaseTheWakeMutex)
     EXPECT_FALSE(busy);
 }
 
-TEST_F(Cancellation, EndsASleeperThatNobodyTold)
+TEST_F(ForcedShutdown, EndsASleeperByItsCancellationAlone)
 {
     const Pool pool = fixed(1);
     ASSERT_TRUE(untilAsleep(pool, 1));
@@ -181,7 +181,7 @@ TEST_F(Cancellation, EndsASleeperThatNobodyTold)
     EXPECT_FALSE(inside::killed(*worker));
 }
 
-TEST_F(Cancellation, OfATaskThatWaitsOnAConditionReleasesTheMutex)
+TEST_F(ForcedShutdown, ReleasesTheMutexOfATaskThatWaitsOnACondition)
 {
     const Pool pool = fixed(2);
     const auto mutex = KT::KTMutex::createKTMutex();
@@ -208,7 +208,7 @@ TEST_F(Cancellation, OfATaskThatWaitsOnAConditionReleasesTheMutex)
 }
 
 /// Forced shutdowns at whatever moment they hit tasks of all kinds.
-TEST_F(Cancellation, StormsEndNothingButTheirPool)
+TEST_F(ForcedShutdown, AtAnyMomentEndsNothingButItsPool)
 {
     const LogCapture log("KTThread");
     const LogCapture storm("storm");
