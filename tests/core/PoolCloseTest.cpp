@@ -1,6 +1,5 @@
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <thread>
 #include <vector>
 
@@ -18,48 +17,6 @@ using platform::Call;
 
 class PoolClose : public PoolFixture {};
 class PoolJoin : public PoolFixture {};
-class PoolWake : public PoolFixture {};
-class PoolStatus : public PoolFixture {};
-
-TEST_F(PoolWake, SignalsOnlyIfTasksAreQueued)
-{
-    const Pool pool = made(1, 1);
-    pool->init(0, 1, 0, 0, 0);
-    const platform::Recorder recorder;
-    EXPECT_FALSE(pool->wake());
-    EXPECT_EQ(recorder.count(Call::signal), 0U);
-    pool->enqueue(makeTask());
-    EXPECT_TRUE(pool->wake());
-    EXPECT_EQ(recorder.count(Call::signal), 2U);
-}
-
-TEST_F(PoolWake, FindsATaskWhoseWakeUpWasLost)
-{
-    const Pool pool = fixed(1);
-    const auto task = makeTask();
-    std::thread client;
-    {
-        const OnTheWayToSleep held(pool);
-        client = std::thread([&] { pool->enqueue(task); });
-        ASSERT_TRUE(eventually([&] { return pool->status().queuedTasks == 1; }));
-    }
-    client.join();
-    EXPECT_TRUE(untilFinished(pool, task));
-}
-
-TEST_F(PoolWake, WakesAWorkerForATaskThatNobodySignalled)
-{
-    const Pool pool = fixed(1);
-    ASSERT_TRUE(untilAsleep(pool, 1));
-    const auto task = makeTask();
-    {
-        const KT::KTCriticalSection hold(inside::queueMutex(pool));
-        inside::tasks(pool).push_back(task);
-    }
-    EXPECT_EQ(inside::state(*task), 0);
-    EXPECT_TRUE(pool->wake());
-    EXPECT_TRUE(eventually([&] { return inside::state(*task) == 2; }));
-}
 
 TEST_F(PoolJoin, IsFalseAtOnceOnARunningPool)
 {
@@ -115,43 +72,6 @@ TEST_F(PoolJoin, IsFalseAfterItsTimeAndTrueLater)
     EXPECT_TRUE(pool->join(0));
 }
 
-TEST_F(PoolJoin, WaitsForThreadLocalObjectsOfTheTasks)
-{
-    struct Slow {
-        ~Slow()
-        {
-            ro::os::msleep(100);
-            *ended = true;
-        }
-        std::atomic<bool>* ended = nullptr;
-    };
-    std::atomic<bool> ended(false);
-    const Pool pool = fixed(1);
-    const auto task = makeTask([&] {
-        static thread_local Slow slow;
-        slow.ended = &ended;
-    });
-    ASSERT_TRUE(pool->enqueue(task));
-    ASSERT_TRUE(untilFinished(pool, task));
-    pool->shutdown(false);
-    EXPECT_TRUE(pool->join());
-    EXPECT_TRUE(ended);
-}
-
-TEST_F(PoolJoin, CountsRetiredWorkersToo)
-{
-    const ConsoleCapture console;
-    const Pool pool = fixed(20);
-    ASSERT_TRUE(untilAsleep(pool, 20));
-    ASSERT_TRUE(pool->adjustThread(-3));
-    const auto task = makeTask();
-    ASSERT_TRUE(pool->enqueue(task));
-    ASSERT_TRUE(untilFinished(pool, task));
-    pool->shutdown(false);
-    EXPECT_TRUE(pool->join());
-    EXPECT_TRUE(eventually([] { return threadsNamed("KTThread").empty(); }));
-}
-
 TEST_F(PoolJoin, LeavesTheWorkersOfAPoolStartedAnewAlone)
 {
     const Pool pool = fixed(1);
@@ -171,27 +91,6 @@ TEST_F(PoolJoin, LeavesTheWorkersOfAPoolStartedAnewAlone)
     joiner.joinAll();
     EXPECT_EQ(joined, 0);
     EXPECT_FALSE(inside::killed(*inside::threads(pool)[0]));
-}
-
-/// To be called in a process of its own, which must have run no pool yet.
-void closesWithoutThreadKeys()
-{
-    pthread_key_t key = 0;
-    while (pthread_key_create(&key, nullptr) == 0) {
-    }
-    bool closed = false;
-    {
-        const auto pool = boost::make_shared<KT::KTThreadPool>(2, 2, 0, 0, 0);
-        pool->init(2, 2, 0, 0, 0);
-        const auto task = makeTask();
-        closed = pool->enqueue(task) && untilFinished(pool, task) && pool->close(false, 60000);
-    }
-    std::exit(closed ? 0 : 1);
-}
-
-TEST_F(PoolJoin, CountsThreadsInAProcessThatHasNoThreadKeysLeft)
-{
-    EXPECT_EXIT(closesWithoutThreadKeys(), testing::ExitedWithCode(0), "");
 }
 
 class PoolCloseOfEitherKind : public PoolFixture, public testing::WithParamInterface<bool> {};
@@ -412,28 +311,6 @@ TEST_F(PoolClose, LeavesNoTaskInTheQueue)
     EXPECT_TRUE(pool->close());
     EXPECT_EQ(pool->status().queuedTasks, 0);
     EXPECT_EQ(task.use_count(), 1);
-}
-
-TEST_F(PoolStatus, ShowsEachFigure)
-{
-    const Pool pool = fixed(20);
-    ASSERT_TRUE(untilAsleep(pool, 20));
-    KT::KTThreadPoolStatus status = pool->status();
-    EXPECT_EQ(status.threads, 20);
-    EXPECT_EQ(status.busyThreads, 0);
-    EXPECT_EQ(status.maxThreads, 20);
-    EXPECT_EQ(status.threadsToRemove, 0);
-    EXPECT_EQ(status.queuedTasks, 0);
-
-    {
-        const KT::KTCriticalSection hold(inside::queueMutex(pool));
-        inside::tasks(pool).push_back(makeTask());
-        inside::tasks(pool).push_back(makeTask());
-    }
-    EXPECT_TRUE(pool->adjustThread(-2));
-    status = pool->status();
-    EXPECT_EQ(status.threadsToRemove, 2);
-    EXPECT_EQ(status.queuedTasks, 2);
 }
 
 /// Makes its pool grow when it dies.

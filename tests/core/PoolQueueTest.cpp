@@ -30,6 +30,8 @@ protected:
     }
 };
 
+class PoolWake : public PoolFixture {};
+
 TEST_F(PoolQueue, HandsTasksOutInArrivalOrder)
 {
     const Pool pool = idle();
@@ -266,6 +268,46 @@ TEST_F(PoolQueue, FinishedTaskMayBeEnqueuedAgain)
         EXPECT_EQ(runs, i);
         ASSERT_TRUE(eventually([&] { return pool->status().busyThreads == 0; }));
     }
+}
+
+TEST_F(PoolWake, SignalsOnlyIfTasksAreQueued)
+{
+    const Pool pool = made(1, 1);
+    pool->init(0, 1, 0, 0, 0);
+    const platform::Recorder recorder;
+    EXPECT_FALSE(pool->wake());
+    EXPECT_EQ(recorder.count(Call::signal), 0U);
+    pool->enqueue(makeTask());
+    EXPECT_TRUE(pool->wake());
+    EXPECT_EQ(recorder.count(Call::signal), 2U);
+}
+
+TEST_F(PoolWake, FindsATaskWhoseWakeUpWasLost)
+{
+    const Pool pool = fixed(1);
+    const auto task = makeTask();
+    std::thread client;
+    {
+        const OnTheWayToSleep held(pool);
+        client = std::thread([&] { pool->enqueue(task); });
+        ASSERT_TRUE(eventually([&] { return pool->status().queuedTasks == 1; }));
+    }
+    client.join();
+    EXPECT_TRUE(untilFinished(pool, task));
+}
+
+TEST_F(PoolWake, WakesAWorkerForATaskThatNobodySignalled)
+{
+    const Pool pool = fixed(1);
+    ASSERT_TRUE(untilAsleep(pool, 1));
+    const auto task = makeTask();
+    {
+        const KT::KTCriticalSection hold(inside::queueMutex(pool));
+        inside::tasks(pool).push_back(task);
+    }
+    EXPECT_EQ(inside::state(*task), 0);
+    EXPECT_TRUE(pool->wake());
+    EXPECT_TRUE(eventually([&] { return inside::state(*task) == 2; }));
 }
 
 }  // namespace

@@ -18,9 +18,9 @@ namespace {
 using platform::Call;
 using testing::ElementsAre;
 
-class ThreadLoop : public PoolFixture {};
+class WorkerLoop : public PoolFixture {};
 
-TEST_F(ThreadLoop, FreshWorkerGoesFromNewStraightToSleep)
+TEST_F(WorkerLoop, FreshWorkerGoesFromNewStraightToSleep)
 {
     const platform::Recorder recorder;
     const Pool pool = fixed(1);
@@ -28,7 +28,7 @@ TEST_F(ThreadLoop, FreshWorkerGoesFromNewStraightToSleep)
     EXPECT_THAT(recorder.names(), ElementsAre("KTThread [new]", "KTThread [sleeping]"));
 }
 
-TEST_F(ThreadLoop, OneTaskWakesOneWorkerWhichSleepsAgain)
+TEST_F(WorkerLoop, OneTaskWakesOneWorkerWhichSleepsAgain)
 {
     const Pool pool = fixed(3);
     ASSERT_TRUE(untilAsleep(pool, 3));
@@ -50,7 +50,7 @@ TEST_F(ThreadLoop, OneTaskWakesOneWorkerWhichSleepsAgain)
                             "KTThread [sleeping]"));
 }
 
-TEST_F(ThreadLoop, ThreadOfAnUnownedWorkerLogsAndEnds)
+TEST_F(WorkerLoop, ThreadOfAnUnownedWorkerLogsAndEnds)
 {
     const LogCapture log("KTThread");
     const Pool pool = made(0, 1);
@@ -70,7 +70,7 @@ TEST_F(ThreadLoop, ThreadOfAnUnownedWorkerLogsAndEnds)
     EXPECT_TRUE(pool->close());
 }
 
-TEST_F(ThreadLoop, StartRoutineReturnsNullForAnUnownedWorker)
+TEST_F(WorkerLoop, StartRoutineReturnsNullForAnUnownedWorker)
 {
     const LogCapture log("KTThread");
     const auto mutex = KT::KTMutex::createKTMutex();
@@ -82,28 +82,7 @@ TEST_F(ThreadLoop, StartRoutineReturnsNullForAnUnownedWorker)
     EXPECT_EQ(result, nullptr);
 }
 
-// Called by hand it is none of the threads that the pool has started, and waits for.
-TEST_F(ThreadLoop, StartRoutineCalledByHandIsNotCountedOut)
-{
-    const Pool pool = fixed(1);
-    int cancellation = -1;
-    std::thread([&] {
-        KT::KTThread unowned(pool, 0, inside::wakeMutex(pool), inside::wakeCondition(pool));
-        KT::_KT_Thread_Pool_Atom(&unowned);
-        EXPECT_FALSE(pool->runningInThisThread());
-        pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &cancellation);
-    }).join();
-    EXPECT_EQ(cancellation, PTHREAD_CANCEL_ENABLE);
-    Gate gate;
-    const auto task = makeTask([&] { gate.pass(); });
-    ASSERT_TRUE(pool->enqueue(task));
-    ASSERT_TRUE(untilArrived(pool, gate));
-    EXPECT_FALSE(pool->close(false, 1)) << "its worker is at work";
-    gate.open();
-    EXPECT_TRUE(pool->close(false, 60000));
-}
-
-TEST_F(ThreadLoop, WorkerObjectThatIsKeptDoesNotKeepThePool)
+TEST_F(WorkerLoop, WorkerObjectThatIsKeptDoesNotKeepThePool)
 {
     Pool pool = boost::make_shared<KT::KTThreadPool>(1, 1, 0, 0, 0);
     pool->init(1, 1, 0, 0, 0);
@@ -117,7 +96,7 @@ TEST_F(ThreadLoop, WorkerObjectThatIsKeptDoesNotKeepThePool)
     EXPECT_TRUE(watched.expired());
 }
 
-TEST_F(ThreadLoop, KilledSleeperEndsWithoutTakingAQueuedTask)
+TEST_F(WorkerLoop, KilledSleeperEndsWithoutTakingAQueuedTask)
 {
     const Pool pool = fixed(1);
     ASSERT_TRUE(untilAsleep(pool, 1));
@@ -137,7 +116,7 @@ TEST_F(ThreadLoop, KilledSleeperEndsWithoutTakingAQueuedTask)
     EXPECT_EQ(pool->status().threadsToRemove, 1) << "killed is looked at before retirement";
 }
 
-TEST_F(ThreadLoop, RetiringWorkerEndsEvenIfTasksAreQueued)
+TEST_F(WorkerLoop, RetiringWorkerEndsEvenIfTasksAreQueued)
 {
     const Pool pool = fixed(1);
     ASSERT_TRUE(untilAsleep(pool, 1));
@@ -156,7 +135,7 @@ TEST_F(ThreadLoop, RetiringWorkerEndsEvenIfTasksAreQueued)
     EXPECT_EQ(console.text(), "KTThreadPool::decrease\n");
 }
 
-TEST_F(ThreadLoop, CountsItselfBusyForExactlyTheTask)
+TEST_F(WorkerLoop, CountsItselfBusyForExactlyTheTask)
 {
     const Pool pool = fixed(2);
     ASSERT_TRUE(untilAsleep(pool, 2));
@@ -176,7 +155,7 @@ TEST_F(ThreadLoop, CountsItselfBusyForExactlyTheTask)
     EXPECT_TRUE(eventually([&] { return pool->status().busyThreads == 0; }));
 }
 
-TEST_F(ThreadLoop, RunsTheTaskBeforeItSleepsEvenIfStillStarting)
+TEST_F(WorkerLoop, RunsTheTaskBeforeItSleepsEvenIfStillStarting)
 {
     const Pool pool = fixed(1);
     const auto task = makeTask();
@@ -184,7 +163,7 @@ TEST_F(ThreadLoop, RunsTheTaskBeforeItSleepsEvenIfStillStarting)
     EXPECT_TRUE(untilFinished(pool, task));
 }
 
-TEST_F(ThreadLoop, WakeUpsWithoutWorkOnlyMakeItGoRound)
+TEST_F(WorkerLoop, WakeUpsWithoutWorkOnlyMakeItGoRound)
 {
     const Pool pool = fixed(1);
     ASSERT_TRUE(untilAsleep(pool, 1));
@@ -197,7 +176,7 @@ TEST_F(ThreadLoop, WakeUpsWithoutWorkOnlyMakeItGoRound)
     EXPECT_THAT(recorder.names(), ElementsAre("KTThread [idle]", "KTThread [sleeping]"));
 }
 
-TEST_F(ThreadLoop, StopRequestOnTheWayToSleepIsSeen)
+TEST_F(WorkerLoop, StopRequestOnTheWayToSleepIsSeen)
 {
     const Pool pool = fixed(1);
     {
@@ -209,7 +188,7 @@ TEST_F(ThreadLoop, StopRequestOnTheWayToSleepIsSeen)
     EXPECT_TRUE(eventually([] { return threadsNamed("KTThread").empty(); }));
 }
 
-TEST_F(ThreadLoop, TaskThatComesOnTheWayToSleepWaitsForTheNextWakeUp)
+TEST_F(WorkerLoop, TaskThatComesOnTheWayToSleepWaitsForTheNextWakeUp)
 {
     const Pool pool = fixed(1);
     const auto task = makeTask();
@@ -227,7 +206,7 @@ TEST_F(ThreadLoop, TaskThatComesOnTheWayToSleepWaitsForTheNextWakeUp)
     EXPECT_TRUE(eventually([&] { return inside::state(*task) == 2; }));
 }
 
-TEST_F(ThreadLoop, TaskTakenWhileTheStopRequestCameIsAskedToExit)
+TEST_F(WorkerLoop, TaskTakenWhileTheStopRequestCameIsAskedToExit)
 {
     const Pool pool = fixed(1);
     Gate first;
@@ -258,7 +237,7 @@ TEST_F(ThreadLoop, TaskTakenWhileTheStopRequestCameIsAskedToExit)
     EXPECT_TRUE(pool->close());
 }
 
-TEST_F(ThreadLoop, GetTaskOfAnEmptyQueueLeavesNoTask)
+TEST_F(WorkerLoop, GetTaskOfAnEmptyQueueLeavesNoTask)
 {
     const Pool pool = made(1, 1);
     const boost::shared_ptr<KT::KTThread> worker(
@@ -269,7 +248,7 @@ TEST_F(ThreadLoop, GetTaskOfAnEmptyQueueLeavesNoTask)
     EXPECT_TRUE(pool->close());
 }
 
-TEST_F(ThreadLoop, GetTaskLinksTheTaskToTheWorkerBeforeItRuns)
+TEST_F(WorkerLoop, GetTaskLinksTheTaskToTheWorkerBeforeItRuns)
 {
     const Pool pool = made(1, 1);
     const boost::shared_ptr<KT::KTThread> worker(
@@ -284,7 +263,7 @@ TEST_F(ThreadLoop, GetTaskLinksTheTaskToTheWorkerBeforeItRuns)
     EXPECT_TRUE(pool->close());
 }
 
-TEST_F(ThreadLoop, GetTaskWithoutItsPoolKeepsTheTask)
+TEST_F(WorkerLoop, GetTaskWithoutItsPoolKeepsTheTask)
 {
     Pool pool(new KT::KTThreadPool(0, 1, 0, 0, 0));
     const boost::shared_ptr<KT::KTThread> worker(
@@ -296,7 +275,7 @@ TEST_F(ThreadLoop, GetTaskWithoutItsPoolKeepsTheTask)
     EXPECT_EQ(inside::currentTask(*worker), task);
 }
 
-TEST_F(ThreadLoop, GetTaskTakesASharedHold)
+TEST_F(WorkerLoop, GetTaskTakesASharedHold)
 {
     const Pool pool = made(1, 1);
     const boost::shared_ptr<KT::KTThread> worker(
@@ -318,7 +297,7 @@ TEST_F(ThreadLoop, GetTaskTakesASharedHold)
     EXPECT_TRUE(pool->close());
 }
 
-TEST_F(ThreadLoop, WorkerWithoutAPoolSleepsUntilStopped)
+TEST_F(WorkerLoop, WorkerWithoutAPoolSleepsUntilStopped)
 {
     const auto mutex = KT::KTMutex::createKTMutex();
     const auto condition = KT::KTCondition::createKTCondition();
@@ -332,7 +311,7 @@ TEST_F(ThreadLoop, WorkerWithoutAPoolSleepsUntilStopped)
     condition->broadcast();
 }
 
-TEST_F(ThreadLoop, WorkerHoldsItsPool)
+TEST_F(WorkerLoop, WorkerHoldsItsPool)
 {
     Pool pool(new KT::KTThreadPool(1, 1, 0, 0, 0));
     pool->init(1, 1, 0, 0, 0);
