@@ -96,6 +96,11 @@ struct Case {
     bool libcxxGoesOn;  ///< with libc++
 };
 
+void PrintTo(const Case& tried, std::ostream* out)
+{
+    *out << tried.name;
+}
+
 class ForcedUnwinding : public testing::TestWithParam<Case> {};
 
 /// Ends the process normally if the cancelled task was unwound; it says so on standard error then.

@@ -1,4 +1,5 @@
 #include <ios>
+#include <ostream>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -182,6 +183,11 @@ struct Load {
     int busy;
     int liveAfterwards;
 };
+
+void PrintTo(const Load& load, std::ostream* out)
+{
+    *out << load.busy << " of " << load.live << " busy";
+}
 
 class MonitorLoad : public Monitor, public testing::WithParamInterface<Load> {};
 
