@@ -70,6 +70,10 @@ case_libraries_are_these() {
   [ -z "$(find "$installed" -path '*/include/*' -name 'Platform.h')" ] || fail "headers of the tests"
 }
 
+case_licence_is_installed() {
+  cmp "$sources/LICENSE" "$installed/share/doc/libktthread/LICENSE" || fail "not the licence"
+}
+
 case_programs_run() {
   local program
   for program in ktsum kttop; do
