@@ -88,7 +88,7 @@ TEST_F(Condition, WaitIsOnePlatformWaitAndHoldsTheMutexAgain)
     EXPECT_EQ(recorder.count(Call::wait, platformCondition()), 1U);
 }
 
-TEST_F(Condition, DestructionWakesWhoStillWaits)
+TEST_F(Condition, DestructionWakesTheWaiters)
 {
     startWaiter();
     startWaiter();

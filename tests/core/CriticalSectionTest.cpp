@@ -25,7 +25,7 @@ bool isLocked(const boost::shared_ptr<KT::KTMutex>& mutex)
     return busy;
 }
 
-/// Holds a lock on a thread of its own until told to let go.
+/// Holds a lock, on a thread of its own, until it is destroyed.
 template <typename Guard, typename Lock>
 class Holder {
 public:

@@ -207,7 +207,7 @@ TEST_F(ForcedShutdown, ReleasesTheMutexOfATaskThatWaitsOnACondition)
     EXPECT_FALSE(busy);
 }
 
-/// Forced shutdowns at whatever moment they hit tasks of all kinds.
+/// Shuts pools down by force at different moments, while tasks of all kinds run.
 TEST_F(ForcedShutdown, AtAnyMomentEndsNothingButItsPool)
 {
     const LogCapture log("KTThread");

@@ -1,5 +1,5 @@
-/// What becomes of a process when a forced shutdown cuts a task off in this and that code of the
-/// client's: the table in docs/compilers.md, for the C++ library that this is compiled with.
+/// Whether a process survives a forced shutdown that cuts a task off in the client's own code: the
+/// table in docs/compilers.md, for the C++ library that this is compiled with.
 #include <chrono>
 #include <condition_variable>
 #include <csignal>
@@ -103,7 +103,8 @@ void PrintTo(const Case& tried, std::ostream* out)
 
 class ForcedUnwinding : public testing::TestWithParam<Case> {};
 
-/// Ends the process normally if the cancelled task was unwound; it says so on standard error then.
+/// Cuts off a task that runs `body`. If it is unwound, it prints "unwound" on standard error, and
+/// the process exits with 0.
 [[noreturn]] void cutOff(void (*body)())
 {
     const Pool pool(new KT::KTThreadPool(1, 1, 0, 0, 0));

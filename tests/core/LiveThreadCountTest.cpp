@@ -51,7 +51,7 @@ TEST_F(LiveThreadCount, IncludesRetiredWorkers)
     EXPECT_TRUE(eventually([] { return threadsNamed("KTThread").empty(); }));
 }
 
-/// To be called in a process of its own, which must have run no pool yet.
+/// Must run in a process of its own, in which no pool has run yet.
 void closesWithoutThreadKeys()
 {
     pthread_key_t key = 0;

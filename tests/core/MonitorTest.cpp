@@ -30,7 +30,7 @@ boost::shared_ptr<FunctionTask> taskThatWaited(std::int32_t microseconds)
 
 class Monitor : public PoolFixture {
 protected:
-    /// A pool whose counts are set by hand: no thread of its own.
+    /// A pool without threads, whose counts are set by hand.
     Pool counting(int live, int busy, int maxThreads)
     {
         const Pool pool = made(live, maxThreads);
@@ -45,7 +45,7 @@ TEST_F(Monitor, AdjustsAfterEveryPeriodAndAtNoOtherTime)
     KT::KTMonitor monitor(3, 0, 0, pool);
     const platform::Recorder recorder;
     for (int ended = 1; ended <= 10; ++ended) {
-        // With one worker, each look makes the pool grow: the busy count keeps up.
+        // All workers are busy each time, so that each adjustment makes the pool grow.
         inside::nbBusyThreads(pool) = inside::nbThreads(pool);
         monitor.assimilate(taskThatWaited(0));
         EXPECT_EQ(recorder.count(Call::create), static_cast<std::size_t>(ended / 3));
@@ -63,7 +63,7 @@ TEST_P(MonitorWithoutPeriod, NeverAdjustsOnItsOwn)
     for (int ended = 0; ended < 20; ++ended) {
         monitor.assimilate(taskThatWaited(0));
     }
-    // Months later the count has wrapped and passes every number there is.
+    // After months the count has wrapped, and comes to the period itself.
     inside::taskCount(monitor) = GetParam() - 1;
     monitor.assimilate(taskThatWaited(0));
     EXPECT_EQ(inside::taskCount(monitor), GetParam());
@@ -126,7 +126,7 @@ TEST_F(Monitor, PeriodicLookKeepsTheIdleTime)
     EXPECT_EQ(inside::idleMicroseconds(monitor), 100000);
 }
 
-TEST_F(Monitor, PeriodicLookThatThrowsKeepsTheIdleTimeAndStartsTheCountAnew)
+TEST_F(Monitor, PeriodicLookThatThrowsKeepsTheIdleTimeAndRestartsTheCount)
 {
     const Pool pool = counting(200, 190, 400);
     KT::KTMonitor monitor(2, 0, 0, pool);
@@ -191,7 +191,7 @@ void PrintTo(const Load& load, std::ostream* out)
 
 class MonitorLoad : public Monitor, public testing::WithParamInterface<Load> {};
 
-TEST_P(MonitorLoad, AsksForOneWorkerIfAtMostOneIsIdle)
+TEST_P(MonitorLoad, RequestsOneWorkerIfAtMostOneIsIdle)
 {
     const Pool pool = counting(GetParam().live, GetParam().busy, 10);
     KT::KTMonitor monitor(0, 0, 0, pool);
@@ -204,7 +204,7 @@ INSTANTIATE_TEST_SUITE_P(Loads, MonitorLoad,
                          testing::Values(Load{4, 4, 5}, Load{4, 3, 5}, Load{4, 2, 4}, Load{4, 0, 4},
                                          Load{1, 0, 2}, Load{10, 10, 10}));
 
-TEST_F(Monitor, AsksUpToTheBusyLimitOnly)
+TEST_F(Monitor, RequestsWorkersUpToTheBusyLimitOnly)
 {
     const ConsoleCapture console;
     const Pool pool = counting(190, 189, 400);

@@ -1,4 +1,4 @@
-/// Misuse of locks whose outcome the headers tell. A checker of lock use objects to all of it.
+/// Misuse of locks whose outcome the headers document. Tools that check locks report all of it.
 #include <atomic>
 #include <thread>
 
@@ -24,7 +24,7 @@ TEST(MutexMisuse, SecondLockByTheOwnerBlocks)
         mutex->unlock();
     });
     ASSERT_TRUE(eventually([&] { return locks == 1; }));
-    // Still locked once, and no way on, until somebody else unlocks for it.
+    // Its second lock blocks until another thread unlocks the mutex.
     EXPECT_NE(pthread_mutex_trylock(inside::mutex(mutex).get()), 0);
     EXPECT_EQ(locks, 1);
     mutex->unlock();

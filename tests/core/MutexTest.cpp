@@ -38,7 +38,7 @@ TEST(MutexRW, ReadersShareAndAWriterWaitsForAllOfThem)
     const auto lock = KT::KTMutexRW::createKTMutexRW();
     lock->readLock();
     std::thread([&] {
-        lock->readLock();  // passes beside the first
+        lock->readLock();  // shares the lock with the first
         lock->unlock();
     }).join();
 

@@ -72,7 +72,7 @@ TEST_F(PoolJoin, IsFalseAfterItsTimeAndTrueLater)
     EXPECT_TRUE(pool->join(0));
 }
 
-TEST_F(PoolJoin, LeavesTheWorkersOfAPoolStartedAnewAlone)
+TEST_F(PoolJoin, LeavesTheWorkersOfARestartedPoolAlone)
 {
     const Pool pool = fixed(1);
     ASSERT_TRUE(untilAsleep(pool, 1));
@@ -83,7 +83,7 @@ TEST_F(PoolJoin, LeavesTheWorkersOfAPoolStartedAnewAlone)
         const KT::KTCriticalSection hold(inside::poolMutex(pool));
         inside::nbThreads(pool) = 0;
         joiner.start([&] { joined = pool->join(); });
-        // It has seen the pool stopped, and wants to look for workers that nobody told.
+        // It has seen the pool stopped, and is about to look for workers not told to stop.
         const void* const mutex = inside::mutex(*inside::poolMutex(pool)).get();
         ASSERT_TRUE(eventually([&] { return recorder.count(Call::lock, mutex) == 2; }));
         inside::nbThreads(pool) = 1;
@@ -99,8 +99,8 @@ TEST_P(PoolCloseOfEitherKind, EndsWorkersThatTheShutdownDidNotTell)
 {
     const Pool pool = fixed(2);
     ASSERT_TRUE(untilAsleep(pool, 2));
-    // What a growth leaves behind that comes between the telling and the setting aside: exitTask is
-    // called while the shutdown tells its workers.
+    // A growth may add a worker after the shutdown has told the others to stop, and before it sets
+    // them aside. exitTask is called while it tells them.
     Gate gate;
     const auto task = makeTask([&] { gate.pass(); });
     const Pool grown = running(1, 3);
@@ -126,7 +126,7 @@ TEST_P(PoolCloseOfEitherKind, TellsAWorkerThatWasStartedAfterTheOthersWereTold)
         const HeldElsewhere held(inside::wakeMutex(pool));
         const platform::Recorder recorder;
         closer.start([&] { EXPECT_TRUE(pool->close(GetParam())); });
-        // It has told the workers, and wants to wake them.
+        // It has told the workers to stop, and is about to wake them.
         const void* const mutex = inside::mutex(*inside::wakeMutex(pool)).get();
         ASSERT_TRUE(eventually([&] { return recorder.count(Call::lock, mutex) == 1; }));
         ASSERT_TRUE(pool->adjustThread(1));
@@ -186,7 +186,7 @@ TEST_P(PoolCloseOfEitherKind, OutrunsGrowthsOnOtherThreads)
 
 INSTANTIATE_TEST_SUITE_P(Kinds, PoolCloseOfEitherKind, testing::Bool());
 
-TEST_F(PoolClose, OutrunsABatchThatStartsThePoolAnew)
+TEST_F(PoolClose, OutrunsABatchThatRestartsThePool)
 {
     const Pool pool = fixed(2);
     Gate gate;
@@ -306,14 +306,14 @@ TEST_F(PoolClose, LeavesNoTaskInTheQueue)
     const Pool pool = fixed(1);
     const auto task = makeTask();
     pool->shutdown(false);
-    // What an enqueue leaves behind that was under way during the shutdown.
+    // As an enqueue leaves it that runs at the same time as the shutdown.
     inside::tasks(pool).push_back(task);
     EXPECT_TRUE(pool->close());
     EXPECT_EQ(pool->status().queuedTasks, 0);
     EXPECT_EQ(task.use_count(), 1);
 }
 
-/// Makes its pool grow when it dies.
+/// Makes its pool grow when it is destroyed.
 class GrowsAtItsEnd : public KT::KTTask {
 public:
     explicit GrowsAtItsEnd(KT::KTThreadPool& pool) : grown(pool) {}
@@ -324,7 +324,7 @@ private:
     KT::KTThreadPool& grown;
 };
 
-TEST(PoolCloseAgainstGrowth, StartsOverIfAGrowthStartedThePoolAnewMeanwhile)
+TEST(PoolCloseAgainstGrowth, StartsOverIfAGrowthRestartedThePoolMeanwhile)
 {
     const Pool pool(new KT::KTThreadPool(1, 8, 0, 0, 0));
     pool->init(1, 8, 0, 0, 0);
@@ -332,7 +332,8 @@ TEST(PoolCloseAgainstGrowth, StartsOverIfAGrowthStartedThePoolAnewMeanwhile)
     Gate gate;
     pool->enqueue(makeTask([&grown, &gate] {
         gate.pass();
-        // As an enqueue that was under way when the shutdown came: dropped when all have ended.
+        // As an enqueue leaves it that runs at the same time as the shutdown. It is dropped when
+        // all workers have ended.
         EXPECT_TRUE(eventually([&grown] { return grown.status().threads == 0; }));
         const KT::KTCriticalSection hold(inside::queueMutex(grown));
         inside::tasks(grown).push_back(boost::make_shared<GrowsAtItsEnd>(grown));

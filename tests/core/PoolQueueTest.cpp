@@ -16,7 +16,7 @@ using testing::ElementsAre;
 
 class PoolQueue : public PoolFixture {
 protected:
-    /// A pool that says it has a worker, with a monitor, but without any thread that takes tasks.
+    /// A pool that counts one worker and has a monitor, but no thread that takes tasks.
     Pool idle()
     {
         const Pool pool = made(1, 1);
@@ -296,7 +296,7 @@ TEST_F(PoolWake, FindsATaskWhoseWakeUpWasLost)
     EXPECT_TRUE(untilFinished(pool, task));
 }
 
-TEST_F(PoolWake, WakesAWorkerForATaskThatNobodySignalled)
+TEST_F(PoolWake, WakesAWorkerForATaskQueuedWithoutASignal)
 {
     const Pool pool = fixed(1);
     ASSERT_TRUE(untilAsleep(pool, 1));

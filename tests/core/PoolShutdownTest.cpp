@@ -102,13 +102,13 @@ TEST_F(PoolShutdown, SecondOneIsHarmless)
     EXPECT_TRUE(pool->join());
 }
 
-TEST_F(PoolShutdown, LetsGoOfQueuedTasksFrontToBackWithoutALock)
+TEST_F(PoolShutdown, ReleasesQueuedTasksFrontToBackWithoutALock)
 {
     const Pool pool = made(1, 1);
     pool->init(0, 1, 0, 0, 0);
     std::vector<int> released;
     for (int i = 0; i < 300; ++i) {
-        // The deleter is the task's end; it uses the pool.
+        // The deleter runs when the task is destroyed, and uses the pool.
         const std::shared_ptr<void> atEnd(nullptr, [&released, &pool, i](void*) {
             released.push_back(i);
             EXPECT_EQ(pool->status().queuedTasks, 0);
@@ -123,7 +123,7 @@ TEST_F(PoolShutdown, LetsGoOfQueuedTasksFrontToBackWithoutALock)
     EXPECT_EQ(released, expected);
 }
 
-TEST_F(PoolShutdown, DropsTheQueueBeforeAnyWorkerIsToldToStop)
+TEST_F(PoolShutdown, DropsTheQueueBeforeItTellsAnyWorkerToStop)
 {
     const Pool pool = fixed(1);
     Gate gate;
@@ -136,7 +136,7 @@ TEST_F(PoolShutdown, DropsTheQueueBeforeAnyWorkerIsToldToStop)
     ASSERT_TRUE(pool->enqueue(running));
     ASSERT_TRUE(untilArrived(pool, gate));
     int dropped = 0;
-    // The deleter is the queued task's end.
+    // The deleter runs when the queued task is destroyed.
     const auto worker = inside::threads(pool)[0];
     std::shared_ptr<void> atEnd(nullptr, [&](void*) {
         ++dropped;
@@ -147,7 +147,7 @@ TEST_F(PoolShutdown, DropsTheQueueBeforeAnyWorkerIsToldToStop)
     pool->shutdown(false);
     EXPECT_EQ(dropped, 1);
     EXPECT_TRUE(isAsked);
-    EXPECT_TRUE(pool->join());  // the running task uses what stands on this stack
+    EXPECT_TRUE(pool->join());  // the running task uses variables on this stack
 }
 
 TEST_F(PoolShutdown, NeverInitialisedPoolIsSafe)
@@ -207,7 +207,7 @@ TEST(PoolDestruction, OfAnInitialisedPoolWithoutShutdownWarnsOnce)
     pool->init(3, 3, 0, 0, 0);
     ASSERT_TRUE(untilAsleep(pool, 3));
     const boost::weak_ptr<KT::KTThreadPool> watched(pool);
-    // Its workers are stopped behind its back, so that the last one destroys it as it ends.
+    // Its workers are stopped without a shutdown, so that the last one destroys the pool.
     inside::monitor(pool).reset();
     for (const auto& worker : inside::threads(pool)) {
         worker->killThread();

@@ -15,7 +15,7 @@ namespace {
 
 using platform::Call;
 
-/// Pools whose table is filled with workers that have no thread, so that nobody retires by itself.
+/// Pools whose table is filled with workers that have no thread, so that none retires by itself.
 class PoolSizing : public PoolFixture {
 protected:
     Pool filled(int workers, int maxThreads)
@@ -144,7 +144,7 @@ TEST_F(PoolSizing, RetirementSignalsUnderTheWakeMutex)
 {
     const Pool pool = filled(6, 6);
     inside::nbThreadsToRemove(pool) = 1;
-    const auto retiring = slot(pool, 0);  // its end would signal, too
+    const auto retiring = slot(pool, 0);  // its destructor would signal, too
     const auto wakeMutex = inside::wakeMutex(pool);
     bool isSignalHeld = false;
     {
@@ -158,7 +158,7 @@ TEST_F(PoolSizing, RetirementSignalsUnderTheWakeMutex)
     EXPECT_TRUE(isSignalHeld);
 }
 
-TEST_F(PoolSizing, RetirementIsSaidUnderThePoolMutexBeforeItCounts)
+TEST_F(PoolSizing, RetirementIsReportedUnderThePoolMutexBeforeItCounts)
 {
     const Pool pool = filled(6, 6);
     inside::nbThreadsToRemove(pool) = 2;
@@ -185,7 +185,7 @@ TEST_F(PoolSizing, RetirementNeverHoldsTwoLocks)
     EXPECT_TRUE(eventually([&] { return pool->status().threads == 1; }));
 }
 
-TEST_F(PoolSizing, WhoHasNoSlotDoesNotRetire)
+TEST_F(PoolSizing, WorkerWithoutASlotDoesNotRetire)
 {
     const Pool pool = filled(6, 6);
     inside::nbThreadsToRemove(pool) = 3;
@@ -354,7 +354,7 @@ TEST_F(PoolSizing, BatchReachesTheMaximumExactly)
     EXPECT_EQ(pool->status().threads, 9);
 }
 
-TEST_F(PoolSizing, BatchStartsAStoppedPoolAnew)
+TEST_F(PoolSizing, BatchRestartsAStoppedPool)
 {
     const Pool pool = fixed(2);
     pool->shutdown(false);

@@ -25,10 +25,10 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
 
-/// runTask on the test's own thread, of a worker without a thread.
+/// Calls runTask on the test's own thread, of a worker that has no thread.
 class RunTask : public PoolFixture {
 protected:
-    /// A worker of `pool`, which has no place for it.
+    /// A worker of `pool` that is in none of its slots.
     static boost::shared_ptr<KT::KTThread> workerOf(const Pool& pool)
     {
         return boost::shared_ptr<KT::KTThread>(
@@ -91,8 +91,8 @@ TEST_F(RunTask, StampsNoTime)
 
 TEST_F(RunTask, HoldsTheLockSharedDuringTheBody)
 {
-    // With a process's first thread ThreadSanitizer starts one of its own, which keeps the name
-    // that it is made under: not that of the task, or it would be taken for a worker.
+    // The first thread of a process makes ThreadSanitizer start one of its own, which inherits the
+    // name of its maker. Without this, that would be the task's, as if it were a worker.
     std::thread([] {}).join();
     std::atomic<bool> written(false);
     std::thread writer;
@@ -132,7 +132,7 @@ TEST_F(RunTask, ErrorOfTheBodyIsLoggedAndTheTaskFinished)
         << "the running name stays";
 }
 
-/// Throws when its name is asked for: for the running thread (1) or the finished one (2).
+/// Throws in the n-th call of getTaskName: the first is before the body, the second after it.
 struct Nameless : KT::KTTask {
     explicit Nameless(int failingCall) : failing(failingCall) {}
     const std::string& getTaskName() const override
@@ -177,7 +177,7 @@ TEST_F(RunTask, OtherExceptionsLeaveTheTaskRunningAndReachTheCaller)
     EXPECT_EQ(inside::state(*task), 1);
     EXPECT_EQ(inside::currentTask(*worker), task);
     EXPECT_THAT(log.records(), IsEmpty());
-    // The shared hold is released: a writer gets in.
+    // The shared hold is released: a writer can take the lock.
     const KT::KTCriticalSectionWrite hold(inside::taskLock(*worker));
 }
 
@@ -215,7 +215,7 @@ TEST_F(RunTask, TaskIsFinishedBeforeItsEndIsReported)
     EXPECT_EQ(reported, 2);
 }
 
-TEST_F(RunTask, LetsGoOfTheTaskUnderTheExclusiveHold)
+TEST_F(RunTask, ReleasesTheTaskUnderTheExclusiveHold)
 {
     give(makeTask());
     const auto& taskLock = inside::lock(*inside::taskLock(*worker));
@@ -247,7 +247,7 @@ TEST_F(RunTask, WhatTheReportThrowsLeavesItWithTheTaskKept)
     inside::nbBusyThreads(pool) = 0;
     EXPECT_EQ(inside::state(*task), 2);
     EXPECT_EQ(inside::currentTask(*member), task);
-    // The shared hold is released: a writer gets in.
+    // The shared hold is released: a writer can take the lock.
     const KT::KTCriticalSectionWrite hold(inside::taskLock(*member));
 }
 

@@ -112,7 +112,7 @@ TEST_F(TaskReportInUse, MayBeMadeWhileWorkersRunTheTask)
             EXPECT_NE(task->toString().find("State: "), std::string::npos);
             pool->wake();
         } while (inside::state(*task) != 2);
-        // The body has stamped its end; the worker is done with the task a little later.
+        // The body has stamped its end; the worker releases the task a little later.
         ASSERT_TRUE(eventually([&] { return pool->status().busyThreads == 0; }));
     }
 }

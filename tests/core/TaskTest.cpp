@@ -129,7 +129,7 @@ TEST(TaskWait, LastsUntilTheTaskIsFinished)
     });
     ASSERT_TRUE(started.untilArrived(1));
     task->setExecutionTime();
-    // Two looks later it still waits.
+    // It still waits after it has looked twice.
     ro::os::msleep(250);
     EXPECT_FALSE(returned);
     task->setEndTime();

@@ -73,7 +73,7 @@ TEST_F(PoolConstruction, OtherArgumentsOfInitHaveNoEffect)
     pool->init(1, 999, 77, 78, 79);
     EXPECT_EQ(pool->status().maxThreads, 3);
     EXPECT_EQ(inside::threads(pool).size(), 3U);
-    // The period is the constructor's: two ended tasks start the count anew.
+    // The period is the constructor's: two ended tasks restart the count.
     pool->taskEnded(makeTask());
     EXPECT_EQ(inside::taskCount(*inside::monitor(pool)), 1);
     pool->taskEnded(makeTask());
@@ -140,7 +140,7 @@ TEST_F(PoolConstruction, NegativeMaxThreadsIsALengthError)
 #ifdef __GLIBCXX__
         EXPECT_STREQ(error.what(), "vector::reserve");
 #else
-        static_cast<void>(error);  // another C++ library's words are its own
+        static_cast<void>(error);  // the text depends on the C++ library
 #endif
     }
 }

@@ -50,8 +50,8 @@ protected:
         Thread::TearDown();
     }
 
-    /// The sizes that launches asked for, of workers that are ended again.
-    long sizeAskedFor(const boost::shared_ptr<KT::KTThread>& thread)
+    /// The stack size that a launch of `thread` requests. The worker is ended again.
+    long requestedSize(const boost::shared_ptr<KT::KTThread>& thread)
     {
         const platform::Recorder recorder;
         thread->launch();
@@ -99,7 +99,7 @@ TEST_F(Thread, GetThisNeedsAnOwner)
     EXPECT_THROW(unowned.getThis(), boost::bad_weak_ptr);
 }
 
-TEST_F(Thread, LaunchAsksForExplicitDefaultScheduling)
+TEST_F(Thread, LaunchRequestsExplicitDefaultScheduling)
 {
     const auto thread = worker();
     platform::Recorder recorder;
@@ -169,7 +169,7 @@ TEST_F(Thread, FailingAttributesAndNamesAreIgnored)
 
 TEST_F(StackSize, FirstWorkerSetsTheDefault)
 {
-    EXPECT_EQ(sizeAskedFor(worker()), 655360);
+    EXPECT_EQ(requestedSize(worker()), 655360);
 }
 
 TEST_F(StackSize, SetOneIsUsedByLaterLaunchesOnly)
@@ -178,7 +178,7 @@ TEST_F(StackSize, SetOneIsUsedByLaterLaunchesOnly)
     earlier->launch();
     const std::size_t before = actualSize(earlier);
     KT::KTThread::setStackSize(1048576);
-    EXPECT_EQ(sizeAskedFor(worker()), 1048576);
+    EXPECT_EQ(requestedSize(worker()), 1048576);
     EXPECT_EQ(actualSize(earlier), before);
     end(earlier);
 }
@@ -188,9 +188,9 @@ TEST_F(StackSize, ZeroIsPassedOnUntilTheNextWorkerIsMade)
     const auto thread = worker();
     const auto another = worker();
     KT::KTThread::setStackSize(0);
-    EXPECT_EQ(sizeAskedFor(thread), 0);
+    EXPECT_EQ(requestedSize(thread), 0);
     worker();
-    EXPECT_EQ(sizeAskedFor(another), 655360);
+    EXPECT_EQ(requestedSize(another), 655360);
 }
 
 class RefusedStackSize : public StackSize, public testing::WithParamInterface<int> {};
@@ -237,7 +237,7 @@ TEST_F(Thread, KillAsksTheTaskToExitOnceUnderASharedHold)
     task->onExit = [&] {
         ++exits;
         EXPECT_TRUE(inside::killed(*thread));
-        // Shared: another reader gets in, a writer doesn't.
+        // Held shared: another reader can take the lock, a writer can't.
         std::thread([&] {
             const KT::KTCriticalSectionRead hold(inside::taskLock(*thread));
         }).join();

@@ -181,7 +181,7 @@ TEST_F(WorkerLoop, StopRequestOnTheWayToSleepIsSeen)
     const Pool pool = fixed(1);
     {
         const OnTheWayToSleep held(pool);
-        // What killThread does; it takes a lock that isn't taken under the wake mutex.
+        // As killThread does, whose own lock is never taken under the wake mutex.
         inside::killed(*inside::threads(pool)[0]) = true;
         inside::wakeCondition(pool)->broadcast();
     }
@@ -222,18 +222,18 @@ TEST_F(WorkerLoop, TaskTakenWhileTheStopRequestCameIsAskedToExit)
     ASSERT_TRUE(pool->enqueue(untilAsked));
     const platform::Recorder recorder;
     {
-        // Holds the worker up when it has taken the task and is to hand the wake-up on.
+        // Stops the worker when it has taken the task and is about to hand the wake-up on.
         const KT::KTCriticalSection hold(inside::wakeMutex(pool));
         first.open();
         const void* const mutex = inside::mutex(*inside::wakeMutex(pool)).get();
         ASSERT_TRUE(eventually([&] { return recorder.count(platform::Call::lock, mutex) == 2; }));
-        // Elsewhere, as it takes a lock that isn't taken under the wake mutex.
+        // On another thread: its lock is never taken under the wake mutex.
         std::thread([&] { inside::threads(pool)[0]->killThread(); }).join();
         EXPECT_FALSE(asked);
     }
     EXPECT_TRUE(eventually([&] { return asked.load(); }));
     second.open();
-    // The task uses what stands on this stack.
+    // The task uses variables on this stack.
     EXPECT_TRUE(pool->close());
 }
 

@@ -59,7 +59,7 @@ std::ostream& operator<<(std::ostream& stream, const Operation& operation)
     return stream << operation.name;
 }
 
-/// What the operations below are done to. Made before memory is made to run out, and kept.
+/// What the operations below work on. Made before memory is made to run out, and kept.
 struct Objects {
     Pool pool{new KT::KTThreadPool(0, 4, 1, 0, 0)};
     boost::shared_ptr<KT::KTMutex> mutex = KT::KTMutex::createKTMutex();
@@ -160,7 +160,7 @@ TEST_P(AllocationFailure, IsABadAllocAndLeaksNothing)
         EXPECT_EQ(alive, before) << "allocation " << n << " failed and something leaked";
     };
     failEach(attempt, look);
-    // Once more with all the memory there is: no lock stayed held.
+    // Again, with enough memory: no lock stayed held.
     before = alive;
     operation.call();
     EXPECT_EQ(alive, before);
@@ -239,9 +239,9 @@ TEST(Allocation, RefusedTaskIsNotQueuedAndNoLockStaysHeld)
     pool->init(0, 1, 0, 0, 0);
     const auto task = makeTask();
     int queued = 0;
-    // The deque asks for memory now and then: often enough to be met.
+    // The deque allocates in some of the calls only: often enough in so many.
     for (int i = 0; i < 2000; ++i) {
-        untilFailure = i % 2 - 1;  // nothing fails, or the first that is asked for
+        untilFailure = i % 2 - 1;  // none fails, or the first one
         try {
             pool->enqueue(task);
             ++queued;
@@ -275,7 +275,7 @@ TEST(Allocation, BatchIsQueuedAsAWholeOrNotAtAll)
     EXPECT_EQ(task.use_count(), size + 1);
 }
 
-TEST(Allocation, OfGrowthThatAnEnqueueAsksForLeavesTheTaskAcceptedAndRun)
+TEST(Allocation, OfGrowthThatAnEnqueueRequestsLeavesTheTaskAcceptedAndRun)
 {
     std::atomic<int> ran(0);
     int accepted = 0;
@@ -302,7 +302,7 @@ TEST(Allocation, OfGrowthThatAnEnqueueAsksForLeavesTheTaskAcceptedAndRun)
     EXPECT_EQ(ran, accepted) << "a task was refused and run";
 }
 
-/// From its end on, the calling thread's n-th allocation fails.
+/// Once it is destroyed, the calling thread's n-th allocation fails.
 struct FailLater {
     ~FailLater() { untilFailure = n; }
     int n;
@@ -313,7 +313,7 @@ TEST(Allocation, OfAWorkersOwnDoesNotEndIt)
     const LogCapture records("KTThread");
     int grown = 0;
     for (int n = 0; n < 20; ++n) {
-        // The enqueue makes it two workers, the report of the ended task three.
+        // The enqueue makes the pool grow to two workers, the end of the task to three.
         BusyPool busy(3, 1);
         const auto task = makeTask(
             [n] {

@@ -27,7 +27,7 @@ int fork(const InChild& inChild)
     return status;
 }
 
-/// A pool whose tasks go on queueing tasks, so that its locks are in use whenever one looks.
+/// A pool whose tasks go on queueing tasks, so that its locks are in use at any moment.
 class NeverAtRest {
 public:
     NeverAtRest()

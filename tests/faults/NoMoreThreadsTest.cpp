@@ -20,8 +20,8 @@ namespace {
 using platform::Call;
 using platform::Failure;
 
-/// Lets the creation of threads fail where `when` says so of the number of the attempt, and looks
-/// that each failure is logged once.
+/// Makes the n-th attempt to create a thread fail if `when(n)`, and checks that each failure is
+/// logged once.
 class FailingCreation {
 public:
     explicit FailingCreation(const std::function<bool(int)>& when)
@@ -174,7 +174,7 @@ rlim_t threadsOfUser()
     return count;
 }
 
-/// Goes on as an ordinary user who may have `more` threads more.
+/// Becomes an ordinary user who may start `more` further threads.
 void limitThreads(rlim_t more)
 {
     const uid_t nobody = 65534;
@@ -189,7 +189,7 @@ void limitThreads(rlim_t more)
     }
 }
 
-/// A pool that asks for far more threads than there are. Whether all is as it should be.
+/// Runs a pool that requests far more threads than it can get. Whether it did what it must.
 bool outgrowsTheSystem()
 {
     limitThreads(8);

@@ -24,7 +24,7 @@ struct Watched {
     int watches = 7;
 };
 
-/// Has its task not at its beginning, so that only its dynamic type tells where it starts.
+/// Its KTTask is not at its beginning: only the dynamic type tells where the object starts.
 struct Primes : Watched, KT::KTTask {
     explicit Primes(const std::string& name) { setTaskName(name); }
     void run() override
@@ -38,7 +38,7 @@ struct Primes : Watched, KT::KTTask {
     }
 
     int below = 1000;
-    bool heedless = false;  ///< goes on in a forced shutdown
+    bool heedless = false;  ///< ignores a forced shutdown
     const boost::shared_ptr<Gate> gate = boost::make_shared<Gate>();
 };
 
@@ -113,7 +113,7 @@ bool fillPool()
     sleeper = inside::managingThread(*done).lock().get();
     done->gate->open();
     const bool asleep = eventually([] { return threadsNamed("KTThread [sleep").size() == 1; });
-    // The worker lets go of this mutex only in the wait itself.
+    // The worker releases this mutex only in the wait itself.
     const KT::KTCriticalSection hold(inside::wakeMutex(pool));
     inside::tasks(pool).push_back(boost::make_shared<Item>("second"));
     inside::tasks(pool).push_back(boost::make_shared<Item>("third"));

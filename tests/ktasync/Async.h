@@ -26,7 +26,7 @@ inline KT::KTPoolOptions fixedSize(int threads)
     return options;
 }
 
-/// As `eventually`, waking the pool as whoever waits for a worker must.
+/// As `eventually`, and wakes the pool each time, as a client that waits for a worker must.
 inline bool eventually(const KT::KTScopedPool& pool, const std::function<bool()>& condition)
 {
     return eventually([&] {
@@ -41,7 +41,7 @@ inline bool untilArrived(const KT::KTScopedPool& pool, const Gate& gate, int cou
     return eventually(pool, [&] { return gate.arrived() >= count; });
 }
 
-/// A pool whose only worker is held up in a task, so that whatever is submitted stays queued.
+/// A pool whose only worker is blocked in a task, so that what is submitted stays queued.
 class HeldPool {
 public:
     explicit HeldPool(KT::KTPoolOptions options = fixedSize(1)) : pool(options)
@@ -72,7 +72,7 @@ inline std::string threadName()
     return name.data();
 }
 
-/// How deep tasks are nested where any depth must do. ThreadSanitizer takes milliseconds a level.
+/// The depth in tests that nest tasks deeply. ThreadSanitizer takes milliseconds a level.
 #ifdef __SANITIZE_THREAD__
 const int deepNesting = 2000;
 #else

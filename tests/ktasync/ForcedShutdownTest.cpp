@@ -1,5 +1,5 @@
-/// Forced shutdowns: the cancelled threads unwind through this library, and whoever waits hears of
-/// it. The tasks block in waits of conditions.
+/// Forced shutdowns: the cancelled threads unwind through this library, and waiters get an
+/// exception. The tasks block in waits of conditions.
 #include <atomic>
 #include <cstdlib>
 #include <functional>
@@ -12,13 +12,13 @@
 
 namespace {
 
-/// Blocks for ever, deaf to stop marks.
+/// Blocks for ever, and ignores stop marks.
 void hang()
 {
     KT::KTStopToken().waitFor(-1);
 }
 
-/// Counts itself out when it is unwound.
+/// Counts itself while it lives: it is gone when its task has been unwound.
 class Guard {
 public:
     explicit Guard(std::atomic<int>& counter) : count(counter) { ++count; }
@@ -30,7 +30,7 @@ private:
     std::atomic<int>& count;
 };
 
-/// For a test of its own: the process must go on.
+/// Must run in a process of its own, which must not be ended by it.
 void cutOffBeforeARecorderEnds()
 {
     const KT::KTScopedPool watched(fixedSize(1));
@@ -101,7 +101,7 @@ TEST_F(ForcedShutdown, CancelsTheFutureOfATaskThatItCutsOff)
     EXPECT_EQ(captured.use_count(), 1);
 }
 
-TEST_F(ForcedShutdown, ReleasesWhoWaitsOnOtherThreads)
+TEST_F(ForcedShutdown, ReleasesWaitersOnOtherThreads)
 {
     std::vector<KT::KTFuture<void>> futures;
     for (int i = 0; i < 4; ++i) {

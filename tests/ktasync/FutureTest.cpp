@@ -55,7 +55,7 @@ TEST(Future, WaitsForTheEndAndNotForLonger)
     EXPECT_EQ(future.get(), 1);
 }
 
-TEST(Future, LetGoOfLeavesTheTaskAlone)
+TEST(Future, DestroyedBeforeTheTaskRunsLeavesItAlone)
 {
     HeldPool held;
     std::atomic<int> called(0);
@@ -156,7 +156,7 @@ TEST(FutureCancel, ThrownByTheCallableSaysThatItGaveUp)
     EXPECT_TRUE(log.records().empty());
 }
 
-TEST(WaitingInATask, RunsWhatItWaitsForIfNobodyHasBegun)
+TEST(WaitingInATask, RunsTheTaskThatItWaitsForIfNoThreadHasBegunIt)
 {
     KT::KTScopedPool pool(fixedSize(1));
     KT::KTFuture<int> outer = KT::submit(pool, [&pool] {

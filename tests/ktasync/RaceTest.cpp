@@ -17,7 +17,7 @@ const int rounds = 200;
 const int rounds = 1000;
 #endif
 
-/// What became of a task: exactly one of the two, and the future says which.
+/// A task either ran once or was cancelled, and its future says which.
 void checkEnded(KT::KTFuture<int>& future, int timesRun)
 {
     const bool cancelled = thrownBy<KT::KTCancelled>([&future] { future.get(); }).has_value();
@@ -72,7 +72,7 @@ TEST(Race, OfForcedShutdownAgainstEverything)
                 group.wait();
             }));
         }
-        // At some moment, another one each round.
+        // At a different moment in each round.
         std::this_thread::sleep_for(std::chrono::microseconds(round * 37 % 1000));
         ASSERT_TRUE(pool.pool()->close(true, 60000));
         for (KT::KTFuture<void>& future : futures) {
@@ -102,16 +102,16 @@ TEST(Race, OfForcedShutdownAgainstThreadsMadeForDeepNesting)
             }
         });
         ASSERT_TRUE(eventually(pool, [&trips] { return trips > 0; }));
-        // At some moment, another one each round.
+        // At a different moment in each round.
         std::this_thread::sleep_for(std::chrono::microseconds(round * 37 % 1000));
         ASSERT_TRUE(pool.pool()->close(true, 60000));
         ASSERT_TRUE(future.isReady());
     }
 }
 
-TEST(Race, OfWaitersAgainstAShutdownThatNobodyFollowsUp)
+TEST(Race, OfWaitersAgainstAShutdownWithoutAClose)
 {
-    // Not closed: a task that slips into the queue behind the shutdown's back stays there.
+    // Not closed: a task that is queued during the shutdown stays in the queue.
     for (int round = 0; round < rounds / 10; ++round) {
         const boost::shared_ptr<KT::KTThreadPool> pool(new KT::KTThreadPool(1, 1, 0, 0, 0));
         pool->init(1, 1, 0, 0, 0);
@@ -178,7 +178,7 @@ TEST(Race, OfCancelAgainstTheTasksOfAGroup)
     }
 }
 
-/// With the lost wake-ups of the core, this would not come to its end without the waits' own.
+/// The core may lose a wake-up. This test ends because a wait for a future wakes the pool itself.
 TEST(LostWakeUps, DelayNobodyForLong)
 {
     KT::KTScopedPool pool(fixedSize(1));

@@ -12,8 +12,8 @@ namespace {
 using allocations::failEach;
 using allocations::made;
 
-/// The allocations that each of many calls of `submitOne` makes; without the blocks of the pool's
-/// queue, each of which serves for many.
+/// Allocations in one call of `submitOne`, the mean of many calls. Without the blocks of the pool's
+/// queue, each of which holds many tasks.
 template <typename Submit>
 double allocationsEach(HeldPool& held, const Submit& submitOne)
 {
@@ -30,7 +30,7 @@ TEST(SubmitAllocations, AreTwo)
 {
     HeldPool held;
     const auto count = [&held](const auto& submitOne) { return allocationsEach(held, submitOne); };
-    // A block or a growth of the queue's map more or less.
+    // The queue may allocate one block more or less, or its map.
     const double margin = 0.02;
     EXPECT_NEAR(count([](auto& pool) { KT::submit(pool, [] {}); }), 2, margin);
     EXPECT_NEAR(count([](auto& pool) { KT::submit(pool, "named", [] {}); }), 2, margin);
@@ -39,7 +39,7 @@ TEST(SubmitAllocations, AreTwo)
                         pool, [](int a, int b) { return a + b; }, 1, 2);
                 }),
                 2, margin);
-    // Longer than a string holds by itself.
+    // Too long for a string without an allocation.
     EXPECT_NEAR(count([](auto& pool) { KT::submit(pool, "a name of twenty-six letters", [] {}); }),
                 3, margin);
     const auto inALambdaWithAVeryLongFunctionAround = [](auto& pool) { KT::submit(pool, [] {}); };
@@ -105,7 +105,7 @@ TEST(SubmitOutOfMemory, GroupGivesThePlaceBack)
     try {
         group.wait();
     } catch (const KT::KTCancelled&) {
-        // Those that the memory was too short for.
+        // For the tasks whose allocation failed.
     }
     EXPECT_EQ(ran, 1);
 }

@@ -125,7 +125,7 @@ TEST(Submit, DestroysTheCallableBeforeTheFutureIsReady)
     }
 }
 
-TEST(Submit, RefusesAPoolThatIsNone)
+TEST(Submit, RefusesAnEmptyPointer)
 {
     const boost::shared_ptr<KT::KTThreadPool> none;
     const auto error = thrownBy<KT::KTError>([&] { KT::submit(none, [] {}); });
@@ -146,7 +146,7 @@ TEST(Submit, StoppedPoolCancelsAtOnce)
     EXPECT_FALSE(called);
 }
 
-TEST(SubmitErrors, ReachWhoAsksForTheResult)
+TEST(SubmitErrors, ReachTheCallerOfGet)
 {
     KT::KTScopedPool pool;
     auto failing = KT::submit(pool, []() -> int { throw KT::KTError("m", "f", "text", "", 1); });
@@ -302,7 +302,7 @@ TEST(SubmitAll, CallsAllInOrderAndGivesTheirFutures)
     for (int i = 0; i < 100; ++i) {
         EXPECT_EQ(futures[static_cast<std::size_t>(i)].get(), i * i);
     }
-    // Only now: a call that is still to come would write to it meanwhile.
+    // Read only now: calls not yet made would still write to it.
     EXPECT_EQ(order.size(), 100U);
     EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
     EXPECT_TRUE(calls[0]);

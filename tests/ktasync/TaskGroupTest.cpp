@@ -38,7 +38,7 @@ TEST(TaskGroup, PassesArgumentsNamesAndStopTokens)
         name = threadName();
         isNamed = true;
     });
-    // Unless a worker has begun it, who waits runs it.
+    // The waiter runs it unless a worker has begun it.
     EXPECT_TRUE(eventually(pool, [&isNamed] { return isNamed.load(); }));
     group.run([&sum](const KT::KTStopToken& stop, int n) { sum += stop.stopRequested() ? 0 : n; },
               4);
@@ -95,7 +95,7 @@ TEST(TaskGroup, ThrowsWhatATaskThatGaveUpThrew)
     EXPECT_EQ(group.cancellations(), 1);
 }
 
-TEST(TaskGroup, WaiterRunsWhatNobodyHasBegun)
+TEST(TaskGroup, WaiterRunsTasksThatNoThreadHasBegun)
 {
     HeldPool held;
     std::vector<std::thread::id> threads;
@@ -207,7 +207,7 @@ TEST(TaskGroupCancel, ReachesManyRunningTasks)
     EXPECT_EQ(group.cancellations(), 0);
 }
 
-TEST(TaskGroupShutdown, DroppedTasksAreRunByWhoWaitsOrLost)
+TEST(TaskGroupShutdown, DroppedTasksAreRunByAWaiterOrLost)
 {
     HeldPool held;
     KT::KTTaskGroup group(held.pool);

@@ -37,8 +37,8 @@ protected:
         unsetenv("KT_TRACE");
     }
 
-    /// What is in the file; a failure if that is no JSON array. A reader whom a write overtakes
-    /// sees parts of both states, and looks again.
+    /// What is in the file; a failure if that is no JSON array. A read during a write
+    /// may see parts of both states, and is repeated.
     Events events() const
     {
         nlohmann::json all;
@@ -277,7 +277,7 @@ void recordAndLeave(const std::string& path, int tasks)
 
 TEST_F(TraceRecorderDeathTest, WritesTheRestWhenTheProcessEnds)
 {
-    // The test runs anew in the child, with a file of its own.
+    // The test runs again in the child, with a file of its own.
     setenv("KT_TRACE", path.c_str(), 0);
     EXPECT_EXIT(
         {

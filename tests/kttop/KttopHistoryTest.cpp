@@ -73,7 +73,7 @@ TEST(KttopHistory, HasSharesAndRatesFromTheSecondSampleOn)
     EXPECT_DOUBLE_EQ(snapshot.secondsBetween, 2);
 }
 
-TEST(KttopHistory, StartsAnewForAnotherThreadWithTheSameNumber)
+TEST(KttopHistory, StartsAgainForAnotherThreadWithTheSameNumber)
 {
     WorkerReading before = worker(1, WorkerState::running, "a");
     WorkerReading after = before;

@@ -169,14 +169,14 @@ TEST_P(KttopReaderKeeping, FollowsWhatChanges)
     ASSERT_EQ(sample.workers.size(), 2U);
     EXPECT_EQ(sample.workers[0].task, "load");
     EXPECT_EQ(sample.workers[0].cpuNs, 900U);
-    EXPECT_EQ(sample.workers[0].waitsIn, "");  // who runs waits nowhere
+    EXPECT_EQ(sample.workers[0].waitsIn, "");  // a running thread waits nowhere
     EXPECT_EQ(sample.workers[1].tid, 13);
     EXPECT_EQ(sample.workers[1].state, WorkerState::fresh);
 }
 
 INSTANTIATE_TEST_SUITE_P(Files, KttopReaderKeeping, testing::Values(0U, 1U, 5U, 1000U));
 
-TEST_F(KttopReader, SparesItselfFilesOfWhoHadNoProcessorSince)
+TEST_F(KttopReader, DoesNotReadFilesOfThreadsThatHaveNotRunSince)
 {
     FakeThread thread{"KTThread [sleep"};
     proc.thread(10, 11, thread);
@@ -193,18 +193,18 @@ TEST_F(KttopReader, SparesItselfFilesOfWhoHadNoProcessorSince)
     EXPECT_EQ(watched.read().workers.at(0).waitsIn, "elsewhere");
 }
 
-TEST_F(KttopReader, ReadsAllOfWhoRan)
+TEST_F(KttopReader, ReadsAllFilesOfThreadsThatRan)
 {
     FakeThread thread{"KTTask: load [r", 'R'};
     proc.thread(10, 11, thread);
     ProcessReader watched = reader();
     watched.read();
-    thread.state = 'S';  // it has given its processor away: no slice more
+    thread.state = 'S';  // it has left the processor, which is no further slice
     proc.thread(10, 11, thread);
     EXPECT_EQ(watched.read().workers.at(0).kernelState, 'S');
 }
 
-TEST_F(KttopReader, ReadsDetailsOfThoseThatAreAskedForOnly)
+TEST_F(KttopReader, ReadsDetailsOfRequestedThreadsOnly)
 {
     FakeThread thread{"KTTask: load [r", 'S', 5000, 70, 8, 9, 123, "hrtimer_nanosleep"};
     proc.thread(10, 11, thread);
@@ -220,7 +220,7 @@ TEST_F(KttopReader, ReadsDetailsOfThoseThatAreAskedForOnly)
     EXPECT_EQ(worker.voluntary, 8U);
     EXPECT_EQ(worker.involuntary, 9U);
     EXPECT_EQ(worker.waitsIn, "hrtimer_nanosleep");
-    // It sleeps on: what was read of it then holds.
+    // It still sleeps: what was read before holds.
     worker = watched.read(Details::known).workers.at(0);
     EXPECT_TRUE(worker.hasDetails);
     EXPECT_EQ(worker.voluntary, 8U);
@@ -233,7 +233,7 @@ TEST_F(KttopReader, ReadsDetailsOfThoseThatAreAskedForOnly)
     watched.readDetails(worker);
     EXPECT_EQ(worker.kernelState, 'R');
     EXPECT_EQ(worker.waitsIn, "");
-    // Who is ready to run may sleep by now, without one slice more.
+    // A thread that was ready to run may sleep by now, without a further slice.
     EXPECT_FALSE(watched.read(Details::known).workers.at(0).hasDetails);
 }
 

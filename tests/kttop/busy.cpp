@@ -105,8 +105,8 @@ public:
         const int wanted = pool->status().threads + delta;
         pool->adjustThread(delta);
         while (pool->status().threads != wanted) {
-            // A task of no name wakes a sleeper, who looks whether to retire before it looks for
-            // tasks.
+            // A task without a name wakes a sleeper, which checks whether to retire before it looks
+            // for tasks.
             pool->enqueue(boost::make_shared<Nothing>());
             pool->wake();
             ro::os::msleep(1);

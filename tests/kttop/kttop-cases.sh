@@ -62,7 +62,7 @@ start_demo() {
   await is_called "$pid" "$demo"
 }
 
-# Not the shell's copy of itself any more.
+# The process has become the program: it is no longer the shell's copy of itself.
 is_called() { [ "$(cat "/proc/$1/comm")" = "$2" ]; }
 
 answered() { [ "$(grep -c '^done$' answers)" -ge "$told" ]; }
@@ -73,13 +73,13 @@ tell() {
   await answered
 }
 
-# Told rather than closed: kttop and tmux have the other end of the pipe as well.
+# By a command: closing the pipe would not do, as kttop and tmux have its other end open as well.
 end_demo() {
   echo quit >&3
   wait "$pid"
 }
 
-# One that was told to end answers for a moment yet.
+# A server that was told to end still answers for a moment.
 new_server() {
   end_server
   server+=+

@@ -81,14 +81,15 @@ private:
     Slot slots[size];
 };
 
-/// Locks made at one place, or taken at one place if nobody told of their making, are of one kind.
+/// Locks made at one place are of one kind; so are those taken at one place whose making was not
+/// reported.
 struct Kind {
     std::uintptr_t number;
     bool isMade;
     Place place;
 };
 
-/// One lock was asked for while another was held.
+/// One lock was requested while another was held.
 struct Edge {
     std::uintptr_t held;
     Mode heldMode;

@@ -8,11 +8,11 @@
 
 namespace order {
 
-/// How a lock is held or asked for. Those who share it don't keep each other out.
+/// How a lock is held or requested. Shared holds don't exclude each other.
 enum class Mode { shared, exclusive };
 
-/// A lock has been made, or is no more. One that is never told of, as a std::mutex, is known by the
-/// places where it is taken.
+/// A lock has been made, or destroyed. One whose making is not reported, such as a std::mutex, is
+/// known by the places where it is taken.
 void made(const void* lock);
 void destroyed(const void* lock);
 
@@ -22,12 +22,12 @@ struct Held {
     Mode mode;
 };
 
-/// The calling thread is about to wait for `lock`, at `place`; it has it; it gives it back.
+/// The calling thread is about to wait for `lock`, at `place`; it has taken it; it has released it.
 void wanted(const void* lock, Mode mode, void* place);
 void taken(const void* lock, Mode mode, void* place);
 Held released(const void* lock);
 
-/// The calling thread has waited for, and has, what it gave back for a while.
+/// The calling thread has taken again what it had released during a wait.
 void takenAgain(const Held& held);
 
 /// Gets ready for the process's first lock.

@@ -62,7 +62,7 @@ int take(int (*real)(Lock*), Lock* lock, Mode mode, void* place)
     return status;
 }
 
-/// A wait gives its mutex back and takes it again, also when the thread is cancelled in there.
+/// A wait releases its mutex and takes it again, also if the thread is cancelled in the wait.
 class GivenBack {
 public:
     explicit GivenBack(pthread_mutex_t* mutex) : held(order::released(mutex)) {}

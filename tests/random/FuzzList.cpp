@@ -1,4 +1,4 @@
-/// libFuzzer's way to the lists of checksums: its bytes are one to read, and names to write.
+/// libFuzzer's entry to the lists of checksums. Its bytes are read as a list, and written as names.
 #include <cstdio>
 #include <cstdlib>
 #include <sstream>

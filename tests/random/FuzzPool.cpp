@@ -1,5 +1,5 @@
-/// libFuzzer's way to the random programs: its bytes are one, by a single client, or by many where
-/// the first of them is odd.
+/// libFuzzer's entry to the random programs. Its bytes are a program: of many clients if the first
+/// byte is odd, else of a single one.
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>

@@ -32,7 +32,7 @@ void HeldTask::run()
     {
         const KT::KTCriticalSection hold(mutex);
         while (!released) {
-            // A release may come without the mutex, just before the wait.
+            // A release does not take the mutex: it may come just before the wait.
             wakeUp->waitFor(mutex, 1);
         }
     }

@@ -1,4 +1,4 @@
-/// A task that runs until it is let go.
+/// A task that runs until it is released.
 #pragma once
 
 #include <atomic>
@@ -10,7 +10,7 @@
 /// Its body waits for release() or exitTask(). The counters may be read by any thread.
 class HeldTask : public KT::KTTask {
 public:
-    /// The lowest bits of `manner`: stamps itself, fails with a KTError, is let go of early.
+    /// The lowest bits of `manner`: stamps itself, fails with a KTError, is released early.
     explicit HeldTask(int manner);
 
     void run() override;

@@ -39,7 +39,7 @@ void checkList(const std::string& text)
         }
         require(entry.path.find('\0') == std::string::npos, "no such name");
         require(isDigest(entry.expected), "no such digest");
-        if (!entry.path.empty()) {  // no file has no name, and no list of ours such a line
+        if (!entry.path.empty()) {  // no list is written with an empty name
             lines.push_back({entry.path, entry.expected});
         }
     }

@@ -9,7 +9,7 @@
 
 namespace {
 
-/// Names of all bytes that a name may have, and names of those that hurt.
+/// Names of all bytes that a name may have, and names of the difficult ones.
 rc::Gen<std::string> anyName()
 {
     const std::string nasty = "\\\\\\nnr\r\n **()=# \t-aA0\xff\xc3\xa9\x01";

@@ -49,7 +49,8 @@ void LockBench::giveBack(Bench& bench, bool now)
     bench.attempt.reset();
 }
 
-// Another thread comes in when the writer has gone, and (as far as a moment tells) not before.
+// Another thread gets the lock when the writer has released it and, as far as a short wait
+// shows, not before.
 void LockBench::giveWayToAnother(Bench& bench, bool otherWrites)
 {
     std::atomic<bool> isIn(false);
@@ -107,7 +108,7 @@ void LockBench::useLocks(const Step& step)
     require(isLocked(bench.mutex) == bench.isHeld(), "a mutex is not as its guards have left it");
 }
 
-// A trigger isn't remembered: who triggers goes on until the other has come back.
+// A trigger isn't remembered: it is repeated until the waiter has returned.
 void LockBench::meet(const std::string& name)
 {
     std::atomic<bool> isBack(false);

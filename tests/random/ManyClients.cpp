@@ -203,7 +203,7 @@ void ManyClients::awaitEnded(const Step& step)
     }
 }
 
-/// Until each accepted task has run, or was taken, those that tasks queue included.
+/// Waits until each accepted task, including those that tasks queue, has run or was taken.
 void ManyClients::drain()
 {
     const auto isDrained = [this] {
@@ -215,7 +215,7 @@ void ManyClients::drain()
     };
     foundUnless(soon(isDrained), "tasks are lost");
     const auto isAtRest = [this] {
-        around.pool->wake();  // of empty pointers
+        around.pool->wake();  // for empty pointers in the queue
         const KT::KTThreadPoolStatus status = around.pool->status();
         return status.queuedTasks == 0 && status.busyThreads == 0;
     };

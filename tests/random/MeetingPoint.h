@@ -9,7 +9,7 @@
 
 #include "Program.h"
 
-/// Something rings all names all the while, so that nobody waits for ever.
+/// All names are triggered again and again, so that no client waits for ever.
 class MeetingPoint {
 public:
     MeetingPoint();
@@ -17,7 +17,8 @@ public:
     MeetingPoint(const MeetingPoint&) = delete;
     MeetingPoint& operator=(const MeetingPoint&) = delete;
 
-    /// One operation; false if a lock let two in, or kept out who may come in.
+    /// One operation. False if a lock let in two clients that exclude each other, or blocked one
+    /// that it must let in.
     bool useLocks(const Step& step);
     void useConditions(const Step& step);
 

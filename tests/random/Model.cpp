@@ -52,20 +52,20 @@ void Model::reportEnd()
 
 void Model::release(std::size_t index)
 {
-    countEnds(1);  // its worker counts as busy still
+    countEnds(1);  // its worker still counts as busy
     running.erase(running.begin() + static_cast<std::ptrdiff_t>(index));
 }
 
 void Model::stop()
 {
-    // First: the monitor may look while the tasks end, or find no workers any more.
+    // First: the monitor may look while the tasks end, or when there are no workers any more.
     sizes.stopped();
     countEnds(static_cast<int>(running.size()));
     running.clear();
     queue.clear();
 }
 
-// Each task ends because it is asked to, or is cut off: the task knows.
+// Each task ends because it is asked to exit, or is cut off: its counters say which.
 void Model::stopByForce()
 {
     const auto isCutOff = [](const Held& task) { return task->ends != task->starts; };

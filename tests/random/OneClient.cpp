@@ -77,8 +77,8 @@ void OneClient::go(const std::vector<Step>& steps)
     }
 }
 
-// What ends a pool comes after init, if there is one. So do requests to retire: the first workers
-// would be at it while init makes the others.
+// Steps that end a pool come after init, if there is one. So do requests to retire: the first
+// workers would retire while init makes the others.
 bool OneClient::isForNow(const Step& step, std::size_t steps) const
 {
     const bool ends =
@@ -223,8 +223,8 @@ void OneClient::adjust(const Step& step)
     require(model.sizes.adjusted(delta, answer), "adjustThread answers wrongly");
 }
 
-// A pool that was shut down is joined before it is started anew. Its old workers might take one of
-// the new tasks on their way out otherwise; one whom a growth started meanwhile would stay on.
+// A pool that was shut down is joined before it is started again. Otherwise one of its old workers
+// might take a new task before it ends, and one that a growth has started meanwhile would stay.
 void OneClient::increase()
 {
     require(model.sizes.runs() || pool->join(joinMs), "a stopped pool doesn't join");
@@ -240,7 +240,7 @@ void OneClient::look()
     require(pool->getThis() == pool, "the pool is another");
 }
 
-// A task taken away from the queue never runs: the end looks at that.
+// A task taken away from the queue never runs, which is checked at the end.
 void OneClient::take()
 {
     const Held expected = model.take();
@@ -332,7 +332,7 @@ void OneClient::awaitEnded()
     }
 }
 
-/// After a finding: whatever the pool is like, nothing is to go on.
+/// After a finding: ends all tasks and workers, whatever the pool's state.
 void OneClient::letGo()
 {
     for (const Held& task : all) {

@@ -44,7 +44,7 @@ struct Setup {
     int period;
     int stackSize;
     int clients;         ///< 1 to 4
-    std::size_t initAt;  ///< the step in front of which init is called, by a single client
+    std::size_t initAt;  ///< the step before which a single client calls init
     bool stops;          ///< many clients shut down and close, too, while the others go on
 };
 

@@ -1,4 +1,4 @@
-/// Tasks that do what tasks do, and soon come to their end.
+/// Tasks that use the library as clients' tasks do, and end soon.
 #pragma once
 
 #include <atomic>
@@ -22,7 +22,7 @@ struct TaskSurroundings {
     Quick newTask(int owner, int kind);
 };
 
-/// What becomes of a task, counted. It has an owner, a client or another task, who queues it.
+/// Counts what happens to it. Its owner, a client or another task, queues it.
 class QuickTask : public KT::KTTask {
 public:
     /// `kind` (0 to 255) chooses what the body does.

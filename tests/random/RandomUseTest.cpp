@@ -31,7 +31,7 @@ void check(int chances, Run run)
 {
     static bool hasFailed = false;
     const Program program = anyProgram();
-    alarm(120);  // the watchdog of tests/support: it watches each program anew
+    alarm(120);  // the watchdog of tests/support: it is set again for each program
     try {
         for (int i = 0; i < (hasFailed ? chances : 1); ++i) {
             run(program);
@@ -40,7 +40,7 @@ void check(int chances, Run run)
         hasFailed = true;
         std::ostringstream text;
         text << finding.what() << "\n" << program;
-        // At once: what rapidcheck tells in the end is of one more run, which may go well.
+        // At once: rapidcheck's report in the end is of another run, which may pass.
         std::cerr << text.str();
         RC_FAIL(text.str());
     }

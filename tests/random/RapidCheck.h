@@ -9,7 +9,7 @@
 
 #include "Finding.h"
 
-/// Fails the property on what `run` finds. The watchdog of tests/support watches each case anew.
+/// Fails the property on what `run` finds. It sets the watchdog again for each case.
 template <typename Run>
 void failOnFinding(Run run)
 {

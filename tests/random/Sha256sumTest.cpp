@@ -20,7 +20,7 @@ namespace {
 /// What breaks a line. No NUL: sha256sum takes it for the end of the name, ktsum refuses the line.
 const std::string pieces = "\\\\\\nnr\r\n **()=# \t-aA0\xff\xc3\xa9\x01";
 
-/// Files with names that hurt, and what the two programs say about a list.
+/// Files with difficult names, and what the two programs say about a list.
 class Both {
 public:
     Both()
@@ -120,7 +120,7 @@ std::string lineOf(const LineBytes& bytes)
 RC_GTEST_PROP(RandomLists, AreVerifiedAsSha256sumDoes, ())
 {
     const auto bytes = rc::gen::resize(100, rc::gen::arbitrary<LineBytes>());
-    alarm(120);  // the watchdog of tests/support: it watches each list anew
+    alarm(120);  // the watchdog of tests/support: it is set again for each list
     std::string list;
     for (const LineBytes& line :
          *rc::gen::scale(0.3, rc::gen::container<std::vector<LineBytes>>(bytes))) {

@@ -99,7 +99,7 @@ void Sizes::looked(int leastBusy, int mostBusy)
     narrow(std::move(found));
 }
 
-// A task that ends meanwhile may let the monitor take back what was still to retire.
+// A task that ends meanwhile may make the monitor cancel retirements that are pending.
 void Sizes::stopped()
 {
     letRetire();

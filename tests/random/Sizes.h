@@ -5,12 +5,13 @@
 #include <utility>
 
 /// The numbers of workers, and of retirements still to come, that a pool may have at the moment.
-/// Who retires does so some time, so there may be more than one pair, until the pool is looked at.
+/// A worker retires at a moment of its own choice, so several pairs are possible until the pool's
+/// status is read.
 class Sizes {
 public:
     Sizes(int threads, int maxThreads);
 
-    // Each takes what the pool answered. False: it can't have.
+    // Each takes the pool's answer, and returns false if the pool can't have given it.
     bool adjusted(int delta, bool answer);
     bool increased(bool answer);
     bool observed(int threads, int toRemove);

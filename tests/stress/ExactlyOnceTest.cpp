@@ -26,7 +26,7 @@ private:
     std::atomic<int>& ended;
 };
 
-/// Lets workers retire and more come, until it is told to stop.
+/// Shrinks and grows the pool until `stop` is set.
 void resize(const Pool& pool, const std::atomic<bool>& stop)
 {
     Dice dice;

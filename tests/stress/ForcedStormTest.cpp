@@ -1,4 +1,4 @@
-/// Forced shutdowns at any moment, of tasks that do all that tasks do.
+/// Forced shutdowns at random moments, while tasks do all that tasks may do.
 #include <atomic>
 #include <iostream>
 #include <string>

@@ -116,8 +116,8 @@ TEST(Lifecycle, OfAPoolThatATaskOfAnotherShutsDown)
     }
 }
 
-// Pool, monitor and workers hold each other: it goes on working, and can be closed by whom else
-// finds it.
+// Pool, monitor and workers hold each other: the pool goes on working, and whatever code reaches it
+// can close it.
 TEST(Lifecycle, GoesOnWithoutItsClient)
 {
     const int rounds = scaled(200);

@@ -17,7 +17,7 @@ class Dice {
 public:
     Dice() : Dice(chosenSeed()) { std::fprintf(stderr, "KT_SEED=%u\n", seed); }
 
-    /// With a seed that another one's dice have chosen.
+    /// With a seed drawn from other dice.
     explicit Dice(unsigned given) : seed(given), engine(seed) {}
 
     /// From 0 to `below` - 1.
@@ -57,8 +57,8 @@ inline int mappings()
     return lines;
 }
 
-/// Threads of this process, those too that have been joined but that the kernel has not yet put
-/// away.
+/// Threads of this process, including those that have been joined and that the kernel has not yet
+/// removed.
 inline int threadCount()
 {
     return static_cast<int>(threadsNamed("").size()) + 1;

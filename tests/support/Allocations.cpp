@@ -66,7 +66,7 @@ void operator delete[](void* memory, std::size_t) noexcept
     allocations::release(memory);
 }
 
-// What asks for cache lines of its own.
+// For types that are aligned to cache lines.
 
 void* operator new(std::size_t size, std::align_val_t alignment)
 {

@@ -9,7 +9,7 @@ namespace allocations {
 
 extern thread_local long made;   ///< so far
 extern thread_local long alive;  ///< made by this thread less released by it
-/// How many go well until one fails; none does if negative.
+/// How many allocations succeed before one fails. If negative, none fails.
 extern thread_local long untilFailure;
 
 /// Runs `operation` with the n-th allocation failing, for each n until there is no n-th one. It may

@@ -28,9 +28,9 @@ struct State {
     std::function<bool(int)> when;
 };
 
-/// Never destroyed, as threads call in here until the process is gone, and made without an
-/// allocation, which a test may want to fail. Nor with the compiler's guard of a local static:
-/// that of libc++abi is a mutex, and locking one leads in here.
+/// Never destroyed, since threads make these calls until the process has ended. Made without an
+/// allocation, which a test may make fail, and without the guard of a local static: that of
+/// libc++abi is a mutex, and its lock is one of these calls.
 State& state()
 {
     alignas(State) static unsigned char memory[sizeof(State)];
@@ -53,7 +53,7 @@ public:
     Hold& operator=(const Hold&) = delete;
 };
 
-/// Records a call; the status to fail with, 0 to go on.
+/// Records a call. Returns the status that it must fail with, or 0 if it is to be made.
 int note(Call call, const void* object, long value = 0, const char* text = "")
 {
     const Hold hold;
@@ -69,7 +69,8 @@ int note(Call call, const void* object, long value = 0, const char* text = "")
     return 0;
 }
 
-/// The C library's function of that name. To be made static: it needs no guard then.
+/// The C library's function of that name. A static one is initialised at compile time, and so
+/// has no guard.
 template <typename Function>
 class Next {
 public:

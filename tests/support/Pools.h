@@ -45,7 +45,7 @@ inline boost::shared_ptr<FunctionTask> makeTask(std::function<void()> body,
     return boost::make_shared<FunctionTask>(std::move(body), name);
 }
 
-/// A task that nothing but its fields matter of.
+/// A task of which only the fields matter.
 inline boost::shared_ptr<FunctionTask> makeTask()
 {
     return makeTask([] {});
@@ -87,8 +87,8 @@ protected:
             EXPECT_TRUE(pool->close(false, 60000));
         }
         pools.clear();
-        // A thread is seen for a moment after it was counted out, and one that detaches itself is
-        // waited for by nobody else: the next test would take it for its own.
+        // A thread exists for a moment after it was counted out, and nothing else waits for one
+        // that detaches itself. The next test would take it for its own.
         EXPECT_TRUE(eventually([] { return threadsNamed("KTT").empty(); }));
     }
 
@@ -101,7 +101,7 @@ inline bool untilAsleep(const Pool& pool, std::size_t count)
 {
     const bool named =
         eventually([count] { return threadsNamed("KTThread [sleep").size() == count; });
-    // A worker gives itself the name under this mutex, and lets go of it only in the wait.
+    // A worker gives itself the name under this mutex, and releases it only in the wait.
     const KT::KTCriticalSection hold(inside::wakeMutex(pool));
     return named;
 }
@@ -148,8 +148,8 @@ private:
     Threads holder;
 };
 
-/// Holds the only worker of a pool up between its look at the empty queue and its sleep: there it
-/// waits for the wake mutex, which another thread holds.
+/// Stops the only worker of a pool between its look at the empty queue and its sleep: it waits
+/// there for the wake mutex, which another thread holds.
 class OnTheWayToSleep {
 public:
     explicit OnTheWayToSleep(const Pool& heldPool) : pool(heldPool)

@@ -4,7 +4,7 @@
 #include <iostream>
 #include <streambuf>
 
-/// Lets what is written to std::cout come to nothing: pools say each retirement there.
+/// Discards what is written to std::cout, where pools report each retirement.
 class QuietConsole : private std::streambuf {
 public:
     QuietConsole() : previous(std::cout.rdbuf(this)) {}

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cstdlib>
 
-/// `base`, or as many times as much as the environment's KT_SCALE says, as ./check soak has it.
+/// `base` times KT_SCALE of the environment, which ./check soak sets.
 inline int scaled(int base)
 {
     const char* const scale = std::getenv("KT_SCALE");

@@ -35,7 +35,7 @@ private:
     std::vector<std::thread> threads;
 };
 
-/// A door that is closed until somebody opens it, and that counts who waits in front of it.
+/// Blocks threads until it is opened, and counts those that have arrived at it.
 class Gate {
 public:
     void open();

@@ -110,7 +110,7 @@ public:
         occupied = workers;
     }
 
-    /// Waits until all whom it occupied have gone on.
+    /// Waits until all workers that it occupied have left the body.
     void awaitEnd(const Pool& pool) { ended.await(pool, occupied); }
 
     void release()
@@ -191,7 +191,7 @@ void workersRetire()
     }
     pool->resetSumThreadIdle();
     pool->computeSumThreadIdle();
-    // The monitor lets go of workers that have retired, while tasks end.
+    // The monitor releases workers that have retired, while tasks end.
     const int grown = pool->status().threads + 5;
     while (pool->status().threads < grown) {
         Blocker all;
@@ -235,7 +235,7 @@ void outlivesItsClient()
     Count done;
     const Pool pool = running(2, 2, 0);
     Pool held = pool;
-    // The task's is the last pointer but the worker's own: the pool dies on a worker's thread.
+    // Only the task and its worker still hold the pool: it is destroyed on a worker's thread.
     pool->enqueue(boost::make_shared<Task>([&done, held] { done.up(); }));
     held.reset();
     done.await(pool, 1);

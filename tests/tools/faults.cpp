@@ -49,9 +49,9 @@ void onTwoWorkers(const std::function<void()>& body)
     pool->close();
 }
 
-/// Pools let go of without having been closed: each and its monitor hold each other. Several, since
-/// what is left on the stack may still point to the last one; without workers, since so may their
-/// stacks.
+/// Pools released without having been closed: each and its monitor hold each other. Several, since
+/// the stack may still have a pointer to the last one. Without workers, whose stacks may have one,
+/// too.
 void leak()
 {
     for (int i = 0; i < 5; ++i) {
