@@ -1,0 +1,17 @@
+# shellcheck shell=bash
+# Where `check` keeps what it need not do again; sourced. Each clone on the machine uses the same.
+
+KT_CACHE=${XDG_CACHE_HOME:-$HOME/.cache}/libktthread
+export KT_CACHE
+
+# use_cache: objects by ccache, checks that passed by ci/unless-passed. Both remove what is old.
+use_cache() {
+  export CMAKE_CXX_COMPILER_LAUNCHER=$PWD/ci/compile
+  export CCACHE_DIR=$KT_CACHE/ccache CCACHE_MAXSIZE=2G CCACHE_BASEDIR=$PWD
+}
+
+# The launcher stays, since it is part of how a build is configured: only what it finds doesn't count.
+ignore_cache() { export CCACHE_RECACHE=1 KT_NO_CACHE=1; }
+
+# without_cache COMMAND...: for what must be compiled as its users compile it.
+without_cache() { env -u CMAKE_CXX_COMPILER_LAUNCHER CCACHE_DISABLE=1 "$@"; }

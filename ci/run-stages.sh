@@ -1,0 +1,97 @@
+# shellcheck shell=bash
+# Runs the stages of `check`, some at a time; sourced. A stage is a function stage_NAME.
+
+stages_at_once=2  # one tests, which leaves processors idle, while the other compiles
+declare -A running=()  # process -> stage
+declare -A begun=()    # stage -> when
+passed=' '
+failed=
+times=()
+
+clock() { printf '%d:%02d' $(($1 / 60)) $(($1 % 60)); }
+
+# Those of this run: whatever a stage started has inherited the variable.
+stage_processes() { grep -lzs "^KT_CHECK_RUN=$$\$" /proc/[0-9]*/environ | sed 's|/proc/\([0-9]*\)/.*|\1|'; }
+
+stop_stages() {
+  local signal processes
+  for signal in TERM TERM TERM TERM TERM KILL; do
+    processes=$(stage_processes) || return 0
+    # One word each.
+    # shellcheck disable=SC2086
+    kill -"$signal" $processes 2>/dev/null || true
+    sleep 1
+  done
+}
+
+# Without job control a process in the background would ignore an interrupt, and so would all that the tests start.
+begin() {
+  local name=$1
+  say "begins: $name"
+  begun[$name]=$SECONDS
+  env --default-signal=INT,QUIT KT_CHECK_RUN=$$ ./check --stage "$name" >"build/stages/$name" 2>&1 </dev/null &
+  running[$!]=$name
+}
+
+# begin_those_that_can: of `waiting`, in this order.
+begin_those_that_can() {
+  local stage later=()
+  for stage in "${waiting[@]}"; do
+    if [ ${#running[@]} -lt $stages_at_once ] && [[ $stage != *:* || $passed = *" ${stage#*:} "* ]]; then
+      begin "${stage%%:*}"
+    else
+      later+=("$stage")
+    fi
+  done
+  waiting=("${later[@]}")
+}
+
+end_one() {
+  local process status=0 name took
+  wait -n -p process "${!running[@]}" || status=$?
+  name=${running[$process]}
+  unset "running[$process]"
+  took=$(clock $((SECONDS - begun[$name])))
+  times+=("$(printf '%8s  %s' "$took" "$name")")
+  if [ $status -ne 0 ]; then
+    cat "build/stages/$name" >&2
+    failed=$name
+    exit 1
+  fi
+  say "passed: $name, in $took"
+  cat "build/stages/$name"
+  passed+="$name "
+}
+
+tell_times() {
+  say "minutes and seconds of each stage, of which up to $stages_at_once run at a time:"
+  printf '%s\n' "${times[@]}"
+  say "$(clock $SECONDS) in all"
+}
+
+give_up() {
+  local stage
+  stop_stages
+  for stage in "${running[@]}"; do
+    times+=("$(printf '%8s  %s, which was stopped' "$(clock $((SECONDS - begun[$stage])))" "$stage")")
+  done
+  tell_times
+  [ -z "$failed" ] || fail "failed: $failed (see above, and build/stages/$failed)"
+}
+
+# run_stages STAGE...: in this order. NAME:OTHER waits until the stage OTHER has passed.
+run_stages() {
+  local waiting=("$@")
+  mkdir -p build/stages
+  trap give_up EXIT
+  trap 'exit 130' INT
+  trap 'exit 143' TERM HUP
+  begin_those_that_can
+  while [ ${#running[@]} -gt 0 ]; do
+    end_one
+    begin_those_that_can
+  done
+  [ ${#waiting[@]} -eq 0 ] || fail "nobody runs what these wait for: ${waiting[*]}"
+  trap - EXIT
+  tell_times
+}

@@ -1,0 +1,168 @@
+# shellcheck shell=bash
+# The stages of `check`; sourced.
+
+# Runs a command; what it prints is shown only if it fails.
+quietly() {
+  local log=build/$1.log
+  shift
+  mkdir -p build
+  "$@" >"$log" 2>&1 </dev/null || { tail -n 60 "$log" >&2; fail "failed: $* (see $log)"; }
+}
+
+# build_and_test PRESET [DIRECTORY [CMAKE-OPTION...]]
+build_and_test() {
+  local preset=$1 directory=build/${2:-$1}
+  shift $(($# > 1 ? 2 : 1))
+  quietly "${directory#build/}-configure" cmake --preset "$preset" -B "$directory" "$@"
+  quietly "${directory#build/}-build" cmake --build "$directory"
+  run_tests "$directory"
+}
+
+# run_tests DIRECTORY [CTEST-OPTION...]
+run_tests() {
+  local directory=$1 log=$1.test.log
+  shift
+  (cd "$directory" && ctest -j "$((2 * $(nproc)))" --output-on-failure "$@") >"$log" 2>&1 </dev/null ||
+    { grep -av ' Passed \| Start ' "$log" | tail -n 200 >&2; fail "tests failed in $directory (see $log)"; }
+  tail -n 3 "$log"
+}
+
+# build_and_run_some DIRECTORY LABELS TARGETS PRESET [CMAKE-OPTION...]
+# Those targets, and the tests with those labels (a regular expression).
+build_and_run_some() {
+  local directory=build/$1 labels=$2 preset=$4 targets
+  read -ra targets <<<"$3"
+  shift 4
+  quietly "${directory#build/}-configure" cmake --preset "$preset" -B "$directory" "$@"
+  quietly "${directory#build/}-build" cmake --build "$directory" --target "${targets[@]}"
+  run_tests "$directory" --no-tests=error -L "$labels"
+}
+
+stage_quick() {
+  build_and_test dev dev -DKT_STRESS_TESTS=OFF -DKT_PACKAGING_TESTS=OFF -DKT_EXAMPLES=OFF -DKT_BENCHMARKS=OFF \
+    -DKT_DOCS=OFF
+}
+
+stage_dev() {
+  build_and_test dev dev -DKT_STRESS_TESTS=ON -DKT_PACKAGING_TESTS=ON -DKT_EXAMPLES=ON -DKT_BENCHMARKS=ON \
+    -DKT_DOCS=ON
+}
+
+stage_static() { build_and_test dev static -DBUILD_SHARED_LIBS=OFF -DKT_STRESS_TESTS=OFF; }
+stage_asan() { build_and_test asan; }
+stage_tsan() { build_and_test tsan; }
+stage_clang() { build_and_test clang clang -DKT_PACKAGING_TESTS=OFF; }
+stage_libcxx() { build_and_run_some libcxx '^(core|ktasync)$' 'core-tests ktasync-tests' libcxx; }
+
+stage_boost() {
+  quietly unpack-boost packaging/unpack-boost 1.81 build/boost-1.81
+  build_and_run_some boost '^core$' 'core-tests ktasync' dev -DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O0 \
+    -DKT_STRESS_TESTS=OFF -DKT_TOOLS=OFF -DKT_BENCHMARKS=OFF \
+    -DBoost_NO_BOOST_CMAKE=ON -DBoost_INCLUDE_DIR="$PWD/build/boost-1.81/usr/include"
+  ninja -C build/boost -t deps >build/boost.deps
+  grep -q '/boost-1.81/usr/include/boost/' build/boost.deps || fail "that was another Boost (see build/boost.deps)"
+  ! grep '^ */usr/include/boost/' build/boost.deps || fail "that was two of Boost (see build/boost.deps)"
+}
+
+stage_format() {
+  local files
+  mapfile -t files < <(git ls-files '*.cpp' '*.h')
+  quietly format ci/unless-passed whole clang-format 'clang-format*,libclang-cpp*' .clang-format "${files[@]}" \
+    -- clang-format --dry-run -Werror "${files[@]}"
+  tail -n 1 build/format.log
+}
+
+# Of build/clang, which tells how each file is compiled.
+stage_lint() {
+  local files
+  mapfile -t files < <(git ls-files '*.cpp' ':!tests/platform' ':!tests/headers' \
+    ':!tests/ktasync/misuse.cpp' ':!tests/random/Fuzz*.cpp' ':!benchmarks/pools' ':!benchmarks/primitives.cpp')
+  quietly lint ci/unless-passed tidy build/clang "${files[@]}"
+  tail -n 1 build/lint.log
+}
+
+stage_lock-order() {
+  quietly lock-order tests/lock-order/check-order build/dev
+  tail -n 1 build/lock-order.log
+}
+
+stage_abi() {
+  quietly exports packaging/abi/check-exports build/dev
+  quietly abi packaging/abi/check-abi build/dev
+}
+
+stage_reference() {
+  quietly reference-build cmake --build build/dev --target reference
+  quietly reference docs/reference/check build/dev/docs/reference
+  tail -n 2 build/reference.log
+}
+
+stage_models() {
+  local files
+  mapfile -t files < <(git ls-files tests/model)
+  quietly models ci/unless-passed whole models 'spin,gcc,gcc-[0-9]*,libc6-dev,python3' "${files[@]}" \
+    -- tests/model/check-models
+  tail -n 1 build/models.log
+}
+
+stage_valgrind() {
+  quietly valgrind-configure cmake --preset valgrind
+  quietly valgrind-build cmake --build build/valgrind --target exercise faults
+  quietly valgrind tests/tools/valgrind-checks build/valgrind
+}
+
+# The lines of the core that no test executes.
+stage_coverage() {
+  quietly coverage-configure cmake --preset coverage
+  quietly coverage tests/tools/coverage build/coverage
+  grep '^libktthread/src' build/coverage.log
+}
+
+# Nothing of the caches gets into the packages.
+stage_packages() {
+  quietly packages without_cache packaging/test-packages
+  grep '^installed: ' build/packages.log
+}
+
+build_benchmarks() {
+  quietly bench-configure cmake --preset release -B build/bench -DKT_PEERS=ON
+  quietly bench-build cmake --build build/bench
+}
+
+# That the benchmarks run and their page can be made; the figures of a run this short say nothing.
+stage_benchmarks() {
+  build_benchmarks
+  quietly bench-smoke benchmarks/run build/bench build/bench-smoke 1 1000
+  quietly bench-smoke-report /usr/bin/python3 benchmarks/report build/bench-smoke build/bench-smoke
+}
+
+# Takes a quarter of an hour.
+stage_bench() {
+  build_benchmarks
+  quietly bench benchmarks/run build/bench build/bench-results
+  quietly bench-report /usr/bin/python3 benchmarks/report build/bench-results
+  say "see docs/benchmarks.md; the figures of each repetition are in build/bench-results"
+}
+
+# try_fuzzing POOL-RUNS LIST-RUNS
+try_fuzzing() {
+  quietly fuzz-configure cmake --preset fuzz
+  quietly fuzz-build cmake --build --preset fuzz
+  quietly fuzz tests/random/fuzz build/fuzz "$@"
+  grep -E '^KT_SEED|exec_per_sec' build/fuzz.log
+}
+
+stage_fuzz() { try_fuzzing 1000 20000; }
+
+# soak PRESET: its stress and random tests, a hundred times as long.
+soak() {
+  quietly "$1-configure" cmake --preset "$1"
+  quietly "$1-build" cmake --build "build/$1"
+  quietly "$1-soak" env KT_SCALE=100 ctest --test-dir "build/$1" -L 'stress|random' -j "$(nproc)" --output-on-failure
+  grep -E 'Passed|tests passed' "build/$1-soak.log"
+}
+
+stage_soak-dev() { soak dev; }
+stage_soak-asan() { soak asan; }
+stage_soak-fuzz() { try_fuzzing 100000 2000000; }
+stage_soak-models() { tests/model/check-models --long; }
