@@ -1,7 +1,7 @@
 # shellcheck shell=bash
 # Runs the stages of `check`, some at a time; sourced. A stage is a function stage_NAME.
 
-stages_at_once=2  # one tests, which leaves processors idle, while the other compiles
+stages_at_once=3  # one tests, which leaves processors idle, while others compile
 declare -A running=()  # process -> stage
 declare -A begun=()    # stage -> when
 passed=' '
@@ -29,6 +29,7 @@ begin() {
   local name=$1
   say "begins: $name"
   begun[$name]=$SECONDS
+  : >"build/stages/$name.worked"
   env --default-signal=INT,QUIT KT_CHECK_RUN=$$ ./check --stage "$name" >"build/stages/$name" 2>&1 </dev/null &
   running[$!]=$name
 }
@@ -46,13 +47,20 @@ begin_those_that_can() {
   waiting=("${later[@]}")
 }
 
+# keep_time TOOK STAGE NOTE. What the processors worked is the sum of two lines: the stage's own and its commands'.
+keep_time() {
+  local worked
+  worked=$(tr 'ms' '  ' <"build/stages/$2.worked" | awk '{ sum += 60 * ($1 + $3) + $2 + $4 } END { printf "%.0f", sum }')
+  times+=("$(printf '%8s %8s  %s' "$1" "$(clock "${worked:-0}")" "$2$3")")
+}
+
 end_one() {
   local process status=0 name took
   wait -n -p process "${!running[@]}" || status=$?
   name=${running[$process]}
   unset "running[$process]"
   took=$(clock $((SECONDS - begun[$name])))
-  times+=("$(printf '%8s  %s' "$took" "$name")")
+  keep_time "$took" "$name" ''
   if [ $status -ne 0 ]; then
     cat "build/stages/$name" >&2
     failed=$name
@@ -64,7 +72,7 @@ end_one() {
 }
 
 tell_times() {
-  say "minutes and seconds of each stage, of which up to $stages_at_once run at a time:"
+  say "minutes and seconds of each stage, of which up to $stages_at_once run at a time, and of the processors' work:"
   printf '%s\n' "${times[@]}"
   say "$(clock $SECONDS) in all"
 }
@@ -73,7 +81,7 @@ give_up() {
   local stage
   stop_stages
   for stage in "${running[@]}"; do
-    times+=("$(printf '%8s  %s, which was stopped' "$(clock $((SECONDS - begun[$stage])))" "$stage")")
+    keep_time "$(clock $((SECONDS - begun[$stage])))" "$stage" ', which was stopped'
   done
   tell_times
   [ -z "$failed" ] || fail "failed: $failed (see above, and build/stages/$failed)"

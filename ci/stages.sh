@@ -9,12 +9,18 @@ quietly() {
   "$@" >"$log" 2>&1 </dev/null || { tail -n 60 "$log" >&2; fail "failed: $* (see $log)"; }
 }
 
+# Tests come before what is compiled beside them, or a slow machine has their watchdogs bark.
+compile() { nice cmake --build "$@"; }
+
+# One stage's tests at a time, for the same reason.
+alone() { flock --close build/tests.lock "$@"; }
+
 # build_and_test PRESET [DIRECTORY [CMAKE-OPTION...]]
 build_and_test() {
   local preset=$1 directory=build/${2:-$1}
   shift $(($# > 1 ? 2 : 1))
   quietly "${directory#build/}-configure" cmake --preset "$preset" -B "$directory" "$@"
-  quietly "${directory#build/}-build" cmake --build "$directory"
+  quietly "${directory#build/}-build" compile "$directory"
   run_tests "$directory"
 }
 
@@ -22,7 +28,7 @@ build_and_test() {
 run_tests() {
   local directory=$1 log=$1.test.log
   shift
-  (cd "$directory" && ctest -j "$((2 * $(nproc)))" --output-on-failure "$@") >"$log" 2>&1 </dev/null ||
+  alone ctest --test-dir "$directory" -j "$((2 * $(nproc)))" --output-on-failure "$@" >"$log" 2>&1 </dev/null ||
     { grep -av ' Passed \| Start ' "$log" | tail -n 200 >&2; fail "tests failed in $directory (see $log)"; }
   tail -n 3 "$log"
 }
@@ -34,7 +40,7 @@ build_and_run_some() {
   read -ra targets <<<"$3"
   shift 4
   quietly "${directory#build/}-configure" cmake --preset "$preset" -B "$directory" "$@"
-  quietly "${directory#build/}-build" cmake --build "$directory" --target "${targets[@]}"
+  quietly "${directory#build/}-build" compile "$directory" --target "${targets[@]}"
   run_tests "$directory" --no-tests=error -L "$labels"
 }
 
@@ -77,12 +83,12 @@ stage_lint() {
   local files
   mapfile -t files < <(git ls-files '*.cpp' ':!tests/platform' ':!tests/headers' \
     ':!tests/ktasync/misuse.cpp' ':!tests/random/Fuzz*.cpp' ':!benchmarks/pools' ':!benchmarks/primitives.cpp')
-  quietly lint ci/unless-passed tidy build/clang "${files[@]}"
+  quietly lint nice ci/unless-passed tidy build/clang "${files[@]}"
   tail -n 1 build/lint.log
 }
 
 stage_lock-order() {
-  quietly lock-order tests/lock-order/check-order build/dev
+  quietly lock-order alone tests/lock-order/check-order build/dev
   tail -n 1 build/lock-order.log
 }
 
@@ -92,7 +98,7 @@ stage_abi() {
 }
 
 stage_reference() {
-  quietly reference-build cmake --build build/dev --target reference
+  quietly reference-build compile build/dev --target reference
   quietly reference docs/reference/check build/dev/docs/reference
   tail -n 2 build/reference.log
 }
@@ -100,14 +106,14 @@ stage_reference() {
 stage_models() {
   local files
   mapfile -t files < <(git ls-files tests/model)
-  quietly models ci/unless-passed whole models 'spin,gcc,gcc-[0-9]*,libc6-dev,python3' "${files[@]}" \
+  quietly models nice ci/unless-passed whole models 'spin,gcc,gcc-[0-9]*,libc6-dev,python3' "${files[@]}" \
     -- tests/model/check-models
   tail -n 1 build/models.log
 }
 
 stage_valgrind() {
   quietly valgrind-configure cmake --preset valgrind
-  quietly valgrind-build cmake --build build/valgrind --target exercise faults
+  quietly valgrind-build compile build/valgrind --target exercise faults
   quietly valgrind tests/tools/valgrind-checks build/valgrind
 }
 
@@ -126,7 +132,7 @@ stage_packages() {
 
 build_benchmarks() {
   quietly bench-configure cmake --preset release -B build/bench -DKT_PEERS=ON
-  quietly bench-build cmake --build build/bench
+  quietly bench-build compile build/bench
 }
 
 # That the benchmarks run and their page can be made; the figures of a run this short say nothing.
@@ -147,7 +153,7 @@ stage_bench() {
 # try_fuzzing POOL-RUNS LIST-RUNS
 try_fuzzing() {
   quietly fuzz-configure cmake --preset fuzz
-  quietly fuzz-build cmake --build --preset fuzz
+  quietly fuzz-build compile --preset fuzz
   quietly fuzz tests/random/fuzz build/fuzz "$@"
   grep -E '^KT_SEED|exec_per_sec' build/fuzz.log
 }
@@ -157,7 +163,7 @@ stage_fuzz() { try_fuzzing 1000 20000; }
 # soak PRESET: its stress and random tests, a hundred times as long.
 soak() {
   quietly "$1-configure" cmake --preset "$1"
-  quietly "$1-build" cmake --build "build/$1"
+  quietly "$1-build" compile "build/$1"
   quietly "$1-soak" env KT_SCALE=100 ctest --test-dir "build/$1" -L 'stress|random' -j "$(nproc)" --output-on-failure
   grep -E 'Passed|tests passed' "build/$1-soak.log"
 }
