@@ -8,6 +8,8 @@ export KT_CACHE
 use_cache() {
   export CMAKE_CXX_COMPILER_LAUNCHER=$PWD/ci/compile
   export CCACHE_DIR=$KT_CACHE/ccache CCACHE_MAXSIZE=2G CCACHE_BASEDIR=$PWD
+  # How it maps paths is not among what ccache compares by itself.
+  export CCACHE_EXTRAFILES=$PWD/ci/compile
 }
 
 # The launcher stays, since it is part of how a build is configured: only what it finds doesn't count.
