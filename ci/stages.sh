@@ -5,8 +5,8 @@
 quietly() {
   local log=build/$1.log
   shift
-  mkdir -p build
-  "$@" >"$log" 2>&1 </dev/null || { tail -n 60 "$log" >&2; fail "failed: $* (see $log)"; }
+  local command=$*
+  "$@" >"$log" 2>&1 </dev/null || { tail -n 60 "$log" >&2; fail "failed: ${command:0:100} (see $log)"; }
 }
 
 # Tests come before what is compiled beside them, or a slow machine has their watchdogs bark.
