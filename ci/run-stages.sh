@@ -10,13 +10,16 @@ times=()
 
 clock() { printf '%d:%02d' $(($1 / 60)) $(($1 % 60)); }
 
-# Those of this run: whatever a stage started has inherited the variable.
-stage_processes() { grep -lzs "^KT_CHECK_RUN=$$\$" /proc/[0-9]*/environ | sed 's|/proc/\([0-9]*\)/.*|\1|'; }
+# Those of this run: whatever a stage started has inherited the variable. Processes may end while grep looks.
+stage_processes() {
+  { grep -lzs "^KT_CHECK_RUN=$$\$" /proc/[0-9]*/environ || true; } | sed 's|/proc/\([0-9]*\)/.*|\1|'
+}
 
 stop_stages() {
   local signal processes
   for signal in TERM TERM TERM TERM TERM KILL; do
-    processes=$(stage_processes) || return 0
+    processes=$(stage_processes)
+    [ -n "$processes" ] || return 0
     # One word each.
     # shellcheck disable=SC2086
     kill -"$signal" $processes 2>/dev/null || true
