@@ -1,8 +1,8 @@
 # shellcheck shell=bash
 # Where `check` keeps what it need not do again; sourced. Each clone on the machine uses the same.
 
-KT_CACHE=${XDG_CACHE_HOME:-$HOME/.cache}/libktthread
-export KT_CACHE
+export KT_CACHE=${XDG_CACHE_HOME:-${HOME:-/nonexistent}/.cache}/libktthread
+mkdir -p "$KT_CACHE" 2>/dev/null || KT_CACHE=$PWD/build/cache
 
 # use_cache: objects by ccache, checks that passed by ci/unless-passed. Both remove what is old.
 use_cache() {

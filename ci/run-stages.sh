@@ -27,7 +27,7 @@ stop_stages() {
   done
 }
 
-# Without job control a process in the background would ignore an interrupt, and so would all that the tests start.
+# A process in the background would ignore interrupts, and so would all that the tests start.
 begin() {
   local name=$1
   say "begins: $name"
@@ -53,7 +53,8 @@ begin_those_that_can() {
 # keep_time TOOK STAGE NOTE. What the processors worked is the sum of two lines: the stage's own and its commands'.
 keep_time() {
   local worked
-  worked=$(tr 'ms' '  ' <"build/stages/$2.worked" | awk '{ sum += 60 * ($1 + $3) + $2 + $4 } END { printf "%.0f", sum }')
+  worked=$(tr ms ' ' <"build/stages/$2.worked" |
+    awk '{ sum += 60 * ($1 + $3) + $2 + $4 } END { printf "%.0f", sum }')
   times+=("$(printf '%8s %8s  %s' "$1" "$(clock "${worked:-0}")" "$2$3")")
 }
 
