@@ -59,7 +59,7 @@ void enqueueAll(const KTPoolRef& pool, const std::vector<boost::intrusive_ptr<Jo
         for (const boost::intrusive_ptr<Job>& job : jobs) {
             tasks.push_back(boost::make_shared<PoolTask>(job, name));
         }
-        pool.pool()->enqueue(std::move(tasks));
+        pool.pool()->enqueueAll(std::move(tasks));
     } catch (const std::exception&) {
         for (const boost::intrusive_ptr<Job>& job : jobs) {
             job->drop();

@@ -79,7 +79,7 @@ TEST_F(PoolQueue, BatchIsQueuedInItsOrderForOneSignal)
     const std::vector<boost::shared_ptr<KT::KTTask>> batch = {makeTask(), makeTask(), makeTask()};
     EXPECT_TRUE(pool->enqueue(before));
     const platform::Recorder recorder;
-    EXPECT_TRUE(pool->enqueue(batch));
+    EXPECT_TRUE(pool->enqueueAll(batch));
     EXPECT_EQ(recorder.count(Call::signal, wakeCondition(pool)), 1U);
     EXPECT_EQ(pool->getTask(), before);
     for (const boost::shared_ptr<KT::KTTask>& task : batch) {
@@ -97,7 +97,7 @@ TEST_F(PoolQueue, OneSignalForABatchIsHandedOnToAllSleepers)
     for (int i = 0; i < 4; ++i) {
         batch.push_back(makeTask([&gate] { gate.pass(); }));
     }
-    ASSERT_TRUE(pool->enqueue(batch));
+    ASSERT_TRUE(pool->enqueueAll(batch));
     EXPECT_TRUE(eventually([&] { return gate.arrived() == 4; }));
     gate.open();
     EXPECT_TRUE(pool->close());
@@ -107,14 +107,14 @@ TEST_F(PoolQueue, BatchIsRefusedAsATaskIs)
 {
     const std::vector<boost::shared_ptr<KT::KTTask>> batch = {makeTask(), makeTask()};
     const Pool pool = made(1, 1);
-    EXPECT_FALSE(pool->enqueue(batch));
+    EXPECT_FALSE(pool->enqueueAll(batch));
     pool->init(0, 1, 0, 0, 0);
-    EXPECT_TRUE(pool->enqueue(std::vector<boost::shared_ptr<KT::KTTask>>()));
+    EXPECT_TRUE(pool->enqueueAll(std::vector<boost::shared_ptr<KT::KTTask>>()));
     EXPECT_EQ(pool->status().queuedTasks, 0);
-    EXPECT_FALSE(pool->enqueue(std::vector<boost::shared_ptr<KT::KTTask>>{batch[0], nullptr}));
+    EXPECT_FALSE(pool->enqueueAll(std::vector<boost::shared_ptr<KT::KTTask>>{batch[0], nullptr}));
     EXPECT_EQ(pool->status().queuedTasks, 2);
     pool->shutdown(false);
-    EXPECT_FALSE(pool->enqueue(batch));
+    EXPECT_FALSE(pool->enqueueAll(batch));
     EXPECT_EQ(pool->status().queuedTasks, 0);
     EXPECT_EQ(batch[0].use_count(), 1);
 }

@@ -195,6 +195,20 @@ TEST_F(RunTask, ReportsTheEndToThePool)
     EXPECT_EQ(inside::taskCount(*inside::monitor(pool)), 1);
 }
 
+TEST_F(RunTask, LeavesNoReferenceToThePoolWithAWorkerOfItsTable)
+{
+    Pool pool(new KT::KTThreadPool(1, 1, 0, 0, 0));
+    pool->init(0, 1, 0, 0, 0);
+    const auto member = workerOf(pool);
+    inside::threads(pool)[0] = member;
+    inside::currentTask(*member) = makeTask();
+    const long before = inside::monitor(pool).use_count();
+    member->runTask();
+    EXPECT_EQ(inside::monitor(pool).use_count(), before);
+    EXPECT_TRUE(pool->close());
+    EXPECT_EQ(pool.use_count(), 1);
+}
+
 TEST_F(RunTask, TaskIsFinishedBeforeItsEndIsReported)
 {
     const Pool pool = made(0, 1);

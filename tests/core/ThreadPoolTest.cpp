@@ -1,4 +1,5 @@
 #include <cerrno>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
@@ -34,6 +35,19 @@ TEST_F(PoolConstruction, RecordsTheSizesAndStartsNothing)
     EXPECT_FALSE(inside::monitor(pool));
     EXPECT_TRUE(inside::retiredThreads(pool).empty());
     EXPECT_EQ(recorder.count(Call::create), 0U);
+}
+
+TEST_F(PoolConstruction, MakesTheBusyLockLast)
+{
+    const platform::Recorder recorder;
+    const Pool pool = made(1, 1);
+    const void* last = nullptr;
+    for (const platform::Record& record : recorder.records()) {
+        if (record.call == Call::initMutex || record.call == Call::initLock) {
+            last = record.object;
+        }
+    }
+    EXPECT_EQ(last, inside::lock(*inside::busyLock(pool)).get());
 }
 
 TEST_F(PoolConstruction, InitLaunchesTheFirstWorkers)
@@ -114,6 +128,58 @@ TEST_F(PoolConstruction, WorkersReportToTheMonitorOfTheLastInit)
         pool->init(0, 1, 0, 0, 0);
     }
     EXPECT_EQ(inside::taskCount(*first), 1) << "the second task is the second monitor's";
+}
+
+TEST_F(PoolConstruction, SecondInitReleasesTheMonitorWhileAWorkerSleeps)
+{
+    const Pool pool = fixed(1);
+    const auto task = makeTask();
+    ASSERT_TRUE(pool->enqueue(task));
+    ASSERT_TRUE(untilFinished(pool, task));
+    ASSERT_TRUE(untilAsleep(pool, 1));
+    const boost::weak_ptr<KT::KTMonitor> first = inside::monitor(pool);
+    pool->init(0, 1, 0, 0, 0);
+    EXPECT_TRUE(first.expired());
+}
+
+TEST_F(PoolConstruction, InitTakesNoneOfThePoolsLocks)
+{
+    const Pool pool = made(3, 3);
+    const std::set<const void*> locks = {inside::mutex(*inside::poolMutex(pool)).get(),
+                                         inside::mutex(*inside::queueMutex(pool)).get(),
+                                         inside::mutex(*inside::wakeMutex(pool)).get(),
+                                         inside::lock(*inside::busyLock(pool)).get()};
+    const platform::Recorder recorder;
+    pool->init(3, 3, 0, 0, 0);
+    for (const platform::Record& record : recorder.records()) {
+        if (pthread_equal(record.thread, pthread_self()) != 0) {
+            EXPECT_EQ(locks.count(record.object), 0U);
+        }
+    }
+    EXPECT_TRUE(eventually([&] {
+        return recorder.count(Call::lock, inside::mutex(*inside::poolMutex(pool)).get()) >= 3;
+    })) << "the workers do take them";
+}
+
+TEST_F(PoolConstruction, RetirementsRequestedBeforeInitLeaveTheTableWhole)
+{
+    const ConsoleCapture console;
+    const Pool pool = made(20, 20);
+    EXPECT_TRUE(pool->adjustThread(-5));
+    pool->init(20, 20, 0, 0, 0);
+    EXPECT_TRUE(eventually([&] {
+        // A worker on its way to sleep misses the wake-up of the one that retired before it.
+        inside::wakeCondition(pool)->signal();
+        return pool->status().threadsToRemove == 0;
+    }));
+    const KT::KTCriticalSection hold(inside::poolMutex(pool));
+    EXPECT_EQ(inside::nbThreads(pool), 15);
+    for (int slot = 0; slot < 15; ++slot) {
+        const auto& worker = inside::threads(pool)[static_cast<std::size_t>(slot)];
+        ASSERT_TRUE(worker) << slot;
+        EXPECT_EQ(inside::index(*worker), slot);
+        EXPECT_FALSE(inside::killed(*worker));
+    }
 }
 
 TEST_F(PoolConstruction, InitWithMoreWorkersThanMaxThreadsThrowsAndMakesNothing)

@@ -264,7 +264,7 @@ TEST(Allocation, BatchIsQueuedAsAWholeOrNotAtAll)
     const int size = 2000;
     const std::vector<boost::shared_ptr<KT::KTTask>> batch(size, task);
     std::vector<boost::shared_ptr<KT::KTTask>> copy = batch;
-    const int failures = failEach([&] { EXPECT_TRUE(pool->enqueue(std::move(copy))); },
+    const int failures = failEach([&] { EXPECT_TRUE(pool->enqueueAll(std::move(copy))); },
                                   [&](int) {
                                       EXPECT_EQ(pool->status().queuedTasks, 0);
                                       copy = batch;
@@ -302,36 +302,87 @@ TEST(Allocation, OfGrowthThatAnEnqueueRequestsLeavesTheTaskAcceptedAndRun)
     EXPECT_EQ(ran, accepted) << "a task was refused and run";
 }
 
+/// A worker without a thread, whose runTask the test calls itself, of a pool that says it has one
+/// worker, which is busy: with a period of 1, each end of a task makes it grow.
+class WorkerByHand {
+public:
+    explicit WorkerByHand(int period) : pool(new KT::KTThreadPool(1, 80, period, 0, 0))
+    {
+        pool->init(0, 80, period, 0, 0);
+        inside::nbBusyThreads(pool) = 1;
+        worker.reset(
+            new KT::KTThread(pool, 0, inside::wakeMutex(pool), inside::wakeCondition(pool)));
+    }
+    ~WorkerByHand() { EXPECT_TRUE(pool->close(false, 60000)); }
+    WorkerByHand(const WorkerByHand&) = delete;
+    WorkerByHand& operator=(const WorkerByHand&) = delete;
+
+    void run(const boost::shared_ptr<FunctionTask>& task)
+    {
+        inside::currentTask(*worker) = task;
+        task->setCreationTime();
+        worker->runTask();
+    }
+
+    /// Whether runTask ended with an exception: it keeps `task`, in `state`, and holds no lock.
+    void expectKept(const boost::shared_ptr<FunctionTask>& task, int state)
+    {
+        EXPECT_EQ(inside::currentTask(*worker), task);
+        EXPECT_EQ(inside::state(*task), state);
+        const KT::KTCriticalSectionWrite hold(inside::taskLock(*worker));
+    }
+
+    const Pool pool;
+    boost::shared_ptr<KT::KTThread> worker;
+};
+
+TEST(Allocation, OfALongNameThrowsAndLeavesTheTaskRunning)
+{
+    WorkerByHand byHand(0);
+    const auto task = makeTask([] {}, longText);
+    const int failures =
+        failEach([&] { byHand.run(task); }, [&](int) { byHand.expectKept(task, 1); });
+    EXPECT_GE(failures, 2);
+    EXPECT_EQ(inside::state(*task), 2);
+    EXPECT_FALSE(inside::currentTask(*byHand.worker));
+}
+
+TEST(Allocation, OfGrowthThatAReportRequestsThrowsAndTheTaskIsKept)
+{
+    WorkerByHand byHand(1);
+    const auto task = makeTask();
+    const int failures =
+        failEach([&] { byHand.run(task); }, [&](int) { byHand.expectKept(task, 2); });
+    EXPECT_GT(failures, 5);
+    EXPECT_FALSE(inside::currentTask(*byHand.worker));
+    EXPECT_EQ(byHand.pool->status().threads, 2);
+}
+
 /// Once it is destroyed, the calling thread's n-th allocation fails.
 struct FailLater {
     ~FailLater() { untilFailure = n; }
     int n;
 };
 
-TEST(Allocation, OfAWorkersOwnDoesNotEndIt)
+TEST(Allocation, OfTheRecordOfAnErrorLosesTheRecordOnly)
 {
     const LogCapture records("KTThread");
-    int grown = 0;
+    WorkerByHand byHand(0);
+    int lost = 0;
     for (int n = 0; n < 20; ++n) {
-        // The enqueue makes the pool grow to two workers, the end of the task to three.
-        BusyPool busy(3, 1);
-        const auto task = makeTask(
-            [n] {
-                const FailLater arm{n};
-                if (n % 2 == 0) {
-                    throw KT::KTError("module", "method", "on purpose", "file", 1);
-                }
-            },
-            longText);
-        ASSERT_TRUE(busy.pool->enqueue(task));
-        ASSERT_TRUE(untilFinished(busy.pool, task));
-        // The same worker, or another one: the pool goes on.
-        const auto next = makeTask([] { untilFailure = -1; });
-        ASSERT_TRUE(busy.pool->enqueue(next));
-        ASSERT_TRUE(untilFinished(busy.pool, next));
-        grown += busy.pool->status().threads == 3;
+        const auto task = makeTask([n] {
+            const FailLater arm{n};
+            throw KT::KTError("module", "method", "on purpose", "file", 1);
+        });
+        const std::size_t before = records.records().size();
+        byHand.run(task);
+        untilFailure = -1;
+        lost += records.records().size() == before;
+        EXPECT_EQ(inside::state(*task), 2);
+        EXPECT_FALSE(inside::currentTask(*byHand.worker));
     }
-    EXPECT_GT(grown, 0);
+    EXPECT_GT(lost, 0);
+    EXPECT_LT(lost, 20);
 }
 
 TEST(Allocation, GrowthThrowsAndThePoolGoesOn)

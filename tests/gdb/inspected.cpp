@@ -137,7 +137,7 @@ void fillMany()
     for (int i = 0; i < manyItems; ++i) {
         items.push_back(boost::make_shared<Item>("item " + std::to_string(i)));
     }
-    many->enqueue(items);
+    many->enqueueAll(items);
     for (int i = 0; i < takenItems; ++i) {
         many->getTask();
     }

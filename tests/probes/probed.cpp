@@ -67,7 +67,7 @@ void runTasks()
         awaitEnd(pool, task);
     }
     const boost::shared_ptr<Task> last = makeTask("last of a batch");
-    expect(pool->enqueue(std::vector<boost::shared_ptr<KT::KTTask>>{makeTask("batched"), last}));
+    expect(pool->enqueueAll(std::vector<boost::shared_ptr<KT::KTTask>>{makeTask("batched"), last}));
     awaitEnd(pool, last);
     expect(pool->close());
 }

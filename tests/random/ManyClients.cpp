@@ -157,7 +157,7 @@ void ManyClients::enqueueBatch(int client, const Step& step)
         batch.push_back(around.newTask(client, step.extra + i));
         pointers.push_back(batch.back());
     }
-    const bool isAccepted = around.pool->enqueue(pointers);
+    const bool isAccepted = around.pool->enqueueAll(pointers);
     foundUnless(isAccepted != hasEmpty || program.setup.stops, "a batch was answered wrongly");
     for (const Quick& task : batch) {
         (hasEmpty ? task->uncertain : task->accepted) += isAccepted || hasEmpty ? 1 : 0;

@@ -187,7 +187,7 @@ void OneClient::enqueueBatch(const Step& step)
 void OneClient::enqueueAll(const std::vector<Held>& batch)
 {
     const std::vector<boost::shared_ptr<KT::KTTask>> tasks(batch.begin(), batch.end());
-    require(pool->enqueue(tasks) == model.enqueue(batch), "enqueue answers wrongly for a batch");
+    require(pool->enqueueAll(tasks) == model.enqueue(batch), "enqueueAll answers wrongly");
 }
 
 void OneClient::enqueueAgain(const Step& step)

@@ -9,7 +9,6 @@
 #include <boost/make_shared.hpp>
 
 #include <kterror/KTError.h>
-#include <ktthread/KTTurnstile.h>
 #include <ktthread/ktthread.h>
 #include <ro/log.h>
 #include <ro/os.h>
@@ -22,7 +21,6 @@ extern boost::shared_ptr<KT::KTCondition> condition;
 extern boost::shared_ptr<KT::KTMutex> mutex;
 extern boost::shared_ptr<KT::KTMutexRW> lock;
 extern boost::shared_ptr<KT::KTThreadPool> pool;
-extern KT::KTTurnstile turnstile;
 extern std::map<std::string, std::string> settings;
 extern bool ready;
 extern int counter;

@@ -30,9 +30,6 @@ struct Expose {
     }
 
 using Workers = std::vector<boost::shared_ptr<KT::KTThread>>;
-using Tasks = boost::container::deque<
-    boost::shared_ptr<KT::KTTask>, void,
-    boost::container::deque_options<boost::container::block_bytes<4096>>::type>;
 template <typename T>
 using Platform = std::unique_ptr<T, KT::KTPlatformObjectDeleter>;
 using Event = std::pair<boost::shared_ptr<KT::KTCondition>, boost::shared_ptr<KT::KTMutex>>;
@@ -57,10 +54,10 @@ KT_INSIDE(KTThread, threadHandle, pthread_t)
 
 KT_INSIDE(KTThreadPool, threads, Workers)
 KT_INSIDE(KTThreadPool, retiredThreads, Workers)
-KT_INSIDE(KTThreadPool, tasks, Tasks)
+KT_INSIDE(KTThreadPool, tasks, KT::KTTaskDeque)
 KT_INSIDE(KTThreadPool, nbThreads, std::atomic<int>)
 KT_INSIDE(KTThreadPool, monitor, boost::shared_ptr<KT::KTMonitor>)
-KT_INSIDE(KTThreadPool, nbThreadsToRemove, int)
+KT_INSIDE(KTThreadPool, nbThreadsToRemove, std::atomic<int>)
 KT_INSIDE(KTThreadPool, poolMutex, boost::shared_ptr<KT::KTMutex>)
 KT_INSIDE(KTThreadPool, busyLock, boost::shared_ptr<KT::KTMutexRW>)
 KT_INSIDE(KTThreadPool, queueMutex, boost::shared_ptr<KT::KTMutex>)

@@ -243,6 +243,20 @@ int pthread_attr_setschedparam(pthread_attr_t* attributes, const sched_param* pa
     return failed != 0 ? failed : real(attributes, param);
 }
 
+int pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes)
+{
+    static Next<int(pthread_mutex_t*, const pthread_mutexattr_t*)> real("pthread_mutex_init");
+    const int failed = note(Call::initMutex, mutex);
+    return failed != 0 ? failed : real(mutex, attributes);
+}
+
+int pthread_rwlock_init(pthread_rwlock_t* lock, const pthread_rwlockattr_t* attributes)
+{
+    static Next<int(pthread_rwlock_t*, const pthread_rwlockattr_t*)> real("pthread_rwlock_init");
+    const int failed = note(Call::initLock, lock);
+    return failed != 0 ? failed : real(lock, attributes);
+}
+
 int pthread_mutex_lock(pthread_mutex_t* mutex)
 {
     static Next<int(pthread_mutex_t*)> real("pthread_mutex_lock");

@@ -18,6 +18,8 @@ enum class Call {
     inheritSched,   ///< pthread_attr_setinheritsched: value
     schedPolicy,    ///< pthread_attr_setschedpolicy: value
     schedPriority,  ///< pthread_attr_setschedparam: value
+    initMutex,      ///< pthread_mutex_init: object = the mutex
+    initLock,       ///< pthread_rwlock_init: object = the lock
     lock,           ///< pthread_mutex_lock: object = the mutex; seen just before the lock
     readLock,       ///< pthread_rwlock_rdlock: object = the lock; seen just before the hold
     writeLock,      ///< pthread_rwlock_wrlock: object = the lock; seen just before the hold

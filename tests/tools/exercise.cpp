@@ -160,7 +160,7 @@ void tasksInAPoolThatGrows()
         batch.push_back(boost::make_shared<Task>([&] { done.up(); }));
     }
     batch.back()->autoDelete = true;
-    require(pool->enqueue(batch), "enqueue of a batch");
+    require(pool->enqueueAll(batch), "enqueueAll");
     require(pool->enqueue(boost::make_shared<Task>([&] {
         done.up();
         throw KT::KTError("exercise", "exercise", "as it should", "exercise", 1);

@@ -504,7 +504,7 @@ class Pool:
         yield "threads", number(self.pool["nbThreads"])
         yield "busy", int(self.pool["nbBusyThreads"])
         yield "max", int(self.pool["maxThreads"])
-        yield "to retire", int(self.pool["nbThreadsToRemove"])
+        yield "to retire", number(self.pool["nbThreadsToRemove"])
 
     def queue(self):
         return Queue(self.pool["tasks"])
@@ -612,11 +612,9 @@ def pool_of(expression):
 
 
 def pools_behind(worker):
-    """The pools that a worker leads to: its own, its monitor's, those of its task."""
+    """The pools that a worker leads to: its own, those of its task."""
     if users(worker["pool"]):
         yield worker["pool"]["px"]
-    if int(worker["knownMonitor"]["px"]):
-        yield worker["knownMonitor"]["px"]["pool"]["px"]
     if int(worker["currentTask"]["px"]):
         yield from pools_behind_task(worker["currentTask"]["px"])
 

@@ -32,11 +32,11 @@ public:
     /// \return  its first owner
     static boost::shared_ptr<KTCondition> createKTCondition();
 
-    /// A condition, for those who hold it in their own way. Throws std::bad_alloc.
+    /// A condition without an owner: for members and other smart pointers. Throws std::bad_alloc.
     KTCondition();
 
-    /// Wakes who still waits, as a spurious wake-up would, and blocks until they have left the
-    /// condition. They need their mutex for that, not the condition.
+    /// Wakes the threads that still wait, as a spurious wake-up would, and blocks until they have
+    /// left the condition. They need their mutex for that, not the condition.
     virtual ~KTCondition();
 
     KTCondition(const KTCondition&) = delete;
@@ -54,7 +54,7 @@ public:
     /// The caller's copy keeps the mutex alive. A cancellation point; a cancelled waiter unwinds
     /// with the mutex held.
     ///
-    /// \param mutex  not empty, and the same for all who wait at a time
+    /// \param mutex  not empty, and the same for all threads that wait at a time
     void wait(boost::shared_ptr<KTMutex> mutex);
 
     /// As `wait`, but for at most `milliseconds` on the monotonic clock; 0 or less doesn't block.

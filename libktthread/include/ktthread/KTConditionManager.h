@@ -25,8 +25,8 @@ namespace KT {
 /// Waiting and triggering may be done by any number of threads at once. The map has no lock:
 /// addCondition must not overlap with any other call, so add all names before threads use them.
 ///
-/// A trigger that comes between a waiter's look-up and its sleep is lost on it. A client that can't
-/// do with that keeps a flag beside the event, and triggers until the waiter has seen it.
+/// A trigger between a waiter's look-up and its sleep doesn't wake it. A client that can't live
+/// with that keeps a flag beside the event, and triggers until the waiter has seen it.
 ///
 /// It can't be copied. Nothing here throws but addCondition.
 ///
@@ -36,22 +36,21 @@ public:
     /// A board without names.
     KTConditionManager();
 
-    /// Who still waits on a name returns, as from a spurious wake-up.
+    /// A thread that still waits on a name returns, as from a spurious wake-up.
     virtual ~KTConditionManager();
 
     KTConditionManager(const KTConditionManager&) = delete;
     KTConditionManager& operator=(const KTConditionManager&) = delete;
 
-    /// Registers `name`; an empty name is ignored. A name that exists gets a new condition, and who
-    /// waited on the old one returns. Throws std::bad_alloc; the name then counts as unregistered.
-    /// Blocks only until those have left it.
+    /// Registers `name`; an empty name is ignored. A name that exists gets a new condition, and
+    /// threads that waited on the old one return. Throws std::bad_alloc; the name then counts as
+    /// unregistered. Blocks only until those threads have left it.
     ///
     /// \param name  copied
     void addCondition(const std::string& name);
 
     /// Blocks until `name` is triggered, or until a spurious wake-up. Returns at once if the name
-    /// isn't registered. A cancellation point. It has no time limit: who needs one takes a
-    /// KTCondition, and waitFor.
+    /// isn't registered. A cancellation point. It has no time limit: KTCondition::waitFor has.
     ///
     /// \param name  of the event
     void waitForCondition(const std::string& name);

@@ -4,7 +4,7 @@
 ///
 /// A guard belongs to the thread that built it and ends there. The lock given to it must not be an
 /// empty pointer. Statuses of the platform calls are ignored, but for the try-lock's. None of them
-/// throws, is a cancellation point or can be copied; giving a lock back doesn't block.
+/// throws, is a cancellation point or can be copied; releasing a lock doesn't block.
 ///
 /// \ingroup ktthread
 #pragma once
@@ -36,8 +36,8 @@ public:
     KTCriticalSection(const KTCriticalSection&) = delete;
     KTCriticalSection& operator=(const KTCriticalSection&) = delete;
 
-    /// Unlocks now and lets go of the mutex; the destructor then does nothing. At most once a
-    /// guard.
+    /// Unlocks now and drops the reference to the mutex; the destructor then does nothing. At most
+    /// once a guard.
     void forceUnlockNow();
 
 private:
@@ -57,7 +57,7 @@ public:
     ///
     /// \param lock  not empty, and not held by the calling thread
     explicit KTCriticalSectionRead(boost::shared_ptr<KTMutexRW> lock);
-    /// Gives the hold back.
+    /// Releases the hold.
     ~KTCriticalSectionRead();
     KTCriticalSectionRead(const KTCriticalSectionRead&) = delete;
     KTCriticalSectionRead& operator=(const KTCriticalSectionRead&) = delete;
@@ -79,7 +79,7 @@ public:
     ///
     /// \param lock  not empty, and not held by the calling thread
     explicit KTCriticalSectionWrite(boost::shared_ptr<KTMutexRW> lock);
-    /// Gives the hold back.
+    /// Releases the hold.
     ~KTCriticalSectionWrite();
     KTCriticalSectionWrite(const KTCriticalSectionWrite&) = delete;
     KTCriticalSectionWrite& operator=(const KTCriticalSectionWrite&) = delete;
@@ -112,7 +112,7 @@ public:
     KTCriticalTrueIfLocked& operator=(const KTCriticalTrueIfLocked&) = delete;
 
     /// Unlocks now; the destructor then does nothing. At most once a guard. On a guard that didn't
-    /// get the mutex it unlocks all the same, and takes the mutex from whoever holds it: look at
+    /// get the mutex it unlocks all the same, and takes the mutex from its holder: look at
     /// `alreadyLocked` first.
     void forceUnlockNow();
 

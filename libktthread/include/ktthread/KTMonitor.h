@@ -2,13 +2,13 @@
 /// The observer that makes a pool grow.
 #pragma once
 
+#include <atomic>
 #include <vector>
 
 #include <boost/shared_ptr.hpp>
 
 #include <ktthread/KTMutex.h>
 #include <ktthread/KTTask.h>
-#include <ktthread/KTTurnstile.h>
 #include <ktthread/export.h>
 
 namespace KT {
@@ -19,13 +19,13 @@ class KTThreadPool;
 /// A pool's monitor: it adds up how long ended tasks waited and asks the pool for one more worker
 /// when at most one is idle. The pool makes it; both operations may be called from any thread.
 ///
-/// It looks at the pool after each enqueue and after every `period` ended tasks (never on the
-/// latter account if `period` is 0 or negative). From 190 busy workers on it asks for no more,
+/// It looks at the pool after each enqueue and after every `period` ended tasks (never for the
+/// latter reason if `period` is 0 or negative). From 190 busy workers on it requests no more,
 /// whatever the pool's maximum, and says so on standard output.
 ///
 /// It holds its pool strongly and the pool holds it: KTThreadPool::close ends that cycle. It can't
 /// be copied. Its operations block for locks only, and for as long as the platform takes to make a
-/// thread. A client has no call for either, but may look at a pool out of turn:
+/// thread. A client needs neither, but may have a pool looked at out of turn:
 /// \code
 /// KT::KTMonitor(1, 0, 0, pool).adjustPool();  // one worker more, if at most one is idle
 /// \endcode
@@ -40,34 +40,33 @@ public:
     /// \param param3  kept, and used by nothing
     /// \param pool    not empty; shared
     KTMonitor(int period, int param2, int param3, boost::shared_ptr<KTThreadPool> pool);
-    /// Lets go of the pool.
+    /// Releases the pool.
     ~KTMonitor();
     KTMonitor(const KTMonitor&) = delete;
     KTMonitor& operator=(const KTMonitor&) = delete;
 
     /// Counts an ended task and its waiting time (KTTask::getIdleTime). An empty pointer counts as
-    /// nothing. What adjustPool throws leaves it, with the task counted.
+    /// nothing. Throws what adjustPool throws, with the task counted.
     ///
-    /// \param task  one that has ended; let go of here if its `autoDelete` is set
+    /// \param task  one that has ended; released here if its `autoDelete` is set
     void assimilate(boost::shared_ptr<KTTask> task);
 
-    /// Asks the pool for one worker more if at most one is idle. Throws std::bad_alloc, and what
-    /// KTThreadPool says of standard output.
+    /// Asks the pool for one worker more if at most one is idle. Throws std::bad_alloc, and what a
+    /// client has set std::cout to throw.
     void adjustPool();
 
 private:
     void lookAtPool(std::vector<boost::shared_ptr<KTThread> >& displaced);
 
     boost::shared_ptr<KTThreadPool> pool;
-    /// Guards the three counters, and is held while assimilate calls adjustPool.
-    boost::shared_ptr<KTMutex> mutex;
+    boost::shared_ptr<KTMutex> mutex;  // also held while assimilate looks at the pool
     int period;
-    int param2 __attribute__((unused));  ///< kept for inspection, as is param3
+    int param2 __attribute__((unused));  // kept for inspection, as is param3
     int param3 __attribute__((unused));
-    int taskCount;  ///< ended tasks since the last look at the pool
-    int idleSeconds;
-    int idleMicroseconds;
-    KTTurnstile turnstile;
+    int taskCount;         // under mutex; ended tasks since the last look at the pool
+    int idleSeconds;       // under mutex
+    int idleMicroseconds;  // under mutex
+    std::atomic<bool> gate;
 };
 
 }  // namespace KT

@@ -1,11 +1,12 @@
 /// \file
 /// The two locks: a mutex and a reader/writer lock, thin wrappers over the POSIX ones that can be
 /// shared. Both are made by their factory, held by boost::shared_ptr and taken through the guards
-/// of KTCriticalSection.h. Every operation may be called from any thread while the object is alive.
+/// of KTCriticalSection.h. A thread that takes a lock sees what was written before its release.
+/// Every operation may be called from any thread while the object is alive.
 ///
 /// No operation looks at the status of the platform call or passes it on: a failing call (an unlock
-/// by a stranger, a destroy of a locked mutex) goes by silently. None throws but those that make a
-/// lock.
+/// by a thread that doesn't hold it, a destroy of a locked mutex) is not reported. None throws but
+/// those that make a lock.
 ///
 /// \ingroup ktthread
 #pragma once
@@ -20,11 +21,11 @@
 
 namespace KT {
 
-/// How the primitives give back the platform's objects that they own. Not for clients.
+/// How the primitives free the platform's objects that they own. Not for clients.
 ///
 /// \ingroup ktthread_own
 struct KTPlatformObjectDeleter {
-    /// Gives the memory back. Throws nothing; any thread.
+    /// Frees the memory. Throws nothing; any thread.
     ///
     /// \param object  one that the library has made; null does nothing
     void operator()(void* object) const;
@@ -49,7 +50,8 @@ public:
     /// \return  its first owner
     static boost::shared_ptr<KTMutex> createKTMutex();
 
-    /// An unlocked mutex, for those who hold it in their own way. Throws std::bad_alloc.
+    /// An unlocked mutex without an owner: for members and other smart pointers. Throws
+    /// std::bad_alloc.
     KTMutex();
     /// Nobody may hold it, or wait for it. Doesn't block.
     virtual ~KTMutex();
@@ -59,7 +61,7 @@ public:
     /// Blocks until the calling thread owns the mutex. Not a cancellation point.
     void lock();
 
-    /// Gives the mutex back; the owner calls it. Doesn't block.
+    /// Releases the mutex; its holder calls it. Doesn't block.
     void unlock();
 
 private:
@@ -83,11 +85,11 @@ private:
 ///     // any number of readers at a time, and no writer
 /// }
 /// \endcode
-/// The table is for different threads; take it once a thread. Who holds it shared and asks for it
-/// exclusively deadlocks. Who holds it exclusively and asks again goes on at once, since the
-/// platform refuses, and the first unlock gives everything back. Readers pass while a writer waits,
-/// so readers who never pause can keep writers out: where that may be, take a KTMutex. It can't be
-/// copied.
+/// The table is for different threads; take it once a thread. A thread that holds it shared and
+/// requests it exclusively deadlocks. A thread that holds it exclusively and requests it again goes
+/// on at once, since the platform refuses, and the first unlock releases everything. Readers pass
+/// while a writer waits, so readers that never pause can starve writers: where that may be, take a
+/// KTMutex. It can't be copied.
 ///
 /// \ingroup ktthread
 class KTTHREAD_EXPORT KTMutexRW {
@@ -97,7 +99,7 @@ public:
     /// \return  its first owner
     static boost::shared_ptr<KTMutexRW> createKTMutexRW();
 
-    /// A free lock, for those who hold it in their own way. Throws std::bad_alloc.
+    /// A free lock without an owner: for members and other smart pointers. Throws std::bad_alloc.
     KTMutexRW();
     /// Nobody may hold it, or wait for it. Doesn't block.
     virtual ~KTMutexRW();
@@ -110,7 +112,7 @@ public:
     /// Blocks until the calling thread has the exclusive hold. Not a cancellation point.
     void writeLock();
 
-    /// Gives back the hold that the calling thread has, of either kind. Doesn't block.
+    /// Releases the calling thread's hold, of either kind. Doesn't block.
     void unlock();
 
 private:

@@ -36,10 +36,10 @@ class KTThread;
 /// | 2 (finished) | the worker after run(), a KTError included, setEndTime        |
 ///
 /// The task has no lock. Its state and its link to a worker may be read while a worker changes
-/// them; the name, autoDelete and the stamps belong to whoever is responsible for the task at that
-/// stage: the client until it enqueues, the body while it runs, the client again once the state
-/// is 2. The worker moves the state but stamps no time: a body that wants its waiting time counted
-/// calls setExecutionTime() first thing.
+/// them; all else belongs to one thread at a time: to the client's until it enqueues, to the
+/// worker's during run(), to the client's again once waitForEndOfTask has returned. Each sees what
+/// the one before wrote. The worker moves the state but stamps no time: a body that wants its
+/// waiting time counted calls setExecutionTime() first thing.
 ///
 /// It can't be copied. Nothing here blocks but waitForEndOfTask, and nothing throws where it isn't
 /// said.
@@ -49,7 +49,7 @@ class KTTHREAD_EXPORT KTTask {
 public:
     /// A task named "undefined", created now.
     KTTask();
-    /// Runs wherever the last reference is let go of: a worker's thread, or one that shuts down.
+    /// Runs where the last reference is released: on a worker's thread, or one that shuts down.
     virtual ~KTTask();
     KTTask(const KTTask&) = delete;
     KTTask& operator=(const KTTask&) = delete;
@@ -76,7 +76,7 @@ public:
     /// Stamps the start of the body now and sets the state to running.
     void setExecutionTime();
 
-    /// Stamps the end of the body now and sets the state to finished: who waits goes on.
+    /// Stamps the end of the body now and sets the state to finished: waitForEndOfTask returns.
     void setEndTime();
 
     /// Microseconds between creation and start of the body, wrapping at 2^31 (some 35 minutes).

@@ -17,13 +17,13 @@
 #include <ktthread/KTCondition.h>
 #include <ktthread/KTMutex.h>
 #include <ktthread/KTTask.h>
-#include <ktthread/KTTurnstile.h>
+#include <ktthread/annotations.h>
 #include <ktthread/export.h>
 
 namespace KT {
 
+class KTLiveThreadCount;
 class KTMonitor;
-class KTStartedThreads;
 class KTThreadPool;
 
 /// The start routine of every worker thread. The platform calls it.
@@ -34,7 +34,7 @@ class KTThreadPool;
 KTTHREAD_EXPORT void* _KT_Thread_Pool_Atom(void* arg);
 
 /// A worker: an object that owns one POSIX thread. The pool makes, launches, stops and releases its
-/// workers; a client meets them only through setStackSize, and in the names of its threads:
+/// workers; a client sees them only through setStackSize, and in the names of its threads:
 ///
 /// | name                  | the worker                                            |
 /// |-----------------------|-------------------------------------------------------|
@@ -44,8 +44,8 @@ KTTHREAD_EXPORT void* _KT_Thread_Pool_Atom(void* arg);
 /// | "KTTask: N [running]" | runs the task named N                                 |
 /// | "KTTask: N [finished]"| has run it; the name stays until the next one is set  |
 ///
-/// The kernel keeps 15 characters of them. A worker holds itself and its pool for as long as its
-/// loop runs. It can't be copied.
+/// The kernel keeps 15 characters of them. The object keeps a weak pointer to its pool; its thread
+/// holds both for as long as its loop runs. It can't be copied.
 /// \code
 /// KT::KTThread::setStackSize(256 * 1024);  // before the first pool
 /// \endcode
@@ -108,30 +108,32 @@ public:
     /// \return  what KTThreadPool::apoptosis says
     bool apoptosis();
 
-    /// Runs the task taken, reports its end to the pool and lets go of it. The worker's own thread
-    /// calls it; without a task it does nothing. Whatever but a KTError leaves the task's body
-    /// leaves this too.
+    /// Runs the task taken, reports its end to the pool and releases it. The worker's own thread
+    /// calls it; without a task it does nothing. A KTError that the task throws is logged; any
+    /// other exception, of the task or of the report (std::bad_alloc, if the pool is to grow), is
+    /// passed on, and the worker keeps the task.
     void runTask();
 
 private:
-    friend class KTThreadPool;
+    friend class KTThreadPool;  // reads index, idleTime and threadHandle, and stops the worker
     friend void* _KT_Thread_Pool_Atom(void* arg);
 
-    void loop(KTThreadPool* livePool);
-    void runCounted(const KTTask& taken, KTThreadPool* livePool);
+    void serve(KTThreadPool& served);
+    void sleepUntilKilled();
     void sleepOnce();
-
-    // getTask, apoptosis and runTask for a caller that holds the pool; null: it is looked up. Under
-    // names of their own, or a client's &KTThread::runTask would be ambiguous.
-    const KTTask* takeTask(KTThreadPool* held);
-    bool mayRetire(KTThreadPool* held);
-    void runTaken(KTThreadPool* held);
-    void reportEnded(const KTTask& task, KTThreadPool* held);
-    boost::shared_ptr<KTThreadPool> resolvePool(KTThreadPool* held) const;
+    KTTask* takeTask(KTThreadPool& source);
+    KTTask* takeTaskLocked(KTThreadPool& source);
+    void runCounted(KTTask& task, KTThreadPool& served, boost::shared_ptr<KTMonitor>& monitor);
+    template <typename WithPool>
+    void execute(const WithPool& withPool, boost::shared_ptr<KTMonitor>& monitor);
+    template <typename WithPool>
+    void runBody(KTTask& task, const WithPool& withPool);
+    /// For the worker's own thread, which alone sets it: other threads' reads don't get in its way.
+    boost::shared_ptr<KTTask>& ownTask() KT_NOT_ANALYSED { return currentTask; }
 
     boost::shared_ptr<KTMutex> wakeMutex;
     boost::shared_ptr<KTCondition> wakeCondition;
-    /// Shared by whoever uses currentTask, exclusive only while runTask clears it.
+    /// Shared by all users of currentTask, exclusive only while runTask clears it.
     boost::shared_ptr<KTMutexRW> taskLock;
     ro::os::timeval launchTime;
     /// Never added to, so the pool's sum is always zero. Kept for those who read it.
@@ -140,20 +142,17 @@ private:
     pthread_t threadHandle;
     boost::weak_ptr<KTThreadPool> pool;
     std::atomic<bool> killed;
-    /// Under taskLock. getTask and killThread both hold it shared, hence a lock that keeps them
-    /// apart while they touch the pointer itself.
-    boost::shared_ptr<KTTask> currentTask;
+    /// Under taskLock. getTask and killThread both hold that shared, hence a second lock for the
+    /// pointer itself.
+    boost::shared_ptr<KTTask> currentTask KT_GUARDED_BY(currentTaskMutex);
+    std::mutex currentTaskMutex;
     /// Whether threadHandle names a thread. Written by launch before another thread may look.
     bool launched;
-    /// From launch on until the thread has begun: it is among those that the pool counts.
+    /// From launch on until the thread has begun: it is in the count of live threads.
     std::atomic<bool> isCounted;
-    /// The count of the pool's threads, which outlives pool and worker. Empty without a pool.
-    boost::intrusive_ptr<KTStartedThreads> startedThreads;
-    std::mutex currentTaskMutex;
-    /// The monitor that the last task was reported to. The thread's own, so that it needn't take a
-    /// share in the pool's for each task.
-    boost::shared_ptr<KTMonitor> knownMonitor;
-    KTCacheLineGap gapAfter __attribute__((unused));
+    /// Of the pool; it outlives pool and worker. Empty without a pool.
+    boost::intrusive_ptr<KTLiveThreadCount> liveThreads;
+    char gapAfter[64] __attribute__((unused));  // keeps other objects out of its cache lines
 };
 
 }  // namespace KT

@@ -3,7 +3,7 @@
 /// with.
 ///
 /// Versions are MAJOR.MINOR.PATCH, as semantic versioning has them: with the same major number, a
-/// program goes on working with a newer library without being compiled anew.
+/// program goes on working with a newer library without being compiled again.
 ///
 /// \ingroup ktthread
 #pragma once

@@ -31,16 +31,17 @@
 
 /// The arguments of all: pool, name of the task (0: none), index of the worker (-1: none), length
 /// of the queue.
-#define KT_PROBE(event, pool, name, worker, queued)                                   \
-    __asm__ volatile(KT_PROBE_NOTE(event, "8@%[arg0] 8@%[arg1] -4@%[arg2] 8@%[arg3]") \
-                     :                                                                \
-                     : [arg0] "rm"(pool), [arg1] name, [arg2] worker, [arg3] queued)
+#define KT_PROBE(event, pool, name, worker, queued)                                          \
+    __asm__ volatile inline(KT_PROBE_NOTE(event, "8@%[arg0] 8@%[arg1] -4@%[arg2] 8@%[arg3]") \
+                            :                                                                \
+                            : [arg0] "rm"(pool), [arg1] name, [arg2] worker, [arg3] queued)
 
 /// Of a pool as a whole: two more, the number of its workers and what `last` says.
-#define KT_POOL_PROBE(event, pool, queued, workers, last)                                          \
-    __asm__ volatile(KT_PROBE_NOTE(event, "8@%[arg0] 8@$0 -4@$-1 8@%[arg3] -4@%[arg4] -4@%[arg5]") \
-                     :                                                                             \
-                     : [arg0] "rm"(pool), [arg3] queued, [arg4] workers, [arg5] last)
+#define KT_POOL_PROBE(event, pool, queued, workers, last)                             \
+    __asm__ volatile inline(                                                          \
+        KT_PROBE_NOTE(event, "8@%[arg0] 8@$0 -4@$-1 8@%[arg3] -4@%[arg4] -4@%[arg5]") \
+        :                                                                             \
+        : [arg0] "rm"(pool), [arg3] queued, [arg4] workers, [arg5] last)
 
 // NOLINTEND(bugprone-macro-parentheses)
 

@@ -1,0 +1,10 @@
+#include <ktthread/version.h>
+
+namespace KT {
+
+const char* getVersion() noexcept
+{
+    return KT_VERSION;
+}
+
+}  // namespace KT
