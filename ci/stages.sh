@@ -70,19 +70,27 @@ stage_boost() {
   ! grep '^ */usr/include/boost/' build/boost.deps || fail "that was two of Boost (see build/boost.deps)"
 }
 
+# tracked_files PATTERN...: sets `files` to those that git tracks. Without any, a check would pass unseen.
+tracked_files() {
+  local list
+  list=$(git ls-files "$@")
+  [ -n "$list" ] || fail "git tracks no files like $*"
+  mapfile -t files <<<"$list"
+}
+
 stage_format() {
   local files
-  mapfile -t files < <(git ls-files '*.cpp' '*.h')
+  tracked_files '*.cpp' '*.h'
   quietly format ci/unless-passed whole clang-format 'clang-format*,libclang-cpp*' .clang-format "${files[@]}" \
     -- clang-format --dry-run -Werror "${files[@]}"
   tail -n 1 build/format.log
 }
 
-# Of build/clang, which tells how each file is compiled.
+# The compile commands are those of build/clang.
 stage_lint() {
   local files
-  mapfile -t files < <(git ls-files '*.cpp' ':!tests/platform' ':!tests/headers' \
-    ':!tests/ktasync/misuse.cpp' ':!tests/random/Fuzz*.cpp' ':!benchmarks/pools' ':!benchmarks/primitives.cpp')
+  tracked_files '*.cpp' ':!tests/platform' ':!tests/headers' \
+    ':!tests/ktasync/misuse.cpp' ':!tests/random/Fuzz*.cpp' ':!benchmarks/pools' ':!benchmarks/primitives.cpp'
   quietly lint nice ci/unless-passed tidy build/clang "${files[@]}"
   tail -n 1 build/lint.log
 }
@@ -105,7 +113,7 @@ stage_reference() {
 
 stage_models() {
   local files
-  mapfile -t files < <(git ls-files tests/model)
+  tracked_files tests/model
   quietly models nice ci/unless-passed whole models 'spin,gcc,gcc-[0-9]*,libc6-dev,python3' "${files[@]}" \
     -- tests/model/check-models
   tail -n 1 build/models.log
