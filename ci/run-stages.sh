@@ -10,7 +10,7 @@ times=()
 
 clock() { printf '%d:%02d' $(($1 / 60)) $(($1 % 60)); }
 
-# Those of this run: whatever a stage started has inherited the variable. Processes may end while grep looks.
+# The processes of this run: all that a stage starts inherits the variable. Some may end while grep looks.
 stage_processes() {
   { grep -lzs "^KT_CHECK_RUN=$$\$" /proc/[0-9]*/environ || true; } | sed 's|/proc/\([0-9]*\)/.*|\1|'
 }
@@ -20,14 +20,14 @@ stop_stages() {
   for signal in TERM TERM TERM TERM TERM KILL; do
     processes=$(stage_processes)
     [ -n "$processes" ] || return 0
-    # One word each.
+    # Split into one word for each process.
     # shellcheck disable=SC2086
     kill -"$signal" $processes 2>/dev/null || true
     sleep 1
   done
 }
 
-# A process in the background would ignore interrupts, and so would all that the tests start.
+# The shell has what it starts in the background ignore interrupts; the tests would inherit that.
 begin() {
   local name=$1
   say "begins: $name"
@@ -37,7 +37,7 @@ begin() {
   running[$!]=$name
 }
 
-# begin_those_that_can: of `waiting`, in this order.
+# Begins those of `waiting`, in this order, for which there is room and what they wait for has passed.
 begin_those_that_can() {
   local stage later=()
   for stage in "${waiting[@]}"; do
@@ -50,7 +50,8 @@ begin_those_that_can() {
   waiting=("${later[@]}")
 }
 
-# keep_time TOOK STAGE NOTE. What the processors worked is the sum of two lines: the stage's own and its commands'.
+# keep_time TOOK STAGE NOTE. `times` has written two lines, of the stage's own shell and of its commands: user and
+# system time of each.
 keep_time() {
   local worked
   worked=$(tr ms ' ' <"build/stages/$2.worked" |
@@ -83,6 +84,7 @@ tell_times() {
 
 give_up() {
   local stage
+  trap '' INT TERM HUP  # another ^C would leave processes behind; this ends within seconds
   stop_stages
   for stage in "${running[@]}"; do
     keep_time "$(clock $((SECONDS - begun[$stage])))" "$stage" ', which was stopped'
@@ -103,7 +105,7 @@ run_stages() {
     end_one
     begin_those_that_can
   done
-  [ ${#waiting[@]} -eq 0 ] || fail "nobody runs what these wait for: ${waiting[*]}"
+  [ ${#waiting[@]} -eq 0 ] || fail "these wait for stages that are not run: ${waiting[*]}"
   trap - EXIT
   tell_times
 }

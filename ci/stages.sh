@@ -9,7 +9,7 @@ quietly() {
   "$@" >"$log" 2>&1 </dev/null || { tail -n 60 "$log" >&2; fail "failed: ${command:0:100} (see $log)"; }
 }
 
-# Tests come before what is compiled beside them, or a slow machine has their watchdogs bark.
+# At a low priority: compilers that run beside tests would make the tests' time limits expire on a slow machine.
 compile() { nice cmake --build "$@"; }
 
 # One stage's tests at a time, for the same reason.
