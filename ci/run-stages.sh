@@ -77,7 +77,7 @@ end_one() {
 }
 
 tell_times() {
-  say "minutes and seconds of each stage, of which up to $stages_at_once run at a time, and of the processors' work:"
+  say "time and processor time of each stage, in minutes and seconds (up to $stages_at_once run at a time):"
   printf '%s\n' "${times[@]}"
   say "$(clock $SECONDS) in all"
 }
