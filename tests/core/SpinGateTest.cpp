@@ -1,4 +1,6 @@
 #include <atomic>
+#include <chrono>
+#include <thread>
 #include <utility>
 
 #include <boost/make_shared.hpp>
@@ -37,20 +39,26 @@ TEST(SpinGate, GivesUpOnAnOwnerThatStaysAndLeavesItTheGate)
     EXPECT_TRUE(taken);
 }
 
-TEST(SpinGate, LetsAThreadInThatWaitsWhileItsOwnerLeaves)
+TEST(SpinGate, IsEnteredByASpinningThreadOnceItsOwnerLeaves)
 {
-    std::atomic<bool> taken(true);
-    std::atomic<bool> entered(false);
-    Threads threads;
-    threads.start([&] {
-        while (!entered) {
-            const SpinGate gate(taken);
-            entered = gate.isEntered();
+    for (int round = 0; round < 200; ++round) {
+        std::atomic<bool> taken(true);
+        std::atomic<bool> begun(false);
+        bool isEntered = false;
+        Threads threads;
+        threads.start([&] {
+            begun = true;
+            const SpinGate gate(taken, std::chrono::minutes(1));
+            isEntered = gate.isEntered();
+        });
+        while (!begun) {
+            std::this_thread::yield();
         }
-    });
-    taken = false;
-    threads.joinAll();
-    EXPECT_FALSE(taken);
+        std::this_thread::yield();
+        taken = false;
+        threads.joinAll();
+        ASSERT_TRUE(isEntered);
+    }
 }
 
 /// A guard that notes whether the gate is taken when it releases its lock.

@@ -35,11 +35,13 @@ class KTThread;
 /// | 1 (running)  | the worker just before run(), setExecutionTime                |
 /// | 2 (finished) | the worker after run(), a KTError included, setEndTime        |
 ///
-/// The task has no lock. Its state and its link to a worker may be read while a worker changes
-/// them; all else belongs to one thread at a time: to the client's until it enqueues, to the
-/// worker's during run(), to the client's again once waitForEndOfTask has returned. Each sees what
-/// the one before wrote. The worker moves the state but stamps no time: a body that wants its
-/// waiting time counted calls setExecutionTime() first thing.
+/// The task has no lock. Its state and its link to a worker may be read at any time; all else
+/// belongs to one thread at a time, and each sees what the one before wrote: the client's until it
+/// enqueues, then the worker's until it has released the task, which is after its report. The state
+/// is 2 before that: waitForEndOfTask shows the caller what run() wrote, but the task may be named,
+/// stamped or enqueued again only once the worker holds no reference, or the pool is joined. The
+/// worker stamps no time: a body that wants its waiting time counted begins with
+/// setExecutionTime().
 ///
 /// It can't be copied. Nothing here blocks but waitForEndOfTask, and nothing throws where it isn't
 /// said.
@@ -61,8 +63,8 @@ public:
 
     /// Asks the body to return early; does nothing unless overridden. Called on the thread that
     /// shuts the pool down, while run() goes on: raise a flag that run() polls, don't block and
-    /// don't throw. Called by the worker just before run(), perhaps once more, if the shutdown came
-    /// while it took the task.
+    /// don't throw. Called by the worker just before run(), perhaps once more and at the same time,
+    /// if the shutdown came while it took the task.
     virtual void exitTask();
 
     /// The name that its worker's thread is given. May be overridden.

@@ -45,7 +45,7 @@ KTTHREAD_EXPORT void* _KT_Thread_Pool_Atom(void* arg);
 /// | "KTTask: N [finished]"| has run it; the name stays until the next one is set  |
 ///
 /// The kernel keeps 15 characters of them. The object keeps a weak pointer to its pool; its thread
-/// holds both for as long as its loop runs. It can't be copied.
+/// holds the object and the pool for as long as its loop runs. It can't be copied.
 /// \code
 /// KT::KTThread::setStackSize(256 * 1024);  // before the first pool
 /// \endcode
@@ -115,7 +115,7 @@ public:
     void runTask();
 
 private:
-    friend class KTThreadPool;  // reads index, idleTime and threadHandle, and stops the worker
+    friend class KTThreadPool;  // index, idleTime, threadHandle, launched and killed
     friend void* _KT_Thread_Pool_Atom(void* arg);
 
     void serve(KTThreadPool& served);
@@ -128,7 +128,8 @@ private:
     void execute(const WithPool& withPool, boost::shared_ptr<KTMonitor>& monitor);
     template <typename WithPool>
     void runBody(KTTask& task, const WithPool& withPool);
-    /// For the worker's own thread, which alone sets it: other threads' reads don't get in its way.
+    /// For the worker's own thread. It reads without currentTaskMutex, since no other thread
+    /// writes; it clears with taskLock held exclusively, which keeps the readers out.
     boost::shared_ptr<KTTask>& ownTask() KT_NOT_ANALYSED { return currentTask; }
 
     boost::shared_ptr<KTMutex> wakeMutex;

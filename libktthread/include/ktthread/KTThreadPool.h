@@ -38,8 +38,8 @@ namespace KT {
 /// repeatedly.
 ///
 /// All but the constructor and init may be called from any thread. "Blocks" means a wait that may
-/// last; short locks and the creation of threads don't count. Operations throw what they say and no
-/// more. docs/core.md tells of fork and of standard output.
+/// last; short locks and the creation of threads don't count. Operations throw what they say, and
+/// what std::cout is set to throw. docs/core.md tells of fork and of standard output.
 ///
 /// \ingroup ktthread
 class KTTHREAD_EXPORT KTThreadPool : public boost::enable_shared_from_this<KTThreadPool> {
@@ -67,7 +67,7 @@ public:
     void init(int nbThreads, int maxThreads, int monitorParam1, int monitorParam2,
               int monitorParam3);
 
-    /// \return  another owner of the pool; throws boost::bad_weak_ptr while it has none
+    /// Another owner. Throws boost::bad_weak_ptr while the pool has none. \return  never empty
     boost::shared_ptr<KTThreadPool> getThis() { return shared_from_this(); }
 
     /// Queues `task` and wakes a worker. Throws std::bad_alloc, and nothing is queued then; where
@@ -109,7 +109,7 @@ public:
 
     /// Sets the idle time of every live worker to zero.
     void resetSumThreadIdle();
-    /// \return  the sum of those idle times: zero, since no worker adds to its own
+    /// Sums them up. \return  zero, since no worker adds to its own
     ro::os::timeval computeSumThreadIdle();
 
     /// Drops the tasks not yet taken, asks the running ones to end (KTTask::exitTask) and tells the
@@ -135,9 +135,9 @@ public:
     /// \return           what join said; if false, call it again with more time or by force
     bool close(bool force = false, int timeoutMs = -1);
 
-    /// \return  whether the caller runs on one of the pool's own workers, which can't wait for it
+    /// The pool's own workers can't wait for it. \return  whether the caller runs on one of them
     bool runningInThisThread() const;
-    /// \return  what the pool does at the moment
+    /// What the pool does at the moment. \return  its figures
     KTThreadPoolStatus status() const;
 
 private:
@@ -165,7 +165,7 @@ private:
     bool resize(int delta, Workers& displaced);
     bool growLocked(int count, Workers& displaced);
     bool startWorkerLocked(Workers& displaced);
-    bool hasSlotLocked(const boost::shared_ptr<KTThread>& thread) const;
+    bool mayRetireLocked(const boost::shared_ptr<KTThread>& thread) const;
     void dropQueued();
     void detachWorkersLocked(bool force, Workers& detached, Workers& unnotified);
     void stopWorkers(const Workers& workers);
@@ -182,7 +182,7 @@ private:
     Gate queueGate;
     std::atomic<int> nbThreads;  // written under poolMutex
     const int maxThreads;
-    boost::shared_ptr<KTMonitor> monitor;        // read under queueMutex or atomically
+    boost::shared_ptr<KTMonitor> monitor;  // exchanged atomically; after init under queueMutex
     std::atomic<const KTMonitor*> monitorInUse;  // what monitor points to
     std::atomic<int> nbThreadsToRemove;          // under poolMutex after init
     boost::shared_ptr<KTMutex> poolMutex;

@@ -5,7 +5,7 @@
 #ifdef __clang__
 /// A member that is accessed only with that mutex held. \ingroup ktthread_own
 #define KT_GUARDED_BY(mutex) __attribute__((guarded_by(mutex)))
-/// A function that makes sure by other means; its comment says how. \ingroup ktthread_own
+/// A function that needs no lock for another reason, which its comment gives. \ingroup ktthread_own
 #define KT_NOT_ANALYSED __attribute__((no_thread_safety_analysis))
 #else
 #define KT_GUARDED_BY(mutex)

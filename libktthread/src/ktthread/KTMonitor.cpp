@@ -20,16 +20,13 @@ namespace {
 /// From this many busy workers on, a monitor requests no more.
 const int busyLimit = 190;
 
-/// What the line of the limit adds to the number of workers: the most that one growth adds.
-const int growthStep = 5;
-
-/// The second number is no limit that was tested, but what a growth would have led to. Out of line:
-/// each enqueue passes by here.
+/// The second number is no limit that was tested, but what a growth would have led to. Out of line,
+/// to keep the look at the pool short: each enqueue takes one.
 [[gnu::noinline]] void tellLimit(int busy, int live)
 {
     char text[64];
     std::snprintf(text, sizeof text, "INFO: Thread limit reached: (%d/%d)", busy,
-                  core::wrappingSum(live, growthStep));
+                  core::wrappingSum(live, core::growthBatch));
     core::consoleLine(text);
 }
 
@@ -51,6 +48,7 @@ KTMonitor::KTMonitor(int tasksPerLook, int second, int third,
 
 KTMonitor::~KTMonitor() = default;
 
+// Inline, since each enqueue takes this way.
 inline void KTMonitor::lookAtPool(std::vector<boost::shared_ptr<KTThread>>& displaced)
 {
     const KTThreadPool::Load load = pool->load();

@@ -52,15 +52,15 @@ void KTThreadPool::init(int workers, int, int, int, int)
                           std::to_string(maxThreads),
                       core::sourceFile, __LINE__);
     }
-    // Without locks: no other thread uses the pool before init has returned.
+    // Without locks: no thread enqueues or reports before init has returned, also a second one.
     exchangeMonitor(boost::shared_ptr<KTMonitor>(
         new KTMonitor(monitorParam1, monitorParam2, monitorParam3, getThis())));
     if (workers < 1) {
         return;
     }
-    // A retirement that was requested before init moves the last worker into another slot, so none
-    // may take place before the last one has its own. Its launch sets the retirements off: each
-    // worker that retires wakes the next.
+    // A retirement moves the last worker into the free slot. Those requested before init are put
+    // off until the last worker has a slot; they begin with its launch, and each wakes the next.
+    // Where a launch fails before that, the table has empty slots, and they are dropped.
     const int pendingRetirements = nbThreadsToRemove.exchange(0);
     for (int slot = 0; slot < workers; ++slot) {
         const boost::shared_ptr<KTThread> worker(
@@ -73,7 +73,8 @@ void KTThreadPool::init(int workers, int, int, int, int)
     }
 }
 
-// The count may be any number that the constructor was given; the table is what there is.
+// The count may be any number that the constructor was given: below zero, or above the table's
+// size.
 std::size_t KTThreadPool::slotsInUse() const
 {
     return std::min(static_cast<std::size_t>(std::max(nbThreads.load(), 0)), threads.size());

@@ -75,8 +75,11 @@ namespace core {
 
 LiveThread::LiveThread(boost::intrusive_ptr<KTLiveThreadCount> count) : threads(std::move(count))
 {
+    if (!threads) {
+        return;
+    }
     countOfThisThread = threads.get();
-    if (threads && pthread_setspecific(endedThreadKey(), threads.get()) == 0) {
+    if (pthread_setspecific(endedThreadKey(), threads.get()) == 0) {
         threads.detach();  // removeEndedThread has this reference now
     }
 }

@@ -60,9 +60,12 @@ void KTThreadPool::stopUnnotifiedWorkers()
 void KTThreadPool::stop(bool force)
 {
     shutdown(force);
+    if (!force) {
+        return;
+    }
     const KTCriticalSection hold(core::nonOwning(poolMutex));
     for (const boost::shared_ptr<KTThread>& worker : retiredThreads) {
-        if (force && worker->launched) {
+        if (worker->launched) {
             pthread_cancel(worker->threadHandle);
         }
     }

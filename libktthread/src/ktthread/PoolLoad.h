@@ -4,6 +4,13 @@
 
 namespace KT {
 
+namespace core {
+
+/// The most workers that xIncreaseThread adds.
+constexpr int growthBatch = 5;
+
+}  // namespace core
+
 /// What a monitor sees of its pool.
 struct KTThreadPool::Load {
     int live;  ///< workers

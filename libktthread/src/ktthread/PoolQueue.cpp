@@ -113,7 +113,8 @@ void KTThreadPool::taskEnded(boost::shared_ptr<KTTask> task)
 
 void KTThreadPool::report(boost::shared_ptr<KTTask> task, boost::shared_ptr<KTMonitor>& share)
 {
-    // A monitor that `share` keeps alive can't have made room for another one at its address.
+    // Comparing addresses is enough: while `share` keeps a monitor alive, no other can have its
+    // address.
     if (share.get() != monitorInUse.load(std::memory_order_acquire)) {
         share = core::loadShared(monitor);
     }

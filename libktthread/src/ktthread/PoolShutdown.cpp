@@ -1,4 +1,4 @@
-// Stopping a pool without waiting for it, and what its destructor does for an owner who forgot to.
+// Stopping a pool without waiting for it. The destructor stops one that was not.
 #include <ktthread/KTThreadPool.h>
 
 #include <cstddef>

@@ -24,7 +24,6 @@ namespace {
 /// A pool shrinks only while it has more workers than this.
 const int shrinkThreshold = 18;
 
-const int growthBatch = 5;
 const int growthAttempts = 30;
 
 }  // namespace
@@ -115,8 +114,8 @@ bool KTThreadPool::xIncreaseThread()
         core::consoleLine("Threadpool limit reached.");
         return false;
     }
-    const long long target =
-        std::min(static_cast<long long>(live) + growthBatch, static_cast<long long>(maxThreads));
+    const long long target = std::min(static_cast<long long>(live) + core::growthBatch,
+                                      static_cast<long long>(maxThreads));
     // A negative count, which only a constructor's argument makes, has no slot to start in.
     for (int i = 0; live >= 0 && i < growthAttempts && nbThreads < target; ++i) {
         if (startWorkerLocked(displaced)) {
@@ -134,7 +133,7 @@ bool KTThreadPool::apoptosis(boost::shared_ptr<KTThread> thread)
     boost::shared_ptr<KTThread> replaced;  // released after poolMutex
     {
         const core::SpinThenLock<KTCriticalSection> hold(poolGate.taken, poolMutex);
-        if (nbThreadsToRemove < 1 || nbThreads < 1 || !hasSlotLocked(thread)) {
+        if (nbThreadsToRemove < 1 || nbThreads < 1 || !mayRetireLocked(thread)) {
             return false;
         }
         // The last worker moves into the free slot. Its old slot keeps a second reference to it
@@ -154,9 +153,9 @@ bool KTThreadPool::apoptosis(boost::shared_ptr<KTThread> thread)
     return true;
 }
 
-// A worker that a shutdown has set aside has no slot to give up; it may still ask while growth has
-// started the pool again. The index of any other is trusted, also of one that a client made.
-bool KTThreadPool::hasSlotLocked(const boost::shared_ptr<KTThread>& thread) const
+// Not one that a shutdown has taken out of the table; it may still ask while growth has started the
+// pool again. The index of any other is trusted, also of one that a client made.
+bool KTThreadPool::mayRetireLocked(const boost::shared_ptr<KTThread>& thread) const
 {
     return thread && !thread->killed && thread->index >= 0 &&
            static_cast<std::size_t>(thread->index) < threads.size();

@@ -19,21 +19,23 @@ inline void pauseProcessor()
 #endif
 }
 
-/// Stands in front of a lock that is held for a few instructions at a time. A thread that finds the
-/// gate taken spins for `patience`, since the platform's mutex would put it to sleep at once, and
-/// that costs a hundred times what is done under these locks. It is no lock: a thread that doesn't
-/// get through in that time goes on to the lock all the same.
+/// A thread's passage through a gate, which is a flag in front of a lock that is mostly held for a
+/// few instructions. A thread that finds the gate taken spins for `patience`, since the platform's
+/// mutex would put it to sleep at once, and that costs a hundred times what is done under these
+/// locks. A gate is no lock: a thread that doesn't get through in that time goes on to the lock all
+/// the same.
 ///
 /// glibc's adaptive mutex (PTHREAD_MUTEX_ADAPTIVE_NP) spins too, but the library's mutexes promise
 /// the platform's default attributes, and its reader/writer locks have no such kind.
 ///
-/// The flag is shared by all threads; each gate belongs to one thread and one scope. Nothing here
+/// All threads share the flag; each object belongs to one thread and one scope. Nothing here
 /// throws, allocates or is a cancellation point.
 class SpinGate {
 public:
     static constexpr std::chrono::nanoseconds patience = std::chrono::microseconds(1);
 
-    explicit SpinGate(std::atomic<bool>& flag) : taken(flag), entered(tryEnter(flag) || spin(flag))
+    explicit SpinGate(std::atomic<bool>& flag, std::chrono::nanoseconds limit = patience)
+        : taken(flag), entered(tryEnter(flag) || spin(flag, limit))
     {
     }
     ~SpinGate()
@@ -45,7 +47,7 @@ public:
     SpinGate(const SpinGate&) = delete;
     SpinGate& operator=(const SpinGate&) = delete;
 
-    /// Whether the thread got through. The next one does once this gate is destroyed.
+    /// Whether the thread got through. The next one does once this object is destroyed.
     bool isEntered() const { return entered; }
 
 private:
@@ -56,10 +58,10 @@ private:
     }
 
     /// Out of line, so that a gate that is open costs no more than the look at it.
-    [[gnu::noinline]] static bool spin(std::atomic<bool>& flag)
+    [[gnu::noinline]] static bool spin(std::atomic<bool>& flag, std::chrono::nanoseconds limit)
     {
         const int looksPerClock = 4;  // reading the clock takes about as long as one of them
-        const auto end = std::chrono::steady_clock::now() + patience;
+        const auto end = std::chrono::steady_clock::now() + limit;
         do {
             for (int look = 0; look < looksPerClock; ++look) {
                 pauseProcessor();

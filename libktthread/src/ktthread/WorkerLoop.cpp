@@ -65,8 +65,8 @@ void KTThread::serve(KTThreadPool& served)
         const KTThreadPool& pool;
     };
     const Announced announced(*this, served);
-    // Kept from task to task, since taking a share for each would cost every worker a turn at one
-    // count. It leads to the pool, as the caller's own reference does.
+    // Kept from task to task: taking a share for each would have all workers write one count. The
+    // monitor holds the pool, as the caller does.
     boost::shared_ptr<KTMonitor> monitor;
     while (!killed && !served.apoptosis(core::nonOwning(this))) {
         if (KTTask* const task = takeTask(served)) {
@@ -107,6 +107,7 @@ void KTThread::sleepOnce()
 
 bool KTThread::getTask()
 {
+    // Taken before the pool is looked up, and held for as long as it is used.
     const KTCriticalSectionRead hold(core::nonOwning(taskLock));
     const boost::shared_ptr<KTThreadPool> livePool = pool.lock();
     return livePool && takeTaskLocked(*livePool) != nullptr;
