@@ -20,6 +20,7 @@
 #include <kterror/KTError.h>
 #include <ktthread/KTThread.h>
 #include <ktthread/KTThreadPool.h>
+#include <ktthread/annotations.h>
 
 #include "Cancellation.h"
 #include "Deadline.h"
@@ -145,7 +146,7 @@ struct KTTraceRecorder::Recording::All {
 
 private:
     std::mutex mutex;
-    std::set<Recording*> recordings;
+    std::set<Recording*> recordings KT_GUARDED_BY(mutex);
     pid_t owner = 0;
 };
 

@@ -10,6 +10,13 @@
 #include <spdlog/sinks/stdout_sinks.h>
 #include <spdlog/spdlog.h>
 
+// For clang's thread-safety analysis.
+#ifdef __clang__
+#define RO_GUARDED_BY(mutex) __attribute__((guarded_by(mutex)))
+#else
+#define RO_GUARDED_BY(mutex)
+#endif
+
 namespace ro {
 namespace log {
 
@@ -94,8 +101,8 @@ private:
     }
 
     std::mutex mutex;
-    bool exiting = false;
-    std::map<std::string, std::shared_ptr<spdlog::logger>> byCategory;
+    bool exiting RO_GUARDED_BY(mutex) = false;
+    std::map<std::string, std::shared_ptr<spdlog::logger>> byCategory RO_GUARDED_BY(mutex);
 };
 
 /// Made when the library is loaded: a first record may come when spdlog's registry, which a client
