@@ -15,8 +15,8 @@ namespace KT {
 
 /// A thin wrapper over the POSIX condition variable, made by its factory and held by
 /// boost::shared_ptr. Every operation may be called from any thread while the object is alive. The
-/// status of the platform calls is ignored, as with KTMutex. Nothing here throws but what makes a
-/// condition. It can't be copied; pointers to it are.
+/// status of the platform calls is ignored, as with KTMutex. Only operations that make a condition
+/// throw. It can't be copied; pointers to it are.
 /// \code
 /// KT::KTCriticalSection hold(mutex);
 /// while (!ready) {
@@ -42,15 +42,15 @@ public:
     KTCondition(const KTCondition&) = delete;
     KTCondition& operator=(const KTCondition&) = delete;
 
-    /// Wakes at least one of the waiters, if there are any. Not remembered otherwise. Doesn't
+    /// Wakes at least one of the waiters. Without any it has no effect, then or later. Doesn't
     /// block; may be called with the waiters' mutex held or not.
     void signal();
 
-    /// Wakes all waiters. Not remembered where there are none. Doesn't block.
+    /// Wakes all waiters. Without any it has no effect, then or later. Doesn't block.
     void broadcast();
 
-    /// Blocks until one wake-up of any kind, a spurious one too: the caller checks what it waits
-    /// for again. The caller holds `mutex`, which is free during the wait and held again on return.
+    /// Blocks until a wake-up, which may be spurious: the caller then checks again what it waits
+    /// for. The caller holds `mutex`, which is free during the wait and held again on return.
     /// The caller's copy keeps the mutex alive. A cancellation point; a cancelled waiter unwinds
     /// with the mutex held.
     ///

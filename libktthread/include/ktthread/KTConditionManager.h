@@ -1,5 +1,5 @@
 /// \file
-/// Conditions that threads meet at by name.
+/// Condition variables that threads find by name.
 #pragma once
 
 #include <map>
@@ -25,10 +25,10 @@ namespace KT {
 /// Waiting and triggering may be done by any number of threads at once. The map has no lock:
 /// addCondition must not overlap with any other call, so add all names before threads use them.
 ///
-/// A trigger between a waiter's look-up and its sleep doesn't wake it. A client that can't live
-/// with that keeps a flag beside the event, and triggers until the waiter has seen it.
+/// A trigger between a waiter's look-up and its sleep doesn't wake it. A client that must not miss
+/// one keeps a flag beside the event, and triggers until the waiter has seen the flag.
 ///
-/// It can't be copied. Nothing here throws but addCondition.
+/// It can't be copied. Only addCondition throws.
 ///
 /// \ingroup ktthread
 class KTTHREAD_EXPORT KTConditionManager {
@@ -50,7 +50,7 @@ public:
     void addCondition(const std::string& name);
 
     /// Blocks until `name` is triggered, or until a spurious wake-up. Returns at once if the name
-    /// isn't registered. A cancellation point. It has no time limit: KTCondition::waitFor has.
+    /// isn't registered. A cancellation point. It has no time limit; KTCondition::waitFor has one.
     ///
     /// \param name  of the event
     void waitForCondition(const std::string& name);

@@ -2,9 +2,9 @@
 /// The scoped guards through which locks are taken. A guard takes its lock where it is constructed
 /// and releases it at the end of its scope, exceptions and forced unwinding included.
 ///
-/// A guard belongs to the thread that built it and ends there. The lock given to it must not be an
-/// empty pointer. Statuses of the platform calls are ignored, but for the try-lock's. None of them
-/// throws, is a cancellation point or can be copied; releasing a lock doesn't block.
+/// The thread that constructs a guard also destroys it. The lock given to it must not be an empty
+/// pointer. The status of a platform call is ignored, except that of the try-lock. No guard throws,
+/// is a cancellation point or can be copied; releasing a lock doesn't block.
 ///
 /// \ingroup ktthread
 #pragma once
@@ -36,8 +36,8 @@ public:
     KTCriticalSection(const KTCriticalSection&) = delete;
     KTCriticalSection& operator=(const KTCriticalSection&) = delete;
 
-    /// Unlocks now and drops the reference to the mutex; the destructor then does nothing. At most
-    /// once a guard.
+    /// Unlocks now and drops the reference to the mutex; the destructor then does nothing. Call it
+    /// at most once.
     void forceUnlockNow();
 
 private:
@@ -104,16 +104,16 @@ public:
     /// Never blocks. `alreadyLocked` becomes false if the guard now holds `mutex`, true if not.
     ///
     /// \param mutex               not empty
-    /// \param[out] alreadyLocked  whether somebody, the calling thread perhaps, has it already
+    /// \param[out] alreadyLocked  whether a thread, perhaps the calling one, holds it already
     KTCriticalTrueIfLocked(boost::shared_ptr<KTMutex> mutex, bool& alreadyLocked);
     /// Unlocks, if the guard has the mutex.
     ~KTCriticalTrueIfLocked();
     KTCriticalTrueIfLocked(const KTCriticalTrueIfLocked&) = delete;
     KTCriticalTrueIfLocked& operator=(const KTCriticalTrueIfLocked&) = delete;
 
-    /// Unlocks now; the destructor then does nothing. At most once a guard. On a guard that didn't
-    /// get the mutex it unlocks all the same, and takes the mutex from its holder: look at
-    /// `alreadyLocked` first.
+    /// Unlocks now; the destructor then does nothing. Call it at most once. If the guard didn't get
+    /// the mutex, it is unlocked all the same, and so taken from its holder: check `alreadyLocked`
+    /// first.
     void forceUnlockNow();
 
 private:

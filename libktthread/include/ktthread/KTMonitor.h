@@ -19,13 +19,13 @@ class KTThreadPool;
 /// A pool's monitor: it adds up how long ended tasks waited and asks the pool for one more worker
 /// when at most one is idle. The pool makes it; both operations may be called from any thread.
 ///
-/// It looks at the pool after each enqueue and after every `period` ended tasks (never for the
-/// latter reason if `period` is 0 or negative). From 190 busy workers on it requests no more,
-/// whatever the pool's maximum, and says so on standard output.
+/// It looks at the pool after each enqueue and after every `period` ended tasks (after enqueues
+/// only if `period` is 0 or negative). From 190 busy workers on it requests no more, whatever the
+/// pool's maximum, and says so on standard output.
 ///
-/// It holds its pool strongly and the pool holds it: KTThreadPool::close ends that cycle. It can't
-/// be copied. Its operations block for locks only, and for as long as the platform takes to make a
-/// thread. A client needs neither, but may have a pool looked at out of turn:
+/// It owns its pool and the pool owns it: KTThreadPool::close breaks that cycle. It can't be
+/// copied. Its operations block for locks only, and for as long as the platform takes to make a
+/// thread. A client doesn't need a monitor, but may use one to have a pool looked at out of turn:
 /// \code
 /// KT::KTMonitor(1, 0, 0, pool).adjustPool();  // one worker more, if at most one is idle
 /// \endcode
@@ -45,8 +45,8 @@ public:
     KTMonitor(const KTMonitor&) = delete;
     KTMonitor& operator=(const KTMonitor&) = delete;
 
-    /// Counts an ended task and its waiting time (KTTask::getIdleTime). An empty pointer counts as
-    /// nothing. Throws what adjustPool throws, with the task counted.
+    /// Counts an ended task and its waiting time (KTTask::getIdleTime). Ignores an empty pointer.
+    /// Throws what adjustPool throws; the task is counted then, too.
     ///
     /// \param task  one that has ended; released here if its `autoDelete` is set
     void assimilate(boost::shared_ptr<KTTask> task);

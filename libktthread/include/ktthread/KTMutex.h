@@ -5,8 +5,8 @@
 /// Every operation may be called from any thread while the object is alive.
 ///
 /// No operation looks at the status of the platform call or passes it on: a failing call (an unlock
-/// by a thread that doesn't hold it, a destroy of a locked mutex) is not reported. None throws but
-/// those that make a lock.
+/// by a thread that doesn't hold it, a destroy of a locked mutex) is not reported. Only those
+/// that make a lock throw.
 ///
 /// \ingroup ktthread
 #pragma once
@@ -53,7 +53,7 @@ public:
     /// An unlocked mutex without an owner: for members and other smart pointers. Throws
     /// std::bad_alloc.
     KTMutex();
-    /// Nobody may hold it, or wait for it. Doesn't block.
+    /// No thread may hold it or wait for it. Doesn't block.
     virtual ~KTMutex();
     KTMutex(const KTMutex&) = delete;
     KTMutex& operator=(const KTMutex&) = delete;
@@ -75,7 +75,7 @@ private:
 ///
 /// | held by        | readLock | writeLock |
 /// |----------------|----------|-----------|
-/// | nobody         | passes   | passes    |
+/// | no thread      | passes   | passes    |
 /// | readers        | passes   | waits     |
 /// | a writer       | waits    | waits     |
 /// \code
@@ -85,11 +85,11 @@ private:
 ///     // any number of readers at a time, and no writer
 /// }
 /// \endcode
-/// The table is for different threads; take it once a thread. A thread that holds it shared and
-/// requests it exclusively deadlocks. A thread that holds it exclusively and requests it again goes
-/// on at once, since the platform refuses, and the first unlock releases everything. Readers pass
-/// while a writer waits, so readers that never pause can starve writers: where that may be, take a
-/// KTMutex. It can't be copied.
+/// The table is for different threads; a thread takes the lock once at a time. A thread that holds
+/// it shared and requests it exclusively deadlocks. A thread that holds it exclusively and requests
+/// it again goes on at once, since the platform refuses, and the first unlock releases everything.
+/// Readers pass while a writer waits, so readers that never pause can starve writers: where that
+/// can happen, use a KTMutex. It can't be copied.
 ///
 /// \ingroup ktthread
 class KTTHREAD_EXPORT KTMutexRW {
@@ -101,7 +101,7 @@ public:
 
     /// A free lock without an owner: for members and other smart pointers. Throws std::bad_alloc.
     KTMutexRW();
-    /// Nobody may hold it, or wait for it. Doesn't block.
+    /// No thread may hold it or wait for it. Doesn't block.
     virtual ~KTMutexRW();
     KTMutexRW(const KTMutexRW&) = delete;
     KTMutexRW& operator=(const KTMutexRW&) = delete;

@@ -43,15 +43,15 @@ class KTThread;
 /// worker stamps no time: a body that wants its waiting time counted begins with
 /// setExecutionTime().
 ///
-/// It can't be copied. Nothing here blocks but waitForEndOfTask, and nothing throws where it isn't
-/// said.
+/// It can't be copied. Only waitForEndOfTask blocks, and only operations that say so throw.
 ///
 /// \ingroup ktthread
 class KTTHREAD_EXPORT KTTask {
 public:
     /// A task named "undefined", created now.
     KTTask();
-    /// Runs where the last reference is released: on a worker's thread, or one that shuts down.
+    /// Runs on the thread that releases the last reference, such as a worker's, or one that shuts
+    /// the pool down.
     virtual ~KTTask();
     KTTask(const KTTask&) = delete;
     KTTask& operator=(const KTTask&) = delete;
@@ -63,8 +63,8 @@ public:
 
     /// Asks the body to return early; does nothing unless overridden. Called on the thread that
     /// shuts the pool down, while run() goes on: raise a flag that run() polls, don't block and
-    /// don't throw. Called by the worker just before run(), perhaps once more and at the same time,
-    /// if the shutdown came while it took the task.
+    /// don't throw. If the shutdown came while the worker took the task, the worker calls it just
+    /// before run(), perhaps as the second call and at the same time as the first.
     virtual void exitTask();
 
     /// The name that its worker's thread is given. May be overridden.
@@ -82,7 +82,7 @@ public:
     void setEndTime();
 
     /// Microseconds between creation and start of the body, wrapping at 2^31 (some 35 minutes).
-    /// Meaningful only for a task that called setExecutionTime(), zero stamps otherwise.
+    /// Meaningful only for a task that called setExecutionTime(): the stamp is zero before.
     ///
     /// \return  microseconds
     std::int32_t getIdleTime() const;
@@ -93,9 +93,9 @@ public:
     std::int32_t getExecutionTime() const;
 
     /// Blocks until the state is finished, looking every 100 ms; a finished task returns at once.
-    /// It blocks for ever on a task that is never run, that a shutdown dropped or cut off: a client
-    /// that needs a limit waits on a condition of its own, raised at the end of run(). A
-    /// cancellation point.
+    /// It never returns for a task that is never run, or that a shutdown dropped or cut off: a
+    /// client that needs a time limit waits on a condition of its own, which run() signals at its
+    /// end. A cancellation point.
     void waitForEndOfTask();
 
     /// Links the task to the worker that runs it; the workers call it. Takes no ownership.
@@ -117,8 +117,8 @@ public:
     /// \return  the report, with a line end after each line
     std::string toString() const;
 
-    /// True: the monitor drops its reference as soon as it has counted the task's waiting time. It
-    /// has no other effect.
+    /// If true, the monitor drops its reference as soon as it has counted the task's waiting time.
+    /// It has no other effect.
     bool autoDelete;
 
 protected:

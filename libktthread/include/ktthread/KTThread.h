@@ -29,7 +29,7 @@ class KTThreadPool;
 /// The start routine of every worker thread. The platform calls it.
 ///
 /// \param arg  the KTThread that launched it, which a shared pointer owns
-/// \return     null, and after one log record, if none does; else it ends by pthread_exit
+/// \return     null, after one log record, if none owns it; otherwise it ends by pthread_exit
 /// \ingroup ktthread_own
 KTTHREAD_EXPORT void* _KT_Thread_Pool_Atom(void* arg);
 
@@ -45,7 +45,7 @@ KTTHREAD_EXPORT void* _KT_Thread_Pool_Atom(void* arg);
 /// | "KTTask: N [finished]"| has run it; the name stays until the next one is set  |
 ///
 /// The kernel keeps 15 characters of them. The object keeps a weak pointer to its pool; its thread
-/// holds the object and the pool for as long as its loop runs. It can't be copied.
+/// owns the object and the pool for as long as its loop runs. It can't be copied.
 /// \code
 /// KT::KTThread::setStackSize(256 * 1024);  // before the first pool
 /// \endcode
@@ -88,9 +88,9 @@ public:
     /// \return  0
     int launch();
 
-    /// Asks the worker to stop: it ends after the task that it runs, whose exitTask() is called
-    /// here, and throws what that throws. Neither wakes the worker nor waits for it. May be called
-    /// from any thread.
+    /// Tells the worker to stop: it ends after its current task, whose exitTask() is called here.
+    /// Throws what exitTask() throws. Neither wakes the worker nor waits for it. May be called from
+    /// any thread.
     void killThread();
 
     /// Another owner of the worker. Throws boost::bad_weak_ptr while no shared pointer owns it.
@@ -100,7 +100,7 @@ public:
 
     /// Takes the next task of the pool. The worker's own thread calls it.
     ///
-    /// \return  false if there is none, or no pool any more
+    /// \return  false if there is none, or if the pool is gone
     bool getTask();
 
     /// Asks the pool whether this worker must retire. The worker's own thread calls it.
@@ -134,10 +134,10 @@ private:
 
     boost::shared_ptr<KTMutex> wakeMutex;
     boost::shared_ptr<KTCondition> wakeCondition;
-    /// Shared by all users of currentTask, exclusive only while runTask clears it.
+    /// Held shared by all users of currentTask, exclusively only while runTask clears it.
     boost::shared_ptr<KTMutexRW> taskLock;
     ro::os::timeval launchTime;
-    /// Never added to, so the pool's sum is always zero. Kept for those who read it.
+    /// Never added to, so the pool's sum is always zero. Kept for the operations that read it.
     ro::os::timeval idleTime;
     int index;
     pthread_t threadHandle;
@@ -147,11 +147,11 @@ private:
     /// pointer itself.
     boost::shared_ptr<KTTask> currentTask KT_GUARDED_BY(currentTaskMutex);
     std::mutex currentTaskMutex;
-    /// Whether threadHandle names a thread. Written by launch before another thread may look.
+    /// Whether threadHandle names a thread. Written by launch before another thread may read it.
     bool launched;
-    /// From launch on until the thread has begun: it is in the count of live threads.
+    /// From launch until the thread begins: whether the count of live threads includes it.
     std::atomic<bool> isCounted;
-    /// Of the pool; it outlives pool and worker. Empty without a pool.
+    /// The pool's; it may outlive pool and worker. Empty without a pool.
     boost::intrusive_ptr<KTLiveThreadCount> liveThreads;
     char gapAfter[64] __attribute__((unused));  // keeps other objects out of its cache lines
 };

@@ -25,9 +25,9 @@ namespace KT {
 /// // ... wait for what the tasks do ...
 /// pool->close();  // the pool, its monitor and its workers hold each other until then
 /// \endcode
-/// Growth: after each enqueue and after every `monitorParam1` ended tasks the monitor looks; with
-/// at most one worker idle the pool gets one more, up to `maxThreads` (and to 190 busy ones).
-/// Workers never end by idling: a pool of more than 18 shrinks when adjustThread requests it.
+/// Growth: the monitor looks at the pool after each enqueue and after every `monitorParam1` ended
+/// tasks. If at most one worker is idle, it adds one, up to `maxThreads` (and to 190 busy ones).
+/// Workers don't end because they are idle: a pool of more than 18 shrinks if adjustThread says so.
 ///
 /// States: made (constructor), running (init), stopped (shutdown), closed (close), after which the
 /// last reference frees the pool. enqueue refuses tasks in all but running.
@@ -37,9 +37,9 @@ namespace KT {
 /// goes to sleep may wait for the next wake-up, so a client that waits for it calls wake()
 /// repeatedly.
 ///
-/// All but the constructor and init may be called from any thread. "Blocks" means a wait that may
-/// last; short locks and the creation of threads don't count. Operations throw what they say, and
-/// what std::cout is set to throw. docs/core.md tells of fork and of standard output.
+/// Any thread may call all but the constructor and init. "Blocks" means a wait that may last; short
+/// locks and the creation of threads don't count. An operation throws what its comment says, and
+/// what std::cout is set to throw. docs/core.md describes fork, standard output and memory.
 ///
 /// \ingroup ktthread
 class KTTHREAD_EXPORT KTThreadPool : public boost::enable_shared_from_this<KTThreadPool> {
@@ -52,8 +52,8 @@ public:
     /// \param monitorParam2,monitorParam3  kept, and used by nothing
     KTThreadPool(int nbThreads, int maxThreads, int monitorParam1, int monitorParam2,
                  int monitorParam3);
-    /// Without a shutdown before, warns on standard output and does a gentle one. Blocks until the
-    /// threads of the workers that it still has have ended.
+    /// Shuts down gently, with a warning on standard output, if nobody did before. Blocks until the
+    /// threads of its remaining workers have ended.
     ~KTThreadPool();
     KTThreadPool(const KTThreadPool&) = delete;
     KTThreadPool& operator=(const KTThreadPool&) = delete;
@@ -70,41 +70,41 @@ public:
     /// Another owner. Throws boost::bad_weak_ptr while the pool has none. \return  never empty
     boost::shared_ptr<KTThreadPool> getThis() { return shared_from_this(); }
 
-    /// Queues `task` and wakes a worker. Throws std::bad_alloc, and nothing is queued then; where
-    /// memory is short for growth only, the pool goes on with the workers it has.
-    /// \param task  shared until it has run; for an empty pointer, a worker finds nothing
+    /// Queues `task` and wakes a worker. Throws std::bad_alloc, and then queues nothing; if only
+    /// growth runs out of memory, the pool goes on with the workers it has.
+    /// \param task  shared until it has run; a worker that takes an empty pointer finds no task
     /// \return      false, and nothing queued, if the pool doesn't run; false for an empty pointer,
     ///              which is queued all the same
     bool enqueue(boost::shared_ptr<KTTask> task);
 
-    /// As enqueue for each of `batch`, in its order and with nothing in between, but with one hold
-    /// of the queue, one look of the monitor and one wake-up, which the workers pass on.
+    /// As enqueue for each of `batch`, in its order and with nothing in between, but locks the
+    /// queue once, has the monitor look once and wakes one worker, which wakes the next.
     /// \param batch  shared until they have run
     /// \return       as for enqueue; false if any pointer is empty, and all are queued
     bool enqueueAll(std::vector<boost::shared_ptr<KTTask> > batch);
 
-    /// For the workers. \return  the oldest task, out of the queue now; empty if there is none
+    /// For the workers. \return  the oldest task, removed from the queue; empty if there is none
     boost::shared_ptr<KTTask> getTask();
     /// For the workers: has the monitor, if there is one, assimilate `task`, and throws what that
-    /// throws. \param task  the one that has ended; empty counts as nothing
+    /// throws. \param task  the one that has ended; an empty pointer is ignored
     void taskEnded(boost::shared_ptr<KTTask> task);
 
-    /// A positive `delta` starts that many workers, and cancels retirements still to come. A
-    /// negative one, in a pool of more than 18 workers, lets that many retire between their tasks,
-    /// in place of any earlier request, but never the last one; in a smaller pool it does nothing.
-    /// Throws std::bad_alloc, boost::bad_weak_ptr.
-    /// \param delta  workers more or, if negative, less
-    /// \return       false if not all could be started, or may retire; for 0; without workers. A
-    ///               small pool that won't shrink says true
+    /// A positive `delta` starts that many workers and cancels pending retirements. A negative one,
+    /// in a pool of more than 18 workers, has that many retire between tasks, but never the last
+    /// one; it replaces an earlier request. In a smaller pool it does nothing. Throws
+    /// std::bad_alloc, boost::bad_weak_ptr.
+    /// \param delta  workers to add or, if negative, to retire
+    /// \return       false if not all could be started or may retire, for 0, and without workers;
+    ///               true in a pool too small to shrink
     bool adjustThread(int delta);
 
-    /// Starts up to 5 workers more, and cancels retirements still to come. Not guarded against a
-    /// pool that was shut down, which runs again. Throws std::bad_alloc, boost::bad_weak_ptr.
-    /// \return  false only in a pool that is full; true even if threads couldn't be created
+    /// Starts up to 5 more workers and cancels pending retirements. On a pool that was shut down
+    /// too: it then runs again. Throws std::bad_alloc, boost::bad_weak_ptr.
+    /// \return  false only if the pool is full; true even if threads couldn't be created
     bool xIncreaseThread();
 
-    /// For the workers, between two tasks. \param thread  its slot is what its index says
-    /// \return  whether it must end, and is out of the pool: as often as adjustThread has requested
+    /// For the workers, between two tasks. \param thread  its index names its slot
+    /// \return  whether it must end and has left the pool: true as often as adjustThread requested
     bool apoptosis(boost::shared_ptr<KTThread> thread);
 
     /// Sets the idle time of every live worker to zero.
@@ -113,8 +113,8 @@ public:
     ro::os::timeval computeSumThreadIdle();
 
     /// Drops the tasks not yet taken, asks the running ones to end (KTTask::exitTask) and tells the
-    /// workers to stop; waits for nothing. Not for the pool's own workers. Throws std::bad_alloc
-    /// before it has done anything. The tasks dropped are destroyed on the calling thread.
+    /// workers to stop; doesn't wait. Not to be called on the pool's own workers. Throws
+    /// std::bad_alloc before it has done anything. Destroys dropped tasks on the calling thread.
     /// \param force  also cancels the workers' threads: a task is cut off at its next cancellation
     ///               point and never gets its final state (with libc++ see docs/compilers.md)
     void shutdown(bool force);
@@ -125,12 +125,12 @@ public:
     /// Blocks until every thread that the pool ever started has ended. A cancellation point. Throws
     /// std::bad_alloc; call it again then.
     /// \param timeoutMs  milliseconds that it may take; no limit if negative
-    /// \return           false when the time is over; at once if the pool runs, on its own workers,
-    ///                   and in a forked child of the process that started them
+    /// \return           false when the time is over; false at once if the pool runs, on its own
+    ///                   workers, and in a forked child of the process that started them
     bool join(int timeoutMs = -1);
 
-    /// Shuts down, joins and drops the monitor, and with it the cycle. Blocks and throws as join.
-    /// \param force      as for shutdown; also for workers of an earlier, gentle one
+    /// Shuts down, joins, and drops the monitor, which breaks the cycle. Blocks and throws as join.
+    /// \param force      as for shutdown; also cancels workers that a gentle one told to stop
     /// \param timeoutMs  as for join
     /// \return           what join said; if false, call it again with more time or by force
     bool close(bool force = false, int timeoutMs = -1);
@@ -178,7 +178,7 @@ private:
     Workers retiredThreads;   // under poolMutex
     Gate poolGate;            // beside what is seldom read
     KTTaskDeque tasks;        // under queueMutex
-    std::size_t queueLength;  // of tasks, which the probes can't compute; under queueMutex
+    std::size_t queueLength;  // size of tasks, for the probes; under queueMutex
     Gate queueGate;
     std::atomic<int> nbThreads;  // written under poolMutex
     const int maxThreads;

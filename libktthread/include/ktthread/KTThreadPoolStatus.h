@@ -4,8 +4,8 @@
 
 namespace KT {
 
-/// What a pool does at the moment. Each figure is right by itself; together they may be of slightly
-/// different moments. A value; reading it is free.
+/// What a pool does at the moment. Each figure is exact, but they may be of slightly different
+/// moments. A plain value: reading it takes no lock.
 /// \code
 /// const KT::KTThreadPoolStatus now = pool->status();
 /// std::printf("%d of %d workers busy, %d tasks wait\n", now.busyThreads, now.threads,

@@ -1,4 +1,4 @@
-/// What clang's thread-safety analysis is told (-Wthread-safety). Nothing for other compilers. Not
+/// Annotations for clang's thread-safety analysis (-Wthread-safety). Empty for other compilers. Not
 /// for clients.
 #pragma once
 

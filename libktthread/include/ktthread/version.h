@@ -11,11 +11,11 @@
 #include <ktthread/export.h>
 
 // The one place that has the number; the build reads it from here.
-/// Grows with what breaks programs. \ingroup ktthread
+/// Grows with changes that break programs. \ingroup ktthread
 #define KT_VERSION_MAJOR 1
-/// Grows with what is added. \ingroup ktthread
+/// Grows with additions. \ingroup ktthread
 #define KT_VERSION_MINOR 0
-/// Grows with what is mended. \ingroup ktthread
+/// Grows with fixes. \ingroup ktthread
 #define KT_VERSION_PATCH 0
 
 /// The version of the headers as text, such as "1.2.3".
@@ -32,15 +32,15 @@
 
 /// The number that a version has in comparisons; each part is below 1000.
 ///
-/// \param major  grows with what breaks programs
-/// \param minor  grows with what is added
-/// \param patch  grows with what is mended
+/// \param major  grows with changes that break programs
+/// \param minor  grows with additions
+/// \param patch  grows with fixes
 /// \ingroup ktthread
 #define KT_VERSION_NUMBER_OF(major, minor, patch) ((major)*1000000 + (minor)*1000 + (patch))
 
 /// A number as text. Not for clients. \ingroup ktthread_own
 #define KT_VERSION_TEXT(number) KT_VERSION_TEXT_OF(number)
-/// What that takes. \ingroup ktthread_own
+/// The same without expanding a macro in `number`. \ingroup ktthread_own
 #define KT_VERSION_TEXT_OF(number) #number
 
 namespace KT {

@@ -4,8 +4,8 @@
 
 namespace KT::core {
 
-/// Bytes that travel together between processors. What different threads write all the time is kept
-/// in different ones.
+/// Bytes that move together between processors. Data that different threads write often are kept in
+/// different cache lines.
 constexpr std::size_t cacheLineSize = 64;
 
 }  // namespace KT::core

@@ -4,7 +4,7 @@
 
 namespace KT::core {
 
-/// Does what its caller can do without when memory runs out. Any other exception is passed on.
+/// Runs an action that its caller can do without if memory runs out. Passes on any other exception.
 template <typename Action>
 void ignoreBadAlloc(const Action& action)
 {

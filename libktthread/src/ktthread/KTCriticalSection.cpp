@@ -62,7 +62,7 @@ KTCriticalTrueIfLocked::~KTCriticalTrueIfLocked()
 
 void KTCriticalTrueIfLocked::forceUnlockNow()
 {
-    // Not looking at `failed` is the contract: see the header for what that means for others.
+    // Even if `failed`, as the header says.
     pthread_mutex_unlock(mutex);
     mutex = nullptr;
 }

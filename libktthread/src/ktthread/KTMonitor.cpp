@@ -20,8 +20,8 @@ namespace {
 /// From this many busy workers on, a monitor requests no more.
 const int busyLimit = 190;
 
-/// The second number is no limit that was tested, but what a growth would have led to. Out of line,
-/// to keep the look at the pool short: each enqueue takes one.
+/// The second number is not the limit, but what a growth would have led to. Out of line, to keep
+/// the look at the pool short: each enqueue takes one.
 [[gnu::noinline]] void tellLimit(int busy, int live)
 {
     char text[64];
@@ -74,7 +74,8 @@ void KTMonitor::assimilate(boost::shared_ptr<KTTask> task)
         idleSeconds = core::wrappingSum(idleSeconds, sum / 1000000);
         idleMicroseconds = sum % 1000000;
         taskCount = core::wrappingSum(taskCount, 1);
-        // The count wraps after months of tasks; then it must not equal a period that is none.
+        // The count wraps after months of tasks, and may then equal a period of 0 or less, which
+        // means none.
         if (period > 0 && taskCount == period) {
             taskCount = 0;
             lookAtPool(displaced);

@@ -24,7 +24,7 @@ namespace KT {
 
 namespace {
 
-/// Bytes of stack; 0: not set, the next worker constructed puts the default in.
+/// Bytes of stack. 0: not set; the next worker's constructor sets the default.
 std::atomic<int> stackSize(0);
 const int defaultStackSize = 655360;
 
@@ -79,8 +79,8 @@ KTThread::KTThread(boost::shared_ptr<KTThreadPool> owner, int slot,
     stackSize.compare_exchange_strong(unset, defaultStackSize);
 }
 
-// Joins first and asks to stop afterwards. The order is safe: a worker holds itself for as long as
-// it loops, so this destructor starts only after the loop has ended.
+// Joins first and tells the worker to stop afterwards. The order is safe: its thread owns the
+// worker for as long as it loops, so this destructor starts only after the loop has ended.
 KTThread::~KTThread()
 {
     // A task that releases the last reference can be cancelled, and the join is a cancellation
@@ -89,8 +89,8 @@ KTThread::~KTThread()
     const KTCriticalSectionRead hold(core::nonOwning(taskLock));
     if (launched) {
         if (pthread_equal(threadHandle, pthread_self()) != 0) {
-            // The worker's own reference was the last one. Nobody is left to join the thread;
-            // detached, it frees its stack when it ends.
+            // The worker's own reference was the last one. No other thread is left to join
+            // this one; detached, it frees its stack when it ends.
             pthread_detach(threadHandle);
         } else {
             pthread_join(threadHandle, nullptr);

@@ -13,9 +13,9 @@
 
 namespace KT {
 
-/// Counts the threads that a pool has started and that have not ended: what join waits for. The
-/// pool, its workers and their threads share it; the last of them destroys it. Any thread may use
-/// it.
+/// Counts the threads that a pool has started and that have not ended; join waits until none is
+/// left. The pool, its workers and their threads share it; the last of them destroys it. Any thread
+/// may use it.
 class KTLiveThreadCount
     : public boost::intrusive_ref_counter<KTLiveThreadCount, boost::thread_safe_counter> {
 public:
@@ -24,12 +24,12 @@ public:
     void add();
     void remove();
 
-    /// Whether another process started the threads, of which this one is a forked child: they don't
-    /// exist here, and locks that they held at the fork stay locked.
+    /// Whether this process is a forked child of the one that started the threads: they don't exist
+    /// here, and locks that they held at the fork stay locked.
     bool inForkedChild() const;
 
-    /// Blocks until there are none, or for `milliseconds`; whether there are none. A cancellation
-    /// point.
+    /// Blocks until there are none, or for at most `milliseconds`. Returns whether there are none.
+    /// A cancellation point.
     bool waitForNone(int milliseconds);
 
     /// The count that includes the calling thread; null on a thread that is no worker.
@@ -44,9 +44,9 @@ private:
 
 namespace core {
 
-/// Made first thing on a worker's thread, which was added to the count before it was created. It
-/// removes the thread from the count once the thread has ended: after its start routine and the
-/// destructors of its thread-local objects. Where the process has no thread-specific keys left, it
+/// The first object made on a worker's thread, which was added to the count before it was created.
+/// It removes the thread from the count once the thread has ended: after its start routine and the
+/// destructors of its thread-local objects. If the process has no thread-specific keys left, it
 /// does so when the start routine ends.
 class LiveThread {
 public:

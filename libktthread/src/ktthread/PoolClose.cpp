@@ -38,8 +38,8 @@ bool KTThreadPool::join(int timeoutMs)
 }
 
 // Stops the workers of a stopped pool that its shutdown didn't reach: one that a concurrent
-// retirement moved to a slot already visited; those that an init with a count of its own has put
-// into slots that were never counted.
+// retirement moved to a slot already visited, and those in slots that were never counted, since
+// init was given a larger number of workers than the constructor.
 void KTThreadPool::stopUnnotifiedWorkers()
 {
     Workers unnotified;
@@ -93,13 +93,13 @@ bool KTThreadPool::close(bool force, int timeoutMs)
             const KTCriticalSection hold(core::nonOwning(queueMutex));
             dropped = exchangeMonitor(boost::shared_ptr<KTMonitor>());
         }
-        dropQueued();  // by an enqueue that was under way
+        dropQueued();  // tasks of an enqueue that was under way
     } while (!releaseEnded());
     return true;
 }
 
-// Releases the workers that have ended; false if a growth has started others since. One that was
-// cancelled still holds its task, and a task may hold the pool.
+// Releases the workers that have ended; returns false if growth has started others since. A worker
+// that was cancelled still owns its task, and a task may own the pool.
 bool KTThreadPool::releaseEnded()
 {
     Workers ended;  // released after poolMutex

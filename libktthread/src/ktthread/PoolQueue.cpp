@@ -54,7 +54,7 @@ template <typename Push>
 bool KTThreadPool::enqueueBy(const Push& push)
 {
     // Read without a lock: a shutdown that runs at the same time may leave the task in a queue that
-    // nobody serves any more, as it does with a task that was queued just before it began.
+    // no worker serves any more, as it may with a task that was queued just before it began.
     if (nbThreads < 1) {
         return false;
     }
@@ -69,7 +69,7 @@ bool KTThreadPool::enqueueBy(const Push& push)
         }
         push();
     }
-    // The task is queued: an exception would say that it was refused.
+    // The task is queued already: an exception would mean that it was refused.
     core::ignoreBadAlloc([&watcher] { watcher->adjustPool(); });
     signalOne();
     return true;

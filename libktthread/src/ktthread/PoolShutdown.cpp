@@ -1,4 +1,4 @@
-// Stopping a pool without waiting for it. The destructor stops one that was not.
+// Stopping a pool without waiting for it. The destructor stops a pool that wasn't stopped before.
 #include <ktthread/KTThreadPool.h>
 
 #include <cstddef>
@@ -18,7 +18,7 @@ namespace KT {
 
 void KTThreadPool::shutdown(bool force)
 {
-    // All that may throw comes before anything is done.
+    // All that may throw comes before the pool is changed.
     Workers detached;
     Workers unnotified;  // a growth may add workers after the others were told to stop
     detached.reserve(threads.size());
@@ -98,8 +98,8 @@ KTThreadPool::~KTThreadPool()
             "Shutting down the Thread Pool");
         shutdown(false);
     } catch (const std::exception&) {
-        // The console or the memory failed. No worker is in its loop any more, or it would hold the
-        // pool: the members' destructors do the rest.
+        // The console or the memory failed. No worker is in its loop any more, since each of those
+        // owns the pool: the members' destructors do the rest.
     }
 }
 

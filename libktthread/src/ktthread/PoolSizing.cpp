@@ -64,7 +64,7 @@ bool KTThreadPool::resize(int delta, Workers& displaced)
 
 bool KTThreadPool::growLocked(int count, Workers& displaced)
 {
-    // Not written without need: every worker that looks for work reads it.
+    // Written only if it changes: every worker that looks for work reads it.
     if (nbThreadsToRemove != 0) {
         nbThreadsToRemove = 0;
     }
@@ -81,9 +81,9 @@ bool KTThreadPool::growLocked(int count, Workers& displaced)
     return true;
 }
 
-// Starts a worker in the slot after the last live one; false if the platform makes no thread. Only
-// that is caught: a task that was queued a moment ago must not be taken for refused because the
-// pool couldn't grow.
+// Starts a worker in the slot after the last live one; returns false if the platform can't make a
+// thread. Only that failure is caught: enqueue, whose task is queued by then, must not throw
+// because the pool couldn't grow.
 bool KTThreadPool::startWorkerLocked(Workers& displaced)
 {
     const int slot = nbThreads;
@@ -116,7 +116,7 @@ bool KTThreadPool::xIncreaseThread()
     }
     const long long target = std::min(static_cast<long long>(live) + core::growthBatch,
                                       static_cast<long long>(maxThreads));
-    // A negative count, which only a constructor's argument makes, has no slot to start in.
+    // A negative count, which only the constructor's argument can set, has no slot to start in.
     for (int i = 0; live >= 0 && i < growthAttempts && nbThreads < target; ++i) {
         if (startWorkerLocked(displaced)) {
             nbThreadsToRemove = 0;
@@ -153,8 +153,8 @@ bool KTThreadPool::apoptosis(boost::shared_ptr<KTThread> thread)
     return true;
 }
 
-// Not one that a shutdown has taken out of the table; it may still ask while growth has started the
-// pool again. The index of any other is trusted, also of one that a client made.
+// False for a worker that a shutdown has taken out of the table: it may still ask after growth has
+// started the pool again. The index of any other worker is trusted, even if a client made it.
 bool KTThreadPool::mayRetireLocked(const boost::shared_ptr<KTThread>& thread) const
 {
     return thread && !thread->killed && thread->index >= 0 &&

@@ -1,6 +1,6 @@
-/// Static probes: places in the code that bpftrace, perf, SystemTap and gdb find by name. What
-/// nobody listens to is one instruction that does nothing; the arguments are descriptions of where
-/// they can be read, and nothing computes them. docs/debugging.md lists the probes.
+/// Static probes: places in the code that bpftrace, perf, SystemTap and gdb find by name. A probe
+/// that no tool uses is one instruction that does nothing. An argument is a description of where it
+/// can be read; no instruction computes it. docs/debugging.md lists the probes.
 #pragma once
 
 #ifdef KT_PROBES
@@ -21,7 +21,7 @@
 #endif
 #define KT_NAME_OF(task) KT_AT((task).taskName)
 
-/// sys/sdt.h's note with a description of ours: its own macros would have each argument loaded.
+/// sys/sdt.h's note with our own description: its macros would load each argument.
 #define KT_PROBE_FORMAT(format) "\t.ascii \"" format "\"\n"
 #define KT_PROBE_NOTE(event, format) \
     _SDT_ASM_BODY(ktthread, event, KT_PROBE_FORMAT, (format), unused) _SDT_ASM_BASE
@@ -29,14 +29,14 @@
 // The operands come with their constraints, and can't be in parentheses.
 // NOLINTBEGIN(bugprone-macro-parentheses)
 
-/// The arguments of all: pool, name of the task (0: none), index of the worker (-1: none), length
-/// of the queue.
+/// The arguments of each probe: pool, name of the task (0: none), index of the worker (-1: none),
+/// length of the queue.
 #define KT_PROBE(event, pool, name, worker, queued)                                          \
     __asm__ volatile inline(KT_PROBE_NOTE(event, "8@%[arg0] 8@%[arg1] -4@%[arg2] 8@%[arg3]") \
                             :                                                                \
                             : [arg0] "rm"(pool), [arg1] name, [arg2] worker, [arg3] queued)
 
-/// Of a pool as a whole: two more, the number of its workers and what `last` says.
+/// A probe of a pool as a whole has two more arguments: the number of its workers, and `last`.
 #define KT_POOL_PROBE(event, pool, queued, workers, last)                             \
     __asm__ volatile inline(                                                          \
         KT_PROBE_NOTE(event, "8@%[arg0] 8@$0 -4@$-1 8@%[arg3] -4@%[arg4] -4@%[arg5]") \

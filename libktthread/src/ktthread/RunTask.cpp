@@ -59,8 +59,8 @@ void KTThread::runCounted(KTTask& task, KTThreadPool& served, boost::shared_ptr<
 {
     KT_PROBE(task_started, &served, KT_NAME_OF(task), KT_AT(index), KT_AT(served.queueLength));
     served.beginTask();
-    // A stop request that came after the loop's look at `killed` found no task to ask. Both may ask
-    // it; a task that runs until it is asked relies on one of them.
+    // A stop request that came after the loop read `killed` found no task to ask to end. Sometimes
+    // both ask; a task that runs until it is asked needs one of them to.
     if (killed) {
         task.exitTask();
     }
@@ -104,8 +104,8 @@ void KTThread::runBody(KTTask& task, const WithPool& withPool)
         }
         nameThreadAfter(task, " [finished]");
     } catch (const KTError& error) {
-        // Only this one is a task's way to report a failure. Any other exception is a mistake that
-        // ends the process where it was made, with the stack still there to look at.
+        // A task reports failures by KTError only. Any other exception is a mistake, and ends the
+        // process where it was thrown, with the stack still there to look at.
         withPool([&](const KTThreadPool& owner) {
             KT_PROBE(task_failed, &owner, KT_NAME_OF(task), KT_AT(index), KT_AT(owner.queueLength));
         });

@@ -10,8 +10,8 @@
 
 namespace KT::core {
 
-/// A pointer without a share in an object that outlives it anyway. The share count of an object
-/// that many threads use would travel from processor to processor at each use.
+/// A pointer that owns nothing, to an object that outlives it. An owning one would change the
+/// object's reference count, which would move from processor to processor at each use.
 template <typename T>
 boost::shared_ptr<T> nonOwning(T* object)
 {
@@ -26,7 +26,7 @@ boost::shared_ptr<T> nonOwning(const boost::shared_ptr<T>& pointer)
 
 // A shared pointer that one thread may set while another reads it. Boost's atomic operations may
 // sleep while the pointer is busy, and are noexcept: a task that uses its pool mustn't be cancelled
-// in there.
+// in them.
 
 template <typename T>
 boost::shared_ptr<T> loadShared(const boost::shared_ptr<T>& pointer)

@@ -57,7 +57,7 @@ private:
                !flag.exchange(true, std::memory_order_acquire);
     }
 
-    /// Out of line, so that a gate that is open costs no more than the look at it.
+    /// Out of line, so that an open gate costs no more than tryEnter.
     [[gnu::noinline]] static bool spin(std::atomic<bool>& flag, std::chrono::nanoseconds limit)
     {
         const int looksPerClock = 4;  // reading the clock takes about as long as one of them

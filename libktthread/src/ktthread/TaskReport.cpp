@@ -19,8 +19,8 @@ std::string formatTime(const ro::os::timeval& time)
     const int ofHour = ofDay % 3600;
     const unsigned long microseconds = static_cast<unsigned long>(time.tv_usec);
     char text[128];
-    // A stamp of the wall clock always has at least a day: it is shown as the time of day. Only
-    // what is less, a stamp not made or a duration, has its days in front.
+    // A stamp of the wall clock is always more than a day: it is shown as the time of day. Anything
+    // less, a stamp that isn't set or a duration, is shown with its days in front.
     if (days <= 0) {
         std::snprintf(text, sizeof text, "%4dj+%2dh%02dm%02d,%06lus", days, hours, ofHour / 60,
                       ofHour % 60, microseconds);

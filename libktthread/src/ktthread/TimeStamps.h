@@ -1,5 +1,5 @@
-/// Stamps of the wall clock and the durations between them: 32 bits wide, and they wrap, which only
-/// unsigned arithmetic may.
+/// Stamps of the wall clock and the durations between them. They have 32 bits and wrap, so they are
+/// computed as unsigned numbers: signed ones must not overflow.
 #pragma once
 
 #include <cstdint>

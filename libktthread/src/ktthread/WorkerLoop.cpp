@@ -21,7 +21,7 @@ namespace KT {
 void* _KT_Thread_Pool_Atom(void* arg)
 {
     KTThread::setThreadName("KTThread [new]");
-    // Never enabled again: the destructors of the thread's own objects are not to be cut off
+    // Stays disabled to the end: the destructors of thread-local objects must not be cut off
     // either.
     int before = 0;
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before);
@@ -44,8 +44,7 @@ void* _KT_Thread_Pool_Atom(void* arg)
     } else {
         self->sleepUntilKilled();
     }
-    // Unwinds this frame: pool is released first, then self, whose destructor may well run right
-    // here.
+    // Unwinds this frame: pool is released first, then self, whose destructor may run here.
     pthread_exit(nullptr);
 }
 
@@ -65,8 +64,8 @@ void KTThread::serve(KTThreadPool& served)
         const KTThreadPool& pool;
     };
     const Announced announced(*this, served);
-    // Kept from task to task: taking a share for each would have all workers write one count. The
-    // monitor holds the pool, as the caller does.
+    // Kept from task to task: with a new reference for each, all workers would write to one
+    // reference count. The monitor owns the pool, as the caller does.
     boost::shared_ptr<KTMonitor> monitor;
     while (!killed && !served.apoptosis(core::nonOwning(this))) {
         if (KTTask* const task = takeTask(served)) {
@@ -78,7 +77,7 @@ void KTThread::serve(KTThreadPool& served)
     }
 }
 
-// What is left to a worker whose pool was gone before its thread started.
+// The loop of a worker whose pool was freed before its thread started.
 void KTThread::sleepUntilKilled()
 {
     while (!killed) {
@@ -86,9 +85,9 @@ void KTThread::sleepUntilKilled()
     }
 }
 
-// One wait a pass, and the queue is not looked at again under the mutex: a signal that comes
-// between the empty fetch and the wait is lost. That keeps the wake-up cheap; KTThreadPool::wake
-// closes the gap for a client that waits.
+// Waits once, and doesn't look at the queue again under the mutex: a signal that comes after the
+// worker found the queue empty and before it waits is lost. That keeps the wake-up cheap;
+// KTThreadPool::wake closes the gap for a client that waits.
 void KTThread::sleepOnce()
 {
     const KTCriticalSection hold(core::nonOwning(wakeMutex));
