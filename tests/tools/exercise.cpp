@@ -105,7 +105,7 @@ public:
                 ended.up();
             }));
         }
-        require(pool->enqueue(tasks), "enqueue");
+        require(pool->enqueueAll(tasks), "enqueueAll");
         begun.await(pool, workers);
         occupied = workers;
     }
