@@ -12,7 +12,7 @@
 
 namespace {
 
-/// Blocks for ever, and ignores stop marks.
+/// Never returns, also when it is asked to stop.
 void hang()
 {
     KT::KTStopToken().waitFor(-1);
