@@ -41,7 +41,7 @@ private:
     boost::shared_ptr<KT::KTThreadPool> pool;
 };
 
-/// libktasync's submit, its futures dropped.
+/// libktasync: post.
 class AsyncPool {
 public:
     static const char* name() { return "libktasync"; }
@@ -52,7 +52,7 @@ public:
     template <typename Body>
     void submit(Body body)
     {
-        KT::submit(pool, "undefined", std::move(body));
+        KT::post(pool, "undefined", std::move(body));
     }
     void wake() { pool.pool()->wake(); }
 

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -23,17 +24,23 @@ using testing::HasSubstr;
 using Queued = KT::KTPoolOptions::Queued;
 using Stuck = KT::KTPoolOptions::Stuck;
 
-TEST(ScopedPool, StartsWithOneWorkerAProcessorAndGrowsToEight)
+/// The limit of a pool whose options say nothing.
+int usualLimit()
+{
+    return std::max(64, 8 * KT::availableProcessors());
+}
+
+TEST(ScopedPool, StartsWithOneWorkerAProcessorAndMayGrowTo64)
 {
     const KT::KTScopedPool pool;
     EXPECT_EQ(pool.status().threads, KT::availableProcessors());
-    EXPECT_EQ(pool.status().maxThreads, 8 * KT::availableProcessors());
+    EXPECT_EQ(pool.status().maxThreads, usualLimit());
 }
 
 TEST(ScopedPool, SizesNotSetFollowThoseThatAre)
 {
     KT::KTPoolOptions many;
-    many.threads = 8 * KT::availableProcessors() + 1;
+    many.threads = usualLimit() + 1;
     EXPECT_EQ(KT::KTScopedPool(many).status().maxThreads, many.threads);
     KT::KTPoolOptions few;
     few.maxThreads = 1;
@@ -71,6 +78,8 @@ INSTANTIATE_TEST_SUITE_P(
                                  o.maxThreads = 2;
                              }},
                     Nonsense{"monitorPeriod", [](Options& o) { o.monitorPeriod = -1; }},
+                    Nonsense{"idleTimeoutMs", [](Options& o) { o.idleTimeoutMs = 0; }},
+                    Nonsense{"spinUs", [](Options& o) { o.spinUs = -1; }},
                     Nonsense{"stopTimeoutMs", [](Options& o) { o.stopTimeoutMs = -1; }}));
 
 TEST(ScopedPool, ThrowsAndLeavesNothingIfThreadsCannotBeMade)
@@ -216,7 +225,7 @@ TEST(ScopedPoolEnd, LeavesStuckTasksIfThatIsThePolicy)
     gate.open();
     // The pool frees itself.
     EXPECT_TRUE(eventually([&left] { return left.expired(); }));
-    EXPECT_TRUE(eventually([] { return threadsNamed("KT").empty(); }));
+    EXPECT_TRUE(eventually([] { return threadsNamed("KTT").empty(); }));
 }
 
 TEST(ScopedPoolEnd, CutsStuckTasksOffIfThatIsThePolicy)
@@ -261,7 +270,7 @@ TEST(ScopedPoolEnd, LeavesWhatCannotBeCutOff)
     }
     goOn = false;
     busy.wait();
-    EXPECT_TRUE(eventually([] { return threadsNamed("KT").empty(); }));
+    EXPECT_TRUE(eventually([] { return threadsNamed("KTT").empty(); }));
 }
 
 TEST(ScopedPoolEnd, InOneOfItsOwnTasksLeaves)
@@ -275,7 +284,7 @@ TEST(ScopedPoolEnd, InOneOfItsOwnTasksLeaves)
     EXPECT_TRUE(eventually([&left] { return left.expired(); }));
     ASSERT_EQ(log.records().size(), 1U);
     EXPECT_THAT(log.records()[0].text, HasSubstr("closed by a task of its own: leaving them"));
-    EXPECT_TRUE(eventually([] { return threadsNamed("KT").empty(); }));
+    EXPECT_TRUE(eventually([] { return threadsNamed("KTT").empty(); }));
 }
 
 TEST(ScopedPoolEnd, InATaskDerivedByHandLeavesAtOnce)

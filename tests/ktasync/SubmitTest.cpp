@@ -308,16 +308,30 @@ TEST(SubmitAll, CallsAllInOrderAndGivesTheirFutures)
     EXPECT_TRUE(calls[0]);
 }
 
-TEST(SubmitAll, SignalsOnce)
+TEST(SubmitAll, HasNothingInBetween)
 {
     HeldPool held;
-    std::vector<std::function<void()>> calls(20, [] {});
-    const platform::Recorder recorder;
-    auto futures = KT::submitAll(held.pool, calls);
-    EXPECT_EQ(recorder.count(platform::Call::signal), 1U);
+    std::vector<int> order;
+    const int batches = 20;
+    const int ofEach = 50;
+    std::vector<std::thread> submitters;
+    for (int number = 0; number < 4; ++number) {
+        submitters.emplace_back([&, number] {
+            const std::vector<std::function<void()>> batch(
+                ofEach, [&order, number] { order.push_back(number); });
+            for (int i = 0; i < batches; ++i) {
+                KT::submitAll(held.pool, batch);
+            }
+        });
+    }
+    for (std::thread& submitter : submitters) {
+        submitter.join();
+    }
     held.release();
-    for (auto& future : futures) {
-        future.get();
+    held.pool.close();
+    ASSERT_EQ(order.size(), 4U * batches * ofEach);
+    for (std::size_t i = 0; i < order.size(); ++i) {
+        EXPECT_EQ(order[i], order[i / ofEach * ofEach]);
     }
 }
 

@@ -31,13 +31,30 @@ struct KTPoolOptions {
     /// Workers to start with: 1 to 65536. Not set: one a processor, and `maxThreads` at most.
     std::optional<int> threads;
 
-    /// Workers that the pool may grow to: `threads` to 65536. Not set: 8 a processor, and at least
-    /// `threads`.
+    /// Workers that the pool may grow to: `threads` to 65536. Not set: 64, or 8 a processor if that
+    /// is more, or `threads`.
     std::optional<int> maxThreads;
 
-    /// The pool looks whether it should grow when tasks come in, and each time that this many have
-    /// ended; 0: only when they come in.
+    /// What makes a pool grow.
+    enum class Growth {
+        adaptive,  ///< tasks that block: as many run at once as keep the processors busy
+        monitor    ///< the core's rule: nearly all workers are busy, whatever with
+    };
+    /// What makes this pool grow. An adaptive one shrinks, too.
+    Growth growth = Growth::adaptive;
+
+    /// Of Growth::monitor: the pool looks whether it should grow when tasks come in, and each time
+    /// that this many have ended; 0: only when they come in.
     int monitorPeriod = 10;
+
+    /// Milliseconds after which an adaptive pool has workers retire that were idle for as long; it
+    /// keeps `threads`, and 18. 1 or more.
+    int idleTimeoutMs = 10000;
+
+    /// Microseconds that a worker without a task looks for the next one before it sleeps, as long
+    /// as a processor has nothing else to do. A task then begins sooner by what a wake-up takes,
+    /// for that much processor time. 0 or more.
+    int spinUs = 0;
 
     /// What may become of them.
     enum class Queued {

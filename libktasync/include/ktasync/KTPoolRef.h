@@ -2,8 +2,6 @@
 /// How the functions of this library take a pool.
 #pragma once
 
-#include <memory>
-
 #include <boost/shared_ptr.hpp>
 
 #include <ktasync/detail/ShortName.h>
@@ -15,7 +13,7 @@ class KTScopedPool;
 class KTThreadPool;
 
 namespace detail {
-class PoolContext;
+class Scheduler;
 }
 
 /// A running pool, and the place in the code that names it. Both kinds of pool turn into one by
@@ -24,18 +22,18 @@ class PoolContext;
 /// KT::submit(scopedPool, callable);
 /// KT::submit(boostSharedPool, callable);
 /// \endcode
-/// It keeps the pool object alive, but doesn't keep it running. A value, as safe as a pointer.
-/// Nothing here blocks.
+/// It is meant for parameters: it refers to what it was made from, and to the names, which must
+/// outlive it. A value, as safe as a pointer. Nothing here blocks.
 ///
 /// \ingroup ktasync
 class KTASYNC_EXPORT KTPoolRef {
 public:
-    /// A pool of the core. Throws KTError for a null pointer. The place is the caller's; leave it
-    /// to the compiler.
+    /// A pool of the core. Throws KTError for a null pointer; std::bad_alloc if this library
+    /// hasn't used the pool before. The place is the caller's; leave it to the compiler.
     ///
-    /// \param pool      shared
-    /// \param function  that the call is in; copied
-    /// \param file      that the call is in; its name without folder and ending is copied
+    /// \param pool      not copied
+    /// \param function  that the call is in; not copied
+    /// \param file      that the call is in; not copied
     /// \param line      that the call is in
     // NOLINTNEXTLINE(google-explicit-constructor)
     KTPoolRef(const boost::shared_ptr<KTThreadPool>& pool,
@@ -44,9 +42,9 @@ public:
 
     /// A pool for a scope. Throws KTError if the pool was moved away.
     ///
-    /// \param pool      whose pool is shared; the object itself may go
-    /// \param function  that the call is in; copied
-    /// \param file      that the call is in; its name without folder and ending is copied
+    /// \param pool      not copied
+    /// \param function  that the call is in; not copied
+    /// \param file      that the call is in; not copied
     /// \param line      that the call is in
     // NOLINTNEXTLINE(google-explicit-constructor)
     KTPoolRef(const KTScopedPool& pool, const char* function = __builtin_FUNCTION(),
@@ -55,23 +53,25 @@ public:
     /// The pool. Throws nothing, as the rest.
     ///
     /// \return  never null
-    const boost::shared_ptr<KTThreadPool>& pool() const { return target; }
+    const boost::shared_ptr<KTThreadPool>& pool() const { return *target; }
 
     /// What tasks are called that get no name: the calling function, or, in a lambda, the file and
     /// the line.
     ///
     /// \return  15 characters of it at most
-    const detail::ShortName& defaultName() const { return place; }
+    detail::ShortName defaultName() const { return {function, file, line}; }
 
-    /// What this library keeps beside the pool. Not for clients.
+    /// What brings tasks to the pool. Not for clients.
     ///
-    /// \return  null if nothing
-    const std::shared_ptr<detail::PoolContext>& context() const { return kept; }
+    /// \return  lives as long as the pool
+    detail::Scheduler& scheduler() const { return *itsScheduler; }
 
 private:
-    boost::shared_ptr<KTThreadPool> target;
-    std::shared_ptr<detail::PoolContext> kept;
-    detail::ShortName place;
+    const boost::shared_ptr<KTThreadPool>* target;
+    detail::Scheduler* itsScheduler;
+    const char* function;
+    const char* file;
+    int line;
 };
 
 }  // namespace KT

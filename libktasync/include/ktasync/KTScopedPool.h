@@ -2,8 +2,6 @@
 /// A pool for a scope.
 #pragma once
 
-#include <memory>
-
 #include <sys/types.h>
 
 #include <boost/shared_ptr.hpp>
@@ -92,7 +90,7 @@ private:
 
     KTPoolOptions options;
     boost::shared_ptr<KTThreadPool> owned;
-    std::shared_ptr<detail::PoolContext> context;
+    detail::Scheduler* scheduler = nullptr;  ///< lives as long as the pool
     pid_t maker = 0;
     bool isClosed = false;
     bool hasEnded = false;

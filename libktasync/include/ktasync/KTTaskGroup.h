@@ -61,7 +61,7 @@ public:
     template <typename F, typename... Args, std::enable_if_t<!detail::isName<F>, int> = 0>
     void run(F&& callable, Args&&... args)
     {
-        run(group->pool().defaultName().view(), std::forward<F>(callable),
+        run(group->name().view(), std::forward<F>(callable),
             std::forward<Args>(args)...);
     }
 
@@ -85,7 +85,7 @@ public:
     template <typename F, typename... Args, std::enable_if_t<!detail::isName<F>, int> = 0>
     bool tryRun(F&& callable, Args&&... args)
     {
-        return tryRun(group->pool().defaultName().view(), std::forward<F>(callable),
+        return tryRun(group->name().view(), std::forward<F>(callable),
                       std::forward<Args>(args)...);
     }
 
@@ -150,7 +150,7 @@ void KTTaskGroup::start(detail::Place& place, std::string_view name, F&& callabl
     if constexpr (Call::Call::possible) {
         const boost::intrusive_ptr<detail::GroupJob> job(new detail::GroupCall<Call>(
             group, name, std::forward<F>(callable), std::forward<Args>(args)...));
-        group->start(job, name, place.passOn());
+        group->start(job, place.passOn());
     }
 }
 

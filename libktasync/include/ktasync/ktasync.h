@@ -14,4 +14,5 @@
 #include <ktasync/KTTaskGroup.h>
 #include <ktasync/KTTraceRecorder.h>
 #include <ktasync/parallel.h>
+#include <ktasync/post.h>
 #include <ktasync/submit.h>

@@ -44,8 +44,9 @@ template <typename Name, typename F, typename... Args,
 auto submit(const KTPoolRef& pool, const Name& name, F&& callable, Args&&... args)
 {
     const auto job =
-        detail::Start::make(pool, name, std::forward<F>(callable), std::forward<Args>(args)...);
-    detail::enqueue(pool, job, name);
+        detail::Start::make(pool.scheduler(), name, std::forward<F>(callable),
+                            std::forward<Args>(args)...);
+    detail::enqueue(job);
     return detail::Start::futureOf(job);
 }
 
@@ -88,13 +89,14 @@ auto submitAll(const KTPoolRef& pool, std::string_view name, Range&& range)
     using Passed = std::conditional_t<std::is_lvalue_reference_v<Range>, Element,
                                       std::remove_reference_t<Element>&&>;
     std::vector<KTFuture<typename detail::BoundOf<Element>::Result>> futures;
-    std::vector<boost::intrusive_ptr<detail::Job>> jobs;
+    std::vector<boost::intrusive_ptr<detail::Work>> jobs;
     for (auto&& callable : range) {
-        const auto job = detail::Start::make(pool, name, static_cast<Passed>(callable));
+        const auto job =
+            detail::Start::make(pool.scheduler(), name, static_cast<Passed>(callable));
         jobs.push_back(job);
         futures.push_back(detail::Start::futureOf(job));
     }
-    detail::enqueueAll(pool, jobs, name);
+    detail::enqueueAll(pool.scheduler(), std::move(jobs));
     return futures;
 }
 

@@ -129,8 +129,11 @@ protected:
     std::atomic<std::int32_t> state;  ///< 0 to 2, see above
 
 private:
+    friend class KTCarrier;
     friend class KTThread;
     friend class KTThreadPool;
+
+    bool isCarrier;  ///< no task of its own: see KTCarrier
 
     boost::weak_ptr<KTThread> managingThread;
 };

@@ -115,6 +115,7 @@ public:
     void runTask();
 
 private:
+    friend class KTCarrier;     // index
     friend class KTThreadPool;  // index, idleTime, threadHandle, launched and killed
     friend void* _KT_Thread_Pool_Atom(void* arg);
 

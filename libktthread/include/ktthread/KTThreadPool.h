@@ -11,6 +11,7 @@
 #include <boost/smart_ptr/intrusive_ptr.hpp>
 
 #include <ktthread/KTMonitor.h>
+#include <ktthread/KTPoolExtension.h>
 #include <ktthread/KTTaskDeque.h>
 #include <ktthread/KTThread.h>
 #include <ktthread/KTThreadPoolStatus.h>
@@ -140,6 +141,12 @@ public:
     /// What the pool does at the moment. \return  its figures
     KTThreadPoolStatus status() const;
 
+    /// Gives the pool an extension, for as long as there is the pool. \param added  not empty
+    /// \return  false, and nothing done, if it has one
+    bool attach(const boost::intrusive_ptr<KTPoolExtension>& added);
+    /// \return  the pool's extension; null if it has none
+    KTPoolExtension* extension() const { return extensionInUse.load(std::memory_order_acquire); }
+
 private:
     friend class KTMonitor;  // load, resize; and the counts for its probe
     friend class KTThread;   // beginTask, endTask, report, liveThreads; and queueLength likewise
@@ -152,7 +159,7 @@ private:
 
     std::size_t slotsInUse() const;
     template <typename Push>
-    bool enqueueBy(const Push& push);
+    bool enqueueBy(const Push& push, bool ofExtension);
     void countQueuedLocked(const KTTask* queued);
     void beginTask();
     void endTask();
@@ -173,6 +180,8 @@ private:
     void stop(bool force);
     bool releaseEnded();
 
+    boost::intrusive_ptr<KTPoolExtension> ownedExtension;  // first, to go last; under queueMutex
+    std::atomic<KTPoolExtension*> extensionInUse;       // what that points to
     const int monitorParam1, monitorParam2, monitorParam3;
     Workers threads;          // under poolMutex; each slot also atomically, for shutdown
     Workers retiredThreads;   // under poolMutex

@@ -7,6 +7,7 @@
 #include <ktthread/KTCriticalSection.h>
 #include <ktthread/KTMonitor.h>
 #include <ktthread/KTMutex.h>
+#include <ktthread/KTPoolExtension.h>
 #include <ktthread/KTTask.h>
 #include <ktthread/KTThread.h>
 #include <ktthread/KTThreadPool.h>

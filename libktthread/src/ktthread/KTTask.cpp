@@ -36,7 +36,8 @@ KTTask::KTTask()
       creationTime(),
       executionTime(),
       endTime(),
-      state(core::stateWaiting)
+      state(core::stateWaiting),
+      isCarrier(false)
 {
     setCreationTime();
 }

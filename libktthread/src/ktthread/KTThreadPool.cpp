@@ -19,7 +19,8 @@
 namespace KT {
 
 KTThreadPool::KTThreadPool(int workers, int capacity, int param1, int param2, int param3)
-    : monitorParam1(param1),
+    : extensionInUse(nullptr),
+      monitorParam1(param1),
       monitorParam2(param2),
       monitorParam3(param3),
       poolGate(),
@@ -93,9 +94,26 @@ KTThreadPoolStatus KTThreadPool::status() const
         const KTCriticalSectionRead hold(core::nonOwning(busyLock));
         now.busyThreads = nbBusyThreads;
     }
-    const KTCriticalSection hold(core::nonOwning(queueMutex));
-    now.queuedTasks = static_cast<int>(std::min(tasks.size(), static_cast<std::size_t>(INT_MAX)));
+    {
+        const KTCriticalSection hold(core::nonOwning(queueMutex));
+        now.queuedTasks =
+            static_cast<int>(std::min(tasks.size(), static_cast<std::size_t>(INT_MAX)));
+    }
+    if (const KTPoolExtension* const extended = extension()) {
+        extended->amend(now);
+    }
     return now;
+}
+
+bool KTThreadPool::attach(const boost::intrusive_ptr<KTPoolExtension>& added)
+{
+    const KTCriticalSection hold(core::nonOwning(queueMutex));
+    if (ownedExtension) {
+        return false;
+    }
+    ownedExtension = added;
+    extensionInUse.store(added.get(), std::memory_order_release);
+    return true;
 }
 
 bool KTThreadPool::runningInThisThread() const

@@ -19,11 +19,12 @@ namespace KT {
 bool KTThreadPool::enqueue(boost::shared_ptr<KTTask> task)
 {
     const KTTask* const queued = task.get();
+    const bool isCarrier = queued != nullptr && queued->isCarrier;
     const auto push = [this, &task, queued] {
         tasks.push_back(std::move(task));
         countQueuedLocked(queued);
     };
-    return enqueueBy(push) && queued != nullptr;
+    return enqueueBy(push, isCarrier) && queued != nullptr;
 }
 
 bool KTThreadPool::enqueueAll(std::vector<boost::shared_ptr<KTTask> > batch)
@@ -38,20 +39,20 @@ bool KTThreadPool::enqueueAll(std::vector<boost::shared_ptr<KTTask> > batch)
             areTasks = areTasks && *queued;
         }
     };
-    return enqueueBy(push) && areTasks;
+    return enqueueBy(push, false) && areTasks;
 }
 
 // An empty pointer is counted too; the worker that takes it finds nothing.
 void KTThreadPool::countQueuedLocked(const KTTask* queued)
 {
     ++queueLength;
-    if (queued != nullptr) {
+    if (queued != nullptr && !queued->isCarrier) {
         KT_PROBE(task_queued, this, KT_NAME_OF(*queued), KT_IS(-1), KT_AT(queueLength));
     }
 }
 
 template <typename Push>
-bool KTThreadPool::enqueueBy(const Push& push)
+bool KTThreadPool::enqueueBy(const Push& push, bool ofExtension)
 {
     // Read without a lock: a shutdown that runs at the same time may leave the task in a queue that
     // no worker serves any more, as it may with a task that was queued just before it began.
@@ -72,6 +73,11 @@ bool KTThreadPool::enqueueBy(const Push& push)
     // The task is queued already: an exception would mean that it was refused.
     core::ignoreBadAlloc([&watcher] { watcher->adjustPool(); });
     signalOne();
+    if (!ofExtension) {
+        if (KTPoolExtension* const extended = extension()) {
+            extended->tasksQueued();
+        }
+    }
     return true;
 }
 

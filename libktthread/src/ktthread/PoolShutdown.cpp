@@ -53,6 +53,9 @@ void KTThreadPool::dropQueued()
     while (!discarded.empty()) {
         discarded.pop_front();
     }
+    if (KTPoolExtension* const extended = extension()) {
+        extended->dropQueued();
+    }
 }
 
 // Workers are marked as killed before poolMutex is released: none of them retires any more.

@@ -57,7 +57,9 @@ void KTThread::runTask()
 
 void KTThread::runCounted(KTTask& task, KTThreadPool& served, boost::shared_ptr<KTMonitor>& monitor)
 {
-    KT_PROBE(task_started, &served, KT_NAME_OF(task), KT_AT(index), KT_AT(served.queueLength));
+    if (!task.isCarrier) {
+        KT_PROBE(task_started, &served, KT_NAME_OF(task), KT_AT(index), KT_AT(served.queueLength));
+    }
     served.beginTask();
     // A stop request that came after the loop read `killed` found no task to ask to end. Sometimes
     // both ask; a task that runs until it is asked needs one of them to.
@@ -82,7 +84,10 @@ void KTThread::execute(const WithPool& withPool, boost::shared_ptr<KTMonitor>& m
         runBody(task, withPool);
         task.state = core::stateFinished;
         withPool([&](KTThreadPool& owner) {
-            KT_PROBE(task_ended, &owner, KT_NAME_OF(task), KT_AT(index), KT_AT(owner.queueLength));
+            if (!task.isCarrier) {
+                KT_PROBE(task_ended, &owner, KT_NAME_OF(task), KT_AT(index),
+                         KT_AT(owner.queueLength));
+            }
             owner.report(core::nonOwning(&task), monitor);
         });
     }

@@ -1,14 +1,12 @@
 /// The job behind a future.
 #pragma once
 
-#include <atomic>
 #include <exception>
 #include <memory>
 #include <optional>
 #include <string_view>
 #include <type_traits>
 #include <utility>
-#include <variant>
 #include <vector>
 
 #include <ktasync/detail/Job.h>
@@ -17,15 +15,15 @@ namespace KT {
 namespace detail {
 
 class Deadline;
-class PoolTask;
 
-/// What a future does that doesn't depend on the type of its result.
+/// What a future does that doesn't depend on the type of its result. It shares the scheduler, since
+/// it may outlive the pool.
 class KTASYNC_EXPORT FutureJob : public Job {
 public:
-    using Job::Job;
+    FutureJob(Scheduler& ofPool, std::string_view name);
     ~FutureJob() override;
 
-    bool isReady() const { return ready.load(std::memory_order_acquire); }
+    bool isReady() const { return (state.load(std::memory_order_acquire) & readyMark) != 0; }
 
     /// Blocks until the job has ended, for at most `milliseconds` (no limit if negative); whether
     /// it has. In a task it runs the job itself, if nobody has begun.
@@ -37,8 +35,12 @@ public:
     /// Throws what the call threw, or KTCancelled. Only for a job that has ended, and once.
     void rethrowFailure();
 
-    /// Has `next` queued when this job has ended. Throws std::bad_alloc, and `next` is dropped.
-    void attach(const boost::intrusive_ptr<FutureJob>& next, std::string_view nextName);
+    /// Has `next` queued when this job has ended.
+    void attach(const boost::intrusive_ptr<FutureJob>& next);
+
+    // Of jobs that wait for another one, when that has ended.
+    void setToDrop() { state |= toDropMark; }
+    bool isToDrop() const { return (state & toDropMark) != 0; }
 
 protected:
     void claimed() override;
@@ -48,12 +50,19 @@ private:
     using Path = std::vector<boost::intrusive_ptr<FutureJob>>;
     boost::intrusive_ptr<FutureJob> firstUnfinished(Path& path);
     bool waitForEnd(const Deadline& end);
+    Outcome outcome() const;
 
-    std::atomic<bool> ready{false};
-    Outcome how = Outcome::cancelled;
+    static const unsigned short readyMark = firstOfDerived;
+    static const unsigned short awaitedMark = firstOfDerived << 1;  ///< by a thread that sleeps
+    static const unsigned short followedMark = firstOfDerived << 2;  ///< `continuation` is set
+    static const unsigned short followsMark = firstOfDerived << 3;   ///< `source` is set
+    static const unsigned short toDropMark = firstOfDerived << 4;
+    static const int outcomeShift = 12;
+    static_assert((toDropMark << 1) <= (1 << outcomeShift), "the outcome has bits of its own");
+
     std::exception_ptr failure;
-    /// Both under `mutex`: what to queue at the end; and the job that this one is to be queued by.
-    boost::shared_ptr<PoolTask> continuation;
+    // Both under the parking place: what to queue at the end; the job that queues this one.
+    boost::intrusive_ptr<FutureJob> continuation;
     boost::intrusive_ptr<FutureJob> source;
 };
 
@@ -71,7 +80,7 @@ public:
         rethrowFailure();
         if constexpr (std::is_reference_v<R>) {
             return static_cast<R>(**result);
-        } else if constexpr (!std::is_void_v<R>) {
+        } else {
             return std::move(*result);
         }
     }
@@ -80,9 +89,7 @@ protected:
     template <typename Call>
     void keepResultOf(Call&& call)
     {
-        if constexpr (std::is_void_v<R>) {
-            call();
-        } else if constexpr (std::is_reference_v<R>) {
+        if constexpr (std::is_reference_v<R>) {
             auto&& referred = call();
             result = std::addressof(referred);
         } else {
@@ -92,34 +99,56 @@ protected:
 
 private:
     using Stored =
-        std::conditional_t< std::is_void_v<R>, std::monostate,
-                            std::conditional_t<std::is_reference_v<R>, std::remove_reference_t<R>*,
-                                               std::remove_cv_t<R>>>;
+        std::conditional_t<std::is_reference_v<R>, std::remove_reference_t<R>*, std::remove_cv_t<R>>;
     std::optional<Stored> result;
+};
+
+template <>
+class KTASYNC_EXPORT ResultJob<void> : public FutureJob {
+public:
+    using Result = void;
+
+    using FutureJob::FutureJob;
+    ~ResultJob() override;
+
+    void take() { rethrowFailure(); }
+
+protected:
+    template <typename Call>
+    void keepResultOf(Call&& call)
+    {
+        call();
+    }
 };
 
 /// With the callable.
 template <typename Bound>
 class FutureCall final : public ResultJob<typename Bound::Result> {
 public:
-    template <typename Origin, typename... Parts>
-    FutureCall(const Origin& origin, std::string_view name, Parts&&... parts)
-        : ResultJob<typename Bound::Result>(origin, name),
-          bound(std::in_place, std::in_place, std::forward<Parts>(parts)...)
+    template <typename... Parts>
+    FutureCall(Scheduler& ofPool, std::string_view name, Parts&&... parts)
+        : ResultJob<typename Bound::Result>(ofPool, name),
+          storage(std::in_place, std::forward<Parts>(parts)...)
     {
+    }
+    ~FutureCall() override
+    {
+        if (!this->hasEnded()) {
+            discard();
+        }
     }
 
 protected:
     void invoke() override
     {
         this->keepResultOf([this]() -> typename Bound::Result {
-            return (*bound)([this] { return this->token(); });
+            return storage.bound([this] { return this->token(); });
         });
     }
-    void discard() override { bound.reset(); }
+    void discard() override { storage.bound.~Bound(); }
 
 private:
-    std::optional<Bound> bound;
+    BoundStorage<Bound> storage;
 };
 
 }  // namespace detail

@@ -4,12 +4,12 @@
 #include <condition_variable>
 #include <exception>
 #include <mutex>
-#include <optional>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include <boost/intrusive/list.hpp>
+#include <boost/shared_ptr.hpp>
 #include <boost/smart_ptr/intrusive_ptr.hpp>
 #include <boost/smart_ptr/intrusive_ref_counter.hpp>
 
@@ -26,7 +26,7 @@ class Group;
 /// A job of a group. It is in one of the group's two lists from `start` until it ends.
 class KTASYNC_EXPORT GroupJob : public Job {
 public:
-    GroupJob(boost::intrusive_ptr<Group> ofGroup, std::string_view name);
+    GroupJob(boost::intrusive_ptr<Group> ofGroup, std::string_view jobName);
     ~GroupJob() override;
 
     const Group* group() const override { return owner.get(); }
@@ -49,19 +49,25 @@ public:
     template <typename... Parts>
     GroupCall(boost::intrusive_ptr<Group> ofGroup, std::string_view name, Parts&&... parts)
         : GroupJob(std::move(ofGroup), name),
-          bound(std::in_place, std::in_place, std::forward<Parts>(parts)...)
+          storage(std::in_place, std::forward<Parts>(parts)...)
     {
+    }
+    ~GroupCall() override
+    {
+        if (!hasEnded()) {
+            discard();
+        }
     }
 
 protected:
     void invoke() override
     {
-        static_cast<void>((*bound)([this] { return token(); }));
+        static_cast<void>(storage.bound([this] { return token(); }));
     }
-    void discard() override { bound.reset(); }
+    void discard() override { storage.bound.~Bound(); }
 
 private:
-    std::optional<Bound> bound;
+    BoundStorage<Bound> storage;
 };
 
 /// Counts the tasks of a group, and runs them for who waits. Shared by the group and its tasks: one
@@ -71,8 +77,11 @@ private:
 class KTASYNC_EXPORT Group : public boost::intrusive_ref_counter<Group> {
 public:
     Group(const KTPoolRef& pool, int limit);
+    ~Group();
 
-    const KTPoolRef& pool() const { return target; }
+    Scheduler& scheduler() const { return home; }
+    /// What tasks are called that get no name.
+    const ShortName& name() const { return usualName; }
 
     /// Takes a place. With all taken: false, or, if it is to block, waits for one. In a task of the
     /// group, which holds a place itself, it takes one beyond the limit instead of waiting.
@@ -80,12 +89,13 @@ public:
     Entry enter(bool block);
     void leave();
 
-    /// Has `job`, which has a place, run: by the pool or by who waits, or here and now if the place
-    /// is beyond the limit. Throws std::bad_alloc; the job is dropped then.
-    void start(const boost::intrusive_ptr<GroupJob>& job, std::string_view name, Entry place);
+    /// Has `job`, which has a place, run: by the pool or by a waiter, or here and now if the place
+    /// is beyond the limit.
+    void start(const boost::intrusive_ptr<GroupJob>& job, Entry place);
 
-    /// Has jobs of this group run that have no places yet, whatever the limit. Throws as `start`.
-    void startAll(const std::vector<boost::intrusive_ptr<Job>>& jobs, std::string_view name);
+    /// Has jobs of this group run that have no places yet, whatever the limit. Throws
+    /// std::bad_alloc, and none runs then.
+    void startAll(const std::vector<boost::intrusive_ptr<GroupJob>>& jobs);
 
     /// Runs what nobody has begun and waits for the rest; whether all has ended. Throws KTError in
     /// a task of the group, which it would wait for.
@@ -128,7 +138,10 @@ private:
     bool runOneOrWait(Lock& hold, const Deadline& end);
     void ended(GroupJob& job, Outcome outcome, std::exception_ptr error);
 
-    const KTPoolRef target;
+    /// Keeps the pool, which keeps the scheduler.
+    const boost::shared_ptr<KTThreadPool> pool;
+    Scheduler& home;
+    const ShortName usualName;
     const int limit;
     mutable std::mutex mutex;
     std::condition_variable changed;

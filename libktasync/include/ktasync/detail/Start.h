@@ -46,8 +46,8 @@ struct Start {
     }
 
     /// A job, not queued yet.
-    template <typename Origin, typename F, typename... Args>
-    static auto make(const Origin& origin, std::string_view name, F&& callable, Args&&... args)
+    template <typename F, typename... Args>
+    static auto make(Scheduler& pool, std::string_view name, F&& callable, Args&&... args)
     {
         using Call = BoundOf<F, Args...>;
         static_assert(Call::Call::possible,
@@ -56,7 +56,7 @@ struct Start {
                       "one");
         if constexpr (Call::Call::possible) {
             return boost::intrusive_ptr<FutureCall<Call>>(new FutureCall<Call>(
-                origin, name, std::forward<F>(callable), std::forward<Args>(args)...));
+                pool, name, std::forward<F>(callable), std::forward<Args>(args)...));
         } else {
             return boost::intrusive_ptr<ResultJob<void>>();
         }
@@ -71,8 +71,9 @@ struct Start {
                       "the callable of then can't be called with the result (moved), nor with the "
                       "ready KTFuture, nor after a const KTStopToken&");
         if constexpr (Next::possible) {
-            const auto job = make(*source, name, Next(source, std::forward<F>(callable)));
-            source->attach(job, name);
+            const auto job =
+                make(source->scheduler(), name, Next(source, std::forward<F>(callable)));
+            source->attach(job);
             source.reset();
             return futureOf(job);
         }

@@ -1,0 +1,259 @@
+#include <ktasync/detail/Group.h>
+
+#include <utility>
+
+#include <kterror/KTError.h>
+#include <ktthread/KTThreadPool.h>
+
+#include "../base/Cancellation.h"
+#include "../base/Deadline.h"
+#include "../job/CurrentJob.h"
+#include "../scheduler/Scheduler.h"
+
+namespace KT {
+namespace detail {
+
+namespace {
+
+/// How often a group that is destroyed in a task looks whether that was asked to stop.
+const int lookForStopMs = 20;
+
+}  // namespace
+
+GroupJob::GroupJob(boost::intrusive_ptr<Group> ofGroup, std::string_view jobName)
+    : Job(ofGroup->scheduler(), jobName), owner(std::move(ofGroup))
+{
+}
+
+GroupJob::~GroupJob() = default;
+
+void GroupJob::claimed()
+{
+    const std::lock_guard<std::mutex> hold(owner->mutex);
+    owner->moveToRunningLocked(*this);
+}
+
+void GroupJob::conclude(Outcome outcome, std::exception_ptr error)
+{
+    owner->ended(*this, outcome, std::move(error));
+}
+
+Group::Group(const KTPoolRef& ofPool, int limitOfPlaces)
+    : pool(ofPool.pool()),
+      home(ofPool.scheduler()),
+      usualName(ofPool.defaultName()),
+      limit(limitOfPlaces)
+{
+}
+
+Group::~Group() = default;
+
+bool Group::isCallersOwn() const
+{
+    return CurrentJob::isAny([this](const Job& job) { return job.group() == this; });
+}
+
+Group::Entry Group::enter(bool block)
+{
+    const bool mayWait = block && limit > 0 && !isCallersOwn();
+    Lock hold(mutex);
+    while (isFullLocked() && mayWait && !isCancelled) {
+        runOneOrWait(hold, Deadline(-1));
+    }
+    if (isFullLocked() && !block) {
+        return Entry::refused;
+    }
+    const Entry entry = isFullLocked() ? Entry::beyond : Entry::within;
+    ++places;
+    return entry;
+}
+
+void Group::leave()
+{
+    const Lock hold(mutex);
+    --places;
+    changed.notify_all();
+}
+
+bool Group::listLocked(GroupJob& job)
+{
+    if (!isCancelled) {
+        waiting.push_back(job);
+        // Who waits may be the only one left to run it.
+        changed.notify_all();
+    }
+    return !isCancelled;
+}
+
+void Group::moveToRunningLocked(GroupJob& job)
+{
+    if (job.hook.is_linked() && !job.isRunning) {
+        waiting.erase(waiting.iterator_to(job));
+        running.push_back(job);
+        job.isRunning = true;
+    }
+}
+
+void Group::start(const boost::intrusive_ptr<GroupJob>& job, Entry place)
+{
+    bool isListed = false;
+    {
+        const Lock hold(mutex);
+        isListed = listLocked(*job);
+    }
+    if (!isListed) {
+        job->drop();
+    } else if (place == Entry::within) {
+        home.submitNear(job);
+    } else if (job->claim()) {
+        runForWaiter(*job);
+    }
+}
+
+void Group::startAll(const std::vector<boost::intrusive_ptr<GroupJob>>& jobs)
+{
+    std::vector<WorkPointer> batch(jobs.begin(), jobs.end());
+    {
+        const Lock hold(mutex);
+        places += static_cast<int>(jobs.size());
+        for (const boost::intrusive_ptr<GroupJob>& job : jobs) {
+            listLocked(*job);
+        }
+    }
+    home.submitAll(std::move(batch));
+}
+
+bool Group::wait(int milliseconds)
+{
+    const Deadline end(milliseconds);
+    bool mayBlock = false;
+    Lock hold(mutex);
+    while (places != 0) {
+        if (waiting.empty() && !std::exchange(mayBlock, true) && isCallersOwn()) {
+            throw KTError("KTTaskGroup", "wait",
+                          "called in a task of the group, which it waits for", __FILE__, __LINE__);
+        }
+        if (!runOneOrWait(hold, end)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool Group::runOneOrWait(Lock& hold, const Deadline& end)
+{
+    if (waiting.empty() || end.isOver()) {
+        if (end.isOver()) {
+            return false;
+        }
+        end.wait(hold, changed);
+        return true;
+    }
+    const boost::intrusive_ptr<GroupJob> job(&waiting.front());
+    moveToRunningLocked(*job);
+    hold.unlock();
+    if (job->claim()) {
+        runForWaiter(*job);
+    }
+    hold.lock();
+    return true;
+}
+
+void Group::dropWaiting()
+{
+    for (;;) {
+        boost::intrusive_ptr<GroupJob> job;
+        {
+            const Lock hold(mutex);
+            isCancelled = true;
+            if (waiting.empty()) {
+                return;
+            }
+            job = &waiting.front();
+            moveToRunningLocked(*job);
+        }
+        job->drop();
+    }
+}
+
+void Group::cancel()
+{
+    dropWaiting();
+    // None begins from here on. Those that run are asked one by one without the lock, since letting
+    // go of a job may run a client's destructor.
+    Lock hold(mutex);
+    for (std::size_t left = running.size(); left > 0 && !running.empty(); --left) {
+        const boost::intrusive_ptr<GroupJob> job(&running.front());
+        running.splice(running.end(), running, running.begin());
+        hold.unlock();
+        job->requestStop();
+        hold.lock();
+    }
+}
+
+Group::Account Group::close(bool isUnwinding)
+{
+    const NoCancellation off;
+    const Job* const around = CurrentJob::ofThisThread();
+    bool isToEnd = isUnwinding;
+    if (!isIdle() && isCallersOwn()) {
+        cancel();
+        return Account();
+    }
+    do {
+        isToEnd = isToEnd || (around != nullptr && around->stopRequested());
+        if (isToEnd) {
+            cancel();
+        }
+    } while (!wait(isToEnd ? -1 : lookForStopMs));
+    return settle();
+}
+
+Group::Account Group::settle()
+{
+    const Lock hold(mutex);
+    isCancelled = false;
+    return std::exchange(account, Account());
+}
+
+void Group::ended(GroupJob& job, Outcome outcome, std::exception_ptr error)
+{
+    const Lock hold(mutex);
+    if (job.hook.is_linked()) {
+        Jobs& list = job.isRunning ? running : waiting;
+        list.erase(list.iterator_to(job));
+    }
+    failed += outcome == Outcome::failed;
+    const bool isCancellation = outcome == Outcome::cancelled || outcome == Outcome::lost;
+    cancelled += isCancellation;
+    // In a cancelled group, that a task gives up is no failure.
+    if (error && !account.first && !(isCancellation && isCancelled)) {
+        account.first = std::move(error);
+    }
+    account.lost = account.lost || (isCancellation && !isCancelled);
+    --places;
+    if (places == 0 || limit > 0) {
+        changed.notify_all();
+    }
+}
+
+bool Group::isIdle() const
+{
+    const Lock hold(mutex);
+    return places == 0;
+}
+
+int Group::failures() const
+{
+    const Lock hold(mutex);
+    return failed;
+}
+
+int Group::cancellations() const
+{
+    const Lock hold(mutex);
+    return cancelled;
+}
+
+}  // namespace detail
+}  // namespace KT

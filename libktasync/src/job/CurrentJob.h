@@ -1,0 +1,39 @@
+/// What the calling thread is in.
+#pragma once
+
+#include <ktasync/detail/Job.h>
+
+namespace KT {
+namespace detail {
+
+/// A job that a thread runs, inside of another one where a waiting job runs it.
+struct CurrentJob {
+    Job* job;
+    const CurrentJob* around;
+
+    /// Of the calling thread; null if it is in none.
+    static thread_local const CurrentJob* innermost;
+    /// Whether the thread shows what it does by its name: a worker, not a client's.
+    static thread_local bool showsName;
+
+    /// Whether the calling thread is in a job that `predicate` holds for.
+    template <typename Predicate>
+    static bool isAny(const Predicate& predicate)
+    {
+        for (const CurrentJob* each = innermost; each != nullptr; each = each->around) {
+            if (predicate(*each->job)) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    /// The innermost one; null if the calling thread is in none.
+    static Job* ofThisThread()
+    {
+        return innermost != nullptr ? innermost->job : nullptr;
+    }
+};
+
+}  // namespace detail
+}  // namespace KT

@@ -1,0 +1,242 @@
+#include <ktasync/detail/Job.h>
+
+#include <utility>
+
+#include <pthread.h>
+
+#include <ktasync/KTCancelled.h>
+#include <ktasync/KTStopToken.h>
+
+#include "../base/Cancellation.h"
+#include "../base/Deadline.h"
+#include "../base/ParkingPlace.h"
+#include "../scheduler/Carrier.h"
+#include "../scheduler/Scheduler.h"
+#include "../scheduler/ThreadName.h"
+#include "CurrentJob.h"
+
+namespace KT {
+namespace detail {
+
+thread_local const CurrentJob* CurrentJob::innermost = nullptr;
+thread_local bool CurrentJob::showsName = false;
+
+namespace {
+
+bool showsName()
+{
+    return CurrentJob::showsName || Carrier::isThisThread();
+}
+
+}  // namespace
+
+/// The time in which the calling thread runs a job: ends the job, whichever way it is left.
+class JobTurn {
+public:
+    explicit JobTurn(Job& jobToRun) : job(jobToRun), frame{&jobToRun, CurrentJob::innermost}
+    {
+        CurrentJob::innermost = &frame;
+        if (frame.around != nullptr) {
+            frame.around->job->setInner(&job);
+            if (showsName()) {
+                showTaskName(job.name());
+            }
+        }
+        if (job.queuedAt != Time::time_point()) {
+            startedAt = Time::now();
+        }
+        job.home.probeStarted(job);
+    }
+
+    /// Left without `end`: the thread was cancelled.
+    ~JobTurn()
+    {
+        if (!ended) {
+            end(Outcome::lost, nullptr);
+        }
+    }
+
+    JobTurn(const JobTurn&) = delete;
+    JobTurn& operator=(const JobTurn&) = delete;
+
+    void end(Outcome outcome, std::exception_ptr error)
+    {
+        ended = true;
+        job.home.probeEnded(job);
+        CurrentJob::innermost = frame.around;
+        if (frame.around != nullptr) {
+            frame.around->job->setInner(nullptr);
+            if (showsName()) {
+                showTaskName(frame.around->job->name());
+            }
+        }
+        job.finish(outcome, std::move(error), startedAt);
+    }
+
+private:
+    Job& job;
+    const CurrentJob frame;
+    Time::time_point startedAt;
+    bool ended = false;
+};
+
+Job::Job(Scheduler& ofPool, std::string_view name)
+    : Work(name),
+      home(ofPool),
+      queuedAt(ofPool.observers.isEmpty() ? Time::time_point() : Time::now())
+{
+}
+
+Job::~Job() = default;
+
+KTStopToken Job::token() const
+{
+    return KTStopToken(this);
+}
+
+bool Job::claim()
+{
+    if ((state.fetch_or(claimedMark) & claimedMark) != 0) {
+        return false;
+    }
+    leaveQueue();
+    claimed();
+    return true;
+}
+
+void Job::execute()
+{
+    if (claim()) {
+        runBody(PTHREAD_CANCEL_ENABLE);
+    }
+}
+
+void Job::run()
+{
+    const NoCancellation off;
+    runBody(off.before());
+}
+
+// With cancellation disabled around the call.
+void Job::runBody(int cancelStateOfCall)
+{
+    JobTurn turn(*this);
+    Outcome outcome = Outcome::done;
+    // Ends after the handlers do: nobody but a waiter then holds the exception, and destroys it.
+    std::exception_ptr error;
+    try {
+        const CancelState asGiven(cancelStateOfCall);
+        invoke();
+    } catch (const KTCancelled&) {
+        outcome = Outcome::cancelled;
+        error = std::current_exception();
+    } catch (...) {
+        outcome = Outcome::failed;
+        error = std::current_exception();
+        if (!error) {
+            unwindOn();
+        }
+    }
+    turn.end(outcome, std::move(error));
+}
+
+void Job::abandon()
+{
+    drop(Outcome::lost);
+}
+
+bool Job::drop(Outcome outcome)
+{
+    const NoCancellation off;
+    if (!claim()) {
+        return false;
+    }
+    finish(outcome, nullptr, Time::time_point());
+    return true;
+}
+
+void Job::finish(Outcome outcome, std::exception_ptr error, Time::time_point startedAt)
+{
+    {
+        // What the job was given is destroyed inside of it: a group or a pool in there must not
+        // wait for this very job.
+        const CurrentJob frame{this, CurrentJob::innermost};
+        CurrentJob::innermost = &frame;
+        discard();
+        CurrentJob::innermost = frame.around;
+    }
+    // Before anybody hears of the end: who then looks at the figures finds the task in them.
+    if (queuedAt != Time::time_point()) {
+        report(outcome, startedAt);
+    }
+    conclude(outcome, std::move(error));
+    if ((state.fetch_or(ended, std::memory_order_relaxed) & counted) != 0) {
+        home.workEnded();
+    }
+}
+
+void Job::report(Outcome outcome, Time::time_point startedAt) const
+{
+    const Time::time_point now = Time::now();
+    const bool hasRun = startedAt != Time::time_point();
+    const Time::time_point start = hasRun ? startedAt : now;
+    home.observers.report({name(), outcome, start - queuedAt, hasRun, now - start});
+}
+
+void Job::requestStop()
+{
+    boost::intrusive_ptr<Job> job(this);
+    while (job) {
+        boost::intrusive_ptr<Job> next;
+        {
+            ParkingPlace& place = ParkingPlace::of(job.get());
+            const std::lock_guard<std::mutex> hold(place.mutex);
+            job->state |= stopMark;
+            place.changed.notify_all();
+            next = job->inner;
+        }
+        job = std::move(next);
+    }
+}
+
+void Job::setInner(Job* job)
+{
+    boost::intrusive_ptr<Job> previous(job);
+    bool stopped = false;
+    {
+        const std::lock_guard<std::mutex> hold(ParkingPlace::of(this).mutex);
+        inner.swap(previous);
+        stopped = stopRequested();
+    }
+    if (stopped && job != nullptr) {
+        job->requestStop();
+    }
+}
+
+bool Job::waitForStop(int milliseconds) const
+{
+    const Deadline end(milliseconds);
+    ParkingPlace& place = ParkingPlace::of(this);
+    std::unique_lock<std::mutex> hold(place.mutex);
+    while (!stopRequested()) {
+        if (end.isOver()) {
+            return false;
+        }
+        end.wait(hold, place.changed);
+    }
+    return true;
+}
+
+bool enqueue(boost::intrusive_ptr<Job> job)
+{
+    Scheduler& scheduler = job->scheduler();
+    return scheduler.submit(std::move(job));
+}
+
+bool enqueueAll(Scheduler& pool, std::vector<boost::intrusive_ptr<Work>> jobs)
+{
+    return pool.submitAll(std::move(jobs));
+}
+
+}  // namespace detail
+}  // namespace KT

@@ -1,0 +1,18 @@
+#include <ktasync/detail/PostJob.h>
+
+#include "../base/Warnings.h"
+
+namespace KT {
+namespace detail {
+
+PostJob::~PostJob() = default;
+
+void PostJob::conclude(Outcome outcome, std::exception_ptr error)
+{
+    if (outcome == Outcome::failed) {
+        logUnseen(name(), error);
+    }
+}
+
+}  // namespace detail
+}  // namespace KT

@@ -1,0 +1,133 @@
+#include "Carrier.h"
+
+#include <cstring>
+
+#include <ktthread/KTThread.h>
+
+#include "../base/Cancellation.h"
+#include "ThreadName.h"
+
+namespace KT {
+namespace detail {
+
+namespace {
+
+/// What the calling thread runs, if it is a worker.
+struct OfThisThread {
+    const Scheduler* scheduler;
+    Runner* runner;
+};
+thread_local OfThisThread ofThisThread = {nullptr, nullptr};
+
+/// Shows the name of `work`, unless it is shown already.
+void show(Runner& runner, const Work& work)
+{
+    const std::string_view name = work.name();
+    if (name.compare(0, name.npos, runner.shownName.data()) != 0) {
+        showTaskName(name);
+        runner.shownName[name.copy(runner.shownName.data(), runner.shownName.size() - 1)] = '\0';
+    }
+}
+
+}  // namespace
+
+Carrier::Carrier(Scheduler& itsScheduler, Runner& itsPlace)
+    : scheduler(&itsScheduler), runner(itsPlace)
+{
+    setTaskName("carrier");
+    // Of the tasks that are queued after the carrier, some may wait for its worker.
+    runner.coreTasksSeen = itsScheduler.coreTasks;
+}
+
+Carrier::~Carrier()
+{
+    if (!hasBegun) {
+        scheduler->carrierDropped(runner);
+    }
+}
+
+Runner& Carrier::disown()
+{
+    hasBegun = true;
+    return runner;
+}
+
+Runner* Carrier::runnerOfThisThread(const Scheduler& scheduler)
+{
+    return ofThisThread.scheduler == &scheduler ? ofThisThread.runner : nullptr;
+}
+
+int Carrier::workerOfThisThread()
+{
+    return ofThisThread.runner != nullptr ? ofThisThread.runner->worker : -1;
+}
+
+bool Carrier::isThisThread()
+{
+    return ofThisThread.runner != nullptr;
+}
+
+/// The time that a carrier has a worker; it may be cut off by force.
+class Carrier::Shift {
+public:
+    explicit Shift(Carrier& itsCarrier) : carrier(itsCarrier)
+    {
+        carrier.scheduler->enter(carrier.runner);
+        carrier.runner.worker = carrier.slotOfWorker();
+        carrier.isAtWork = true;
+        ofThisThread = {carrier.scheduler.get(), &carrier.runner};
+    }
+    ~Shift()
+    {
+        // What the worker shows from here on. Without an allocation: it has 15 characters at most.
+        carrier.taskName.assign(carrier.runner.shownName.data());
+        carrier.isAtWork = false;
+        ofThisThread = {nullptr, nullptr};
+        carrier.scheduler->leave(carrier.runner, carrier.isStopped());
+    }
+    Shift(const Shift&) = delete;
+    Shift& operator=(const Shift&) = delete;
+
+private:
+    Carrier& carrier;
+};
+
+void Carrier::run()
+{
+    hasBegun = true;
+    const NoCancellation off;
+    const Shift shift(*this);
+    while (const WorkPointer work = scheduler->next(runner, *this)) {
+        runOne(*work);
+    }
+}
+
+void Carrier::runOne(Work& work)
+{
+    /// Also where the work is cut off by force.
+    struct Turn {
+        explicit Turn(CurrentWork& ofCarrier) : current(ofCarrier) {}
+        ~Turn() { current.end(); }
+        Turn(const Turn&) = delete;
+        Turn& operator=(const Turn&) = delete;
+        CurrentWork& current;
+    };
+    if (!current.begin(work)) {
+        scheduler->outerQueue().putBack(&work);
+        return;
+    }
+    const Turn turn(current);
+    show(runner, work);
+    work.execute();
+}
+
+void Carrier::exitTask()
+{
+    current.requestStop();
+    if (isAtWork) {
+        scheduler->idle.callTo(runner, Runner::callToLeave);
+    }
+}
+
+}  // namespace detail
+}  // namespace KT

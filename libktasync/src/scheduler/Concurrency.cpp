@@ -1,0 +1,53 @@
+#include "Concurrency.h"
+
+#include <algorithm>
+
+namespace KT {
+namespace detail {
+
+namespace {
+
+/// A target that is too high falls by this part of the excess with each look, and by one at least.
+const int slowness = 8;
+
+}  // namespace
+
+Concurrency::Concurrency(int atLeast, int atMost, int numberOfProcessors)
+    : least(atLeast), most(atMost), processors(numberOfProcessors), aim(atLeast)
+{
+}
+
+void Concurrency::reset()
+{
+    aim = least;
+    shareBefore = 1;
+}
+
+int Concurrency::wanted(const CarrierCensus& census, double runnableShare) const
+{
+    // Work that isn't there needs no carriers.
+    const double useful = census.carriers + static_cast<double>(census.queued);
+    const double ideal = runnableShare > 0 ? processors / runnableShare : useful;
+    return static_cast<int>(std::min({ideal, useful, static_cast<double>(most)}));
+}
+
+bool Concurrency::add(const CarrierCensus& census)
+{
+    if (census.sampled < 1) {
+        return false;
+    }
+    const double share = static_cast<double>(census.runnable) / census.sampled;
+    const double both = (share + shareBefore) / 2;
+    shareBefore = share;
+    const int before = aim;
+    const int better = std::max(wanted(census, both), least);
+    if (better >= aim) {
+        aim = better;
+    } else if (share * census.carriers > processors) {
+        aim -= std::max((aim - better) / slowness, 1);
+    }
+    return aim != before;
+}
+
+}  // namespace detail
+}  // namespace KT

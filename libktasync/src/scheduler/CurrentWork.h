@@ -1,0 +1,35 @@
+/// The work that a carrier is at.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include <ktasync/detail/Work.h>
+
+namespace KT {
+namespace detail {
+
+/// One word, so that a stop request reaches the work that runs, or keeps the next one from
+/// beginning, and never touches one that has ended. The carrier's thread begins and ends work; any
+/// other may request a stop.
+class CurrentWork {
+public:
+    /// False if a stop was requested: `work` must not run then.
+    bool begin(Work& work);
+    /// Blocks for as long as a stop request is at the work.
+    void end();
+
+    /// Asks the work, if there is any, and keeps others from beginning.
+    void requestStop();
+    bool isStopped() const { return (word & stopped) != 0; }
+
+private:
+    // In the low bits of the address.
+    static const std::uintptr_t stopped = 1;
+    static const std::uintptr_t held = 2;
+
+    std::atomic<std::uintptr_t> word{0};
+};
+
+}  // namespace detail
+}  // namespace KT

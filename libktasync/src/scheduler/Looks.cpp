@@ -1,0 +1,156 @@
+// What the clock does for a pool: it rescues, sizes and shrinks.
+#include <algorithm>
+#include <new>
+
+#include "Scheduler.h"
+
+namespace KT {
+namespace detail {
+
+namespace {
+
+using std::chrono::microseconds;
+using std::chrono::milliseconds;
+
+// A look costs some ten microseconds: at these periods less than 1 % of a processor.
+const microseconds shortestPeriod(500);
+const milliseconds longestPeriod(4);
+
+/// Looks that find nothing to do before the clock leaves a pool alone.
+const int quietLooksBeforeRest = 16;
+
+/// Threads looked at.
+const int largestSample = 16;
+
+/// The core retires workers only in a pool of more than this many.
+const int coreFloor = 18;
+
+/// After a thread couldn't be made. Each attempt makes a log record.
+const milliseconds pauseAfterFailure(1000);
+
+}  // namespace
+
+Time::time_point Scheduler::look(Time::time_point now)
+{
+    const boost::shared_ptr<KTThreadPool> pool = target.lock();
+    if (!pool) {
+        return never;
+    }
+    // A wake-up that was lost, of a carrier or of a task of the core.
+    const bool isCoreWaiting = pool->wake();
+    const bool isWorkWaiting = hasWork();
+    const KTThreadPoolStatus status = pool->status();
+    mostBusy = std::max({mostBusy, status.busyThreads, carriers.load()});
+    if (isWorkWaiting && status.threads < 1) {
+        abandonAll();  // no worker will ever get to it
+    } else if (isWorkWaiting) {
+        resize(*pool, status, now);
+    }
+    if (isCoreWaiting || isWorkWaiting) {
+        quietLooks = 0;
+        return now + period;
+    }
+    period = shortestPeriod;
+    if (++quietLooks < quietLooksBeforeRest) {
+        return now + longestPeriod;
+    }
+    return rest(*pool, status, now);
+}
+
+// Leaves the pool alone until it is watched again, or until workers are to retire.
+Time::time_point Scheduler::rest(KTThreadPool& pool, const KTThreadPoolStatus& status,
+                                 Time::time_point now)
+{
+    quietLooks = 0;
+    const Time::time_point next = shrink(pool, status, now);
+    isWatched = false;
+    // Whoever queued something before that relies on the clock.
+    if (hasWork() || unstarted != 0) {
+        watch();
+    }
+    return next;
+}
+
+CarrierCensus Scheduler::count()
+{
+    CarrierCensus census{carriers - idle.size(), 0, 0, waiting()};
+    const int known = runnerCount;
+    for (int i = 0; i < known && census.sampled < largestSample; ++i) {
+        nextSample = (nextSample + 1) % known;
+        const Runner& runner = *runners[static_cast<std::size_t>(nextSample)].load();
+        const pid_t thread = runner.thread;
+        if (thread != 0 && !runner.isIdle) {
+            ++census.sampled;
+            census.runnable += threadStates.isRunnable(thread) ? 1 : 0;
+        }
+    }
+    return census;
+}
+
+void Scheduler::resize(KTThreadPool& pool, const KTThreadPoolStatus& status, Time::time_point now)
+{
+    period = std::min<Time::duration>(period * 2, longestPeriod);
+    if (options.isAdaptive) {
+        const bool isChanged = concurrency.add(count());
+        most = concurrency.target();
+        if (isChanged) {
+            period = shortestPeriod;
+        }
+        grow(pool, status, now);
+        for (std::size_t useful = waiting(); useful > 0 && mayStart(); --useful) {
+            start();
+        }
+    }
+    call();
+}
+
+// Starts the workers that the carriers need, beside those that tasks of the core have.
+void Scheduler::grow(KTThreadPool& pool, const KTThreadPoolStatus& status, Time::time_point now)
+{
+    const int atCoreTasks = std::max(status.busyThreads + idle.size() - carriers + unstarted, 0);
+    const int missing =
+        std::min(most + atCoreTasks, options.maxThreads) - std::max(status.threads, 0);
+    if (missing <= 0 || now < growthPausedUntil) {
+        return;
+    }
+    try {
+        if (pool.adjustThread(missing)) {
+            return;
+        }
+    } catch (const std::bad_alloc&) {
+        // As if no thread could be made.
+    }
+    growthPausedUntil = now + pauseAfterFailure;
+}
+
+// Has workers retire that weren't needed for a while; when to look next.
+Time::time_point Scheduler::shrink(KTThreadPool& pool, const KTThreadPoolStatus& status,
+                                   Time::time_point now)
+{
+    const int least = std::max(options.threads, coreFloor);
+    if (!options.isAdaptive || status.threads <= least) {
+        return never;
+    }
+    if (shrinkAt == never) {
+        shrinkAt = now + options.idleTimeout;
+        mostBusy = 0;
+    }
+    if (now < shrinkAt) {
+        return shrinkAt;
+    }
+    shrinkAt = never;
+    const int surplus = status.threads - std::max(least, mostBusy);
+    if (surplus > 0) {
+        concurrency.reset();
+        most = concurrency.target();
+        pool.adjustThread(-surplus);
+        // A worker that sleeps retires when it is woken, and wakes the next one.
+        if (mayStart()) {
+            start();
+        }
+    }
+    return now + options.idleTimeout;
+}
+
+}  // namespace detail
+}  // namespace KT

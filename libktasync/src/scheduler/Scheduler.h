@@ -1,0 +1,173 @@
+/// Brings work to the workers of a pool.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include <boost/shared_ptr.hpp>
+#include <boost/smart_ptr/intrusive_ptr.hpp>
+#include <boost/weak_ptr.hpp>
+
+#include <ktthread/KTThreadPool.h>
+
+#include "../base/BriefMutex.h"
+#include "../base/Deadline.h"
+#include "../clock/Clock.h"
+#include "../clock/ThreadStates.h"
+#include "Concurrency.h"
+#include "IdleRunners.h"
+#include "Observers.h"
+#include "Runner.h"
+#include "WorkQueue.h"
+
+namespace KT {
+namespace detail {
+
+class Carrier;
+
+/// What a scheduler may do.
+struct SchedulerOptions {
+    int threads = 1;          ///< the pool keeps, once it has them
+    int maxThreads = 1;       ///< carriers at once
+    bool isAdaptive = false;  ///< it sizes the pool; otherwise the pool does that
+    Time::duration idleTimeout = std::chrono::seconds(10);
+    Time::duration spin = Time::duration::zero();
+    int processors = 1;
+    int shards = 0;  ///< queues; 0: as many as the processors need
+};
+
+/// The queue of a pool, and the carriers that empty it. A carrier is a task of the core: it keeps a
+/// worker, and runs work until there is none.
+///
+/// | invariant                                                              | kept by          |
+/// |------------------------------------------------------------------------|------------------|
+/// | while work waits, a carrier is queued or runs                          | call, leave      |
+/// | ... and one searches, or none waits idle and there are enough of them  | call, next, park |
+/// | work that no worker can reach any more is dropped                      | leave, look      |
+///
+/// A submission looks at three numbers after it has pushed its work: how many carriers search, how
+/// many wait idle, how many there are. A carrier changes its number before it looks for work once
+/// more. All of these accesses are sequentially consistent, so one of the two sees the other.
+/// At most one carrier is called at a time; it calls the next one when it has found work and there
+/// is more.
+///
+/// Any thread may use it.
+class Scheduler final : public Watched {
+public:
+    /// The one of `pool`, which is given one if it has none. Throws std::bad_alloc.
+    static Scheduler& of(const boost::shared_ptr<KTThreadPool>& pool);
+    /// For a pool that has none.
+    static Scheduler& attachTo(const boost::shared_ptr<KTThreadPool>& pool,
+                               const SchedulerOptions& options);
+    ~Scheduler() override;
+
+    /// Queues `work` in the order of submission. If the pool takes none, it abandons it, and says
+    /// false. Throws nothing: without memory for a carrier, the clock starts one later.
+    bool submit(WorkPointer work);
+    /// The same for many.
+    bool submitAll(std::vector<WorkPointer> batch);
+    /// The same for work that the calling work may need soon: in its own carrier's queue.
+    bool submitNear(WorkPointer work);
+
+    /// Null once the pool is gone.
+    boost::shared_ptr<KTThreadPool> pool() const { return target.lock(); }
+
+    /// Fires the probes of work that the calling thread runs.
+    void probeStarted(const Work& work) const;
+    void probeEnded(const Work& work) const;
+
+    /// Counts the end of work that was queued.
+    void workEnded();
+    /// Work that was queued and hasn't ended.
+    int unfinished() const;
+    /// Blocks until none is unfinished; false after the deadline, or once the pool has stopped.
+    bool waitUntilFinished(const Deadline& end);
+
+    Observers observers;
+
+    void tasksQueued() override;
+    void dropQueued() override;
+    void amend(KTThreadPoolStatus& status) const override;
+    Time::time_point look(Time::time_point now) override;
+
+private:
+    friend class Carrier;
+    class Abandoning;
+
+    Scheduler(const boost::shared_ptr<KTThreadPool>& pool, const SchedulerOptions& options);
+
+    // Submission.
+    WorkQueue& outerQueue();
+    bool hasWork() const;
+    std::size_t waiting() const;
+    bool isRefused();
+    bool call();
+    bool mayStart();
+    bool start();
+    void watch();
+    void abandonAll();
+
+    // A carrier's turns.
+    Runner& takeRunner();
+    void giveBack(Runner& runner);
+    void enter(Runner& runner);
+    WorkPointer next(Runner& runner, const Carrier& carrier);
+    WorkPointer find(Runner& runner);
+    WorkPointer steal(const Runner& thief);
+    void setSearching(Runner& runner, bool searches);
+    bool spin() const;
+    bool park(Runner& runner, const Carrier& carrier);
+    bool mustLeave(Runner& runner);
+    bool isOvertime(Runner& runner);
+    void leave(Runner& runner, bool isStopped);
+    void carrierDropped(Runner& runner);
+
+    // The clock's looks.
+    CarrierCensus count();
+    void resize(KTThreadPool& pool, const KTThreadPoolStatus& status, Time::time_point now);
+    void grow(KTThreadPool& pool, const KTThreadPoolStatus& status, Time::time_point now);
+    Time::time_point rest(KTThreadPool& pool, const KTThreadPoolStatus& status,
+                          Time::time_point now);
+    Time::time_point shrink(KTThreadPool& pool, const KTThreadPoolStatus& status,
+                            Time::time_point now);
+
+    const SchedulerOptions options;
+    const boost::weak_ptr<KTThreadPool> target;
+    const KTThreadPool* const probed;  ///< for the probes: the address only
+    std::vector<std::unique_ptr<WorkQueue>> outer;
+    std::vector<std::atomic<Runner*>> runners;
+    std::atomic<int> runnerCount{0};
+
+    BriefMutex mutex;
+    Runner* freeRunners = nullptr;  ///< under `mutex`
+
+    // Read with each submission, and seldom written while the pool is busy.
+    alignas(64) std::atomic<int> searching{0};
+    std::atomic<int> carriers{0};
+    std::atomic<int> unstarted{0};  ///< of those, in the core's queue
+    std::atomic<int> most;          ///< carriers at once
+    std::atomic<bool> isWatched{false};
+    std::atomic<bool> wasStopped{false};  ///< and may run again
+    std::atomic<std::uint64_t> coreTasks{0};  ///< that clients have queued with the core
+    IdleRunners idle;
+
+    alignas(64) std::atomic<std::uint64_t> endedElsewhere{0};
+    std::atomic<int> waiters{0};
+    std::atomic<int> abandoning{0};  ///< threads
+
+    // The clock's own.
+    Concurrency concurrency;
+    ThreadStates threadStates;
+    Time::duration period;
+    int quietLooks = 0;
+    int nextSample = 0;
+    int mostBusy = 0;
+    Time::time_point shrinkAt = never;
+    Time::time_point growthPausedUntil;
+};
+
+}  // namespace detail
+}  // namespace KT

@@ -1,0 +1,85 @@
+/// \file
+/// How another library runs work of its own on a pool's workers.
+#pragma once
+
+#include <cstddef>
+
+#include <boost/smart_ptr/intrusive_ref_counter.hpp>
+
+#include <ktthread/KTTask.h>
+#include <ktthread/KTThreadPoolStatus.h>
+#include <ktthread/export.h>
+
+namespace KT {
+
+class KTThreadPool;
+
+/// A task that brings an extension's work to a worker. The pool runs it as any other, but it is no
+/// task to those who look at the pool: no probe tells of it, and its extension takes it out of the
+/// figures of `KTThreadPool::status`.
+///
+/// \ingroup ktthread_own
+class KTTHREAD_EXPORT KTCarrier : public KTTask {
+protected:
+    /// As a KTTask's constructor.
+    KTCarrier();
+
+    /// For `run`. The slot may be another one later on.
+    ///
+    /// \return  that of the worker in the pool's table
+    int slotOfWorker() const;
+};
+
+/// What a library keeps beside a pool, and hears from it. A pool has one at most: see
+/// KTThreadPool::attach. The pool shares it, and releases it last. Any thread may call its operations,
+/// at the same time, with no lock held; they don't block and throw nothing.
+///
+/// \ingroup ktthread_own
+class KTTHREAD_EXPORT KTPoolExtension
+    : public boost::intrusive_ref_counter<KTPoolExtension> {
+public:
+    KTPoolExtension();
+    virtual ~KTPoolExtension();
+    KTPoolExtension(const KTPoolExtension&) = delete;
+    KTPoolExtension& operator=(const KTPoolExtension&) = delete;
+
+    /// Tasks that aren't carriers have been queued.
+    virtual void tasksQueued() = 0;
+
+    /// The pool has dropped the tasks in its queue, and the extension is to drop its own work: at
+    /// the start of each shutdown, and when the last worker has ended.
+    virtual void dropQueued() = 0;
+
+    /// Adds what the extension has in its own queue to the pool's figures, and takes out its
+    /// carriers.
+    ///
+    /// \param status  of the pool alone
+    virtual void amend(KTThreadPoolStatus& status) const = 0;
+
+    /// Fires the probe task_queued for work that is queued with the extension.
+    ///
+    /// \param pool    that it is for
+    /// \param name    of the work, null-terminated
+    /// \param queued  how much of it waits
+    static void probeQueued(const KTThreadPool* pool, const char* name, std::size_t queued);
+
+    /// Fires the probe task_started.
+    ///
+    /// \param pool    that it is for
+    /// \param name    of the work, null-terminated
+    /// \param worker  its slot; -1 if another thread does the work
+    /// \param queued  how much of it waits
+    static void probeStarted(const KTThreadPool* pool, const char* name, int worker,
+                             std::size_t queued);
+
+    /// Fires the probe task_ended.
+    ///
+    /// \param pool    that it is for
+    /// \param name    of the work, null-terminated
+    /// \param worker  its slot; -1 if another thread does the work
+    /// \param queued  how much of it waits
+    static void probeEnded(const KTThreadPool* pool, const char* name, int worker,
+                           std::size_t queued);
+};
+
+}  // namespace KT
