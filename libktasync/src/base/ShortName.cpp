@@ -10,8 +10,7 @@ namespace detail {
 
 ShortName::ShortName(std::string_view name)
 {
-    const std::size_t length = std::min(name.size(), sizeof text - 1);
-    text[name.copy(text, length)] = '\0';
+    name.copy(text, sizeof text - 1);
 }
 
 ShortName::ShortName(const char* function, const char* file, int line)

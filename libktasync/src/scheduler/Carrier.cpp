@@ -1,7 +1,5 @@
 #include "Carrier.h"
 
-#include <cstring>
-
 #include <ktthread/KTThread.h>
 
 #include "../base/Cancellation.h"
@@ -22,10 +20,9 @@ thread_local OfThisThread ofThisThread = {nullptr, nullptr};
 /// Shows the name of `work`, unless it is shown already.
 void show(Runner& runner, const Work& work)
 {
-    const std::string_view name = work.name();
-    if (name.compare(0, name.npos, runner.shownName.data()) != 0) {
-        showTaskName(name);
-        runner.shownName[name.copy(runner.shownName.data(), runner.shownName.size() - 1)] = '\0';
+    if (!(runner.shownName == work.fixedName())) {
+        showTaskName(work.name());
+        runner.shownName = work.fixedName();
     }
 }
 
@@ -80,7 +77,7 @@ public:
     ~Shift()
     {
         // What the worker shows from here on. Without an allocation: it has 15 characters at most.
-        carrier.taskName.assign(carrier.runner.shownName.data());
+        carrier.taskName = carrier.runner.shownName.view();
         carrier.isAtWork = false;
         ofThisThread = {nullptr, nullptr};
         carrier.scheduler->leave(carrier.runner, carrier.isStopped());

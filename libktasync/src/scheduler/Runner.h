@@ -1,7 +1,6 @@
 /// The place of a carrier that runs.
 #pragma once
 
-#include <array>
 #include <atomic>
 #include <cstdint>
 
@@ -42,7 +41,7 @@ struct Runner {
     int worker = -1;                      ///< its slot, for the probes
     std::uint64_t coreTasksSeen = 0;      ///< that had been queued before the carrier was
     Time::time_point overtimeFrom;        ///< it gives its worker back then
-    std::array<char, 16> shownName = {};  ///< the task whose name the thread shows; empty: none
+    ShortName shownName{""};  ///< of the task that the thread shows; empty: of none
 };
 
 }  // namespace detail

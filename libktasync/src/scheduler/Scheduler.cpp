@@ -46,11 +46,12 @@ Scheduler::Scheduler(const boost::shared_ptr<KTThreadPool>& pool, const Schedule
     : options(chosen),
       target(pool),
       probed(pool.get()),
+      listeners(probeListeners()),
       outer(shardsFor(chosen)),
       runners(static_cast<std::size_t>(chosen.maxThreads)),
       most(chosen.isAdaptive ? std::min(chosen.threads, chosen.processors) : chosen.maxThreads),
       concurrency(most, chosen.maxThreads, chosen.processors),
-      period(Time::duration::zero())
+      period(firstLook)
 {
     for (std::unique_ptr<WorkQueue>& queue : outer) {
         queue = std::make_unique<WorkQueue>();
@@ -94,7 +95,7 @@ WorkQueue& Scheduler::outerQueue()
 
 bool Scheduler::submit(WorkPointer work)
 {
-    KTPoolExtension::probeQueued(probed, work->name().data(), outer.front()->size() + 1);
+    probeQueued(*work);
     outerQueue().push(std::move(work));
     return call();
 }
@@ -102,7 +103,7 @@ bool Scheduler::submit(WorkPointer work)
 bool Scheduler::submitAll(std::vector<WorkPointer> batch)
 {
     for (const WorkPointer& work : batch) {
-        KTPoolExtension::probeQueued(probed, work->name().data(), outer.front()->size() + 1);
+        probeQueued(*work);
     }
     outerQueue().pushAll(std::move(batch));
     return call();
@@ -114,7 +115,7 @@ bool Scheduler::submitNear(WorkPointer work)
     if (runner == nullptr) {
         return submit(std::move(work));
     }
-    KTPoolExtension::probeQueued(probed, work->name().data(), outer.front()->size() + 1);
+    probeQueued(*work);
     runner->own.push(std::move(work));
     return call();
 }
@@ -230,16 +231,21 @@ void Scheduler::watch()
     }
 }
 
-void Scheduler::probeStarted(const Work& work) const
+void Scheduler::fireQueued(const Work& work) const
 {
-    KTPoolExtension::probeStarted(probed, work.name().data(), Carrier::workerOfThisThread(),
-                                  outer.front()->size());
+    KTPoolExtension::probeQueued(probed, work.name().data(), waiting() + 1);
 }
 
-void Scheduler::probeEnded(const Work& work) const
+void Scheduler::fireStarted(const Work& work) const
+{
+    KTPoolExtension::probeStarted(probed, work.name().data(), Carrier::workerOfThisThread(),
+                                  waiting());
+}
+
+void Scheduler::fireEnded(const Work& work) const
 {
     KTPoolExtension::probeEnded(probed, work.name().data(), Carrier::workerOfThisThread(),
-                                outer.front()->size());
+                                waiting());
 }
 
 void Scheduler::workEnded()

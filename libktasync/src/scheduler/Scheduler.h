@@ -75,9 +75,19 @@ public:
     /// Null once the pool is gone.
     boost::shared_ptr<KTThreadPool> pool() const { return target.lock(); }
 
-    /// Fires the probes of work that the calling thread runs.
-    void probeStarted(const Work& work) const;
-    void probeEnded(const Work& work) const;
+    /// Fires the probes of work that the calling thread runs, if anybody listens.
+    void probeStarted(const Work& work) const
+    {
+        if (*listeners.started != 0) {
+            fireStarted(work);
+        }
+    }
+    void probeEnded(const Work& work) const
+    {
+        if (*listeners.ended != 0) {
+            fireEnded(work);
+        }
+    }
 
     /// Counts the end of work that was queued.
     void workEnded();
@@ -100,6 +110,15 @@ private:
     Scheduler(const boost::shared_ptr<KTThreadPool>& pool, const SchedulerOptions& options);
 
     // Submission.
+    void probeQueued(const Work& work) const
+    {
+        if (*listeners.queued != 0) {
+            fireQueued(work);
+        }
+    }
+    void fireQueued(const Work& work) const;
+    void fireStarted(const Work& work) const;
+    void fireEnded(const Work& work) const;
     WorkQueue& outerQueue();
     bool hasWork() const;
     std::size_t waiting() const;
@@ -137,6 +156,7 @@ private:
     const SchedulerOptions options;
     const boost::weak_ptr<KTThreadPool> target;
     const KTThreadPool* const probed;  ///< for the probes: the address only
+    const Listeners listeners;
     std::vector<std::unique_ptr<WorkQueue>> outer;
     std::vector<std::atomic<Runner*>> runners;
     std::atomic<int> runnerCount{0};

@@ -57,7 +57,7 @@ void Scheduler::enter(Runner& runner)
     --unstarted;
     runner.isSearching = true;
     runner.overtimeFrom = Watched::never;
-    runner.shownName[0] = '\0';
+    runner.shownName = ShortName("");
     runner.thread = static_cast<pid_t>(syscall(SYS_gettid));
 }
 
@@ -149,7 +149,7 @@ bool Scheduler::park(Runner& runner, const Carrier& carrier)
         }
     } else {
         KTThread::setThreadName("KTThread [sleeping]");
-        runner.shownName[0] = '\0';
+        runner.shownName = ShortName("");
         futexWaitFor(runner.call, Runner::noCall, patience);
         if (idle.remove(runner)) {
             return false;

@@ -1,6 +1,8 @@
 /// Work in a row.
 #pragma once
 
+#include <utility>
+
 #include <boost/smart_ptr/intrusive_ptr.hpp>
 
 #include <ktasync/detail/Work.h>
@@ -26,12 +28,26 @@ public:
 
     void pushFront(WorkPointer work) { link(work.detach(), nullptr, first); }
     void pushBack(WorkPointer work) { link(work.detach(), last, nullptr); }
+    WorkPointer popFront() { return remove(*first); }
+    WorkPointer popBack() { return remove(*last); }
 
+    /// One that is in this list.
     WorkPointer remove(Work& work)
     {
-        (work.previousInList != nullptr ? work.previousInList->nextInList : first) = work.nextInList;
-        (work.nextInList != nullptr ? work.nextInList->previousInList : last) = work.previousInList;
+        (work.previousInList != nullptr ? work.previousInList->nextInList : first) =
+            work.nextInList;
+        (work.nextInList != nullptr ? work.nextInList->previousInList : last) =
+            work.previousInList;
         return WorkPointer(&work, false);
+    }
+
+    /// Whether `work`, of this list or of another one, is at one of its ends here.
+    bool hasAtAnEnd(const Work& work) const { return first == &work || last == &work; }
+
+    void swap(WorkList& other)
+    {
+        std::swap(first, other.first);
+        std::swap(last, other.last);
     }
 
 private:

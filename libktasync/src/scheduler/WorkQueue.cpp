@@ -1,19 +1,34 @@
 #include "WorkQueue.h"
 
+#include <mutex>
 #include <utility>
 
 namespace KT {
 namespace detail {
 
+namespace {
+
+using Lock = std::lock_guard<BriefMutex>;
+
+/// Of a number that one thread at a time writes.
+void add(std::atomic<std::uint64_t>& number, std::uint64_t summand, std::memory_order order)
+{
+    number.store(number.load(std::memory_order_relaxed) + summand, order);
+}
+
+const std::uint64_t minusOne = ~std::uint64_t(0);
+
+}  // namespace
+
 void WorkQueue::push(WorkPointer work)
 {
-    const std::lock_guard<BriefMutex> hold(mutex);
+    const Lock hold(newMutex);
     pushLocked(work);
 }
 
 void WorkQueue::pushAll(std::vector<WorkPointer> batch)
 {
-    const std::lock_guard<BriefMutex> hold(mutex);
+    const Lock hold(newMutex);
     for (WorkPointer& work : batch) {
         pushLocked(work);
     }
@@ -25,16 +40,24 @@ void WorkQueue::pushLocked(WorkPointer& work)
     if ((work->state.fetch_or(Work::counted, std::memory_order_relaxed) & Work::ended) != 0) {
         return;
     }
-    pushes.store(pushes.load(std::memory_order_relaxed) + 1, std::memory_order_release);
-    addedLocked(*work);
-    list.pushBack(std::move(work));
+    work->queue.store(this, std::memory_order_relaxed);
+    newer.pushBack(std::move(work));
+    add(pushes, 1, std::memory_order_release);
+    add(added, 1, std::memory_order_seq_cst);
 }
 
 void WorkQueue::putBack(WorkPointer work)
 {
-    const std::lock_guard<BriefMutex> hold(mutex);
-    addedLocked(*work);
-    list.pushFront(std::move(work));
+    const Lock hold(oldMutex);
+    work->queue.store(this, std::memory_order_relaxed);
+    older.pushFront(std::move(work));
+    add(taken, minusOne, std::memory_order_seq_cst);
+}
+
+WorkPointer WorkQueue::takeOut(WorkPointer work)
+{
+    work->queue.store(nullptr, std::memory_order_relaxed);
+    return work;
 }
 
 WorkPointer WorkQueue::takeFirst()
@@ -42,8 +65,19 @@ WorkPointer WorkQueue::takeFirst()
     if (size() == 0) {
         return nullptr;
     }
-    const std::lock_guard<BriefMutex> hold(mutex);
-    return takeLocked(list.front());
+    const Lock hold(oldMutex);
+    if (older.isEmpty()) {
+        const Lock holdNew(newMutex);
+        older.swap(newer);
+    }
+    if (older.isEmpty()) {
+        return nullptr;
+    }
+    add(taken, 1, std::memory_order_relaxed);
+    WorkPointer oldest = takeOut(older.popFront());
+    // The next one was written by another processor. It is here by the time that it is asked for.
+    __builtin_prefetch(older.front());
+    return oldest;
 }
 
 WorkPointer WorkQueue::takeLast()
@@ -51,35 +85,44 @@ WorkPointer WorkQueue::takeLast()
     if (size() == 0) {
         return nullptr;
     }
-    const std::lock_guard<BriefMutex> hold(mutex);
-    return takeLocked(list.back());
+    {
+        const Lock hold(newMutex);
+        if (!newer.isEmpty()) {
+            add(added, minusOne, std::memory_order_relaxed);
+            return takeOut(newer.popBack());
+        }
+    }
+    const Lock hold(oldMutex);
+    const Lock holdNew(newMutex);
+    if (newer.isEmpty()) {
+        newer.swap(older);
+    }
+    if (newer.isEmpty()) {
+        return nullptr;
+    }
+    add(added, minusOne, std::memory_order_relaxed);
+    return takeOut(newer.popBack());
 }
 
 bool WorkQueue::remove(Work& work)
 {
-    WorkPointer released;  // after the mutex
-    const std::lock_guard<BriefMutex> hold(mutex);
+    WorkPointer removed;  // released after the mutexes
+    const Lock hold(oldMutex);
+    const Lock holdNew(newMutex);
     if (work.queue.load(std::memory_order_relaxed) != this) {
         return false;
     }
-    released = takeLocked(&work);
+    // In the middle of a list it makes no difference whose it is.
+    removed = takeOut((newer.hasAtAnEnd(work) ? newer : older).remove(work));
+    add(added, minusOne, std::memory_order_relaxed);
     return true;
 }
 
-void WorkQueue::addedLocked(Work& work)
+std::size_t WorkQueue::size() const
 {
-    work.queue.store(this, std::memory_order_relaxed);
-    length.store(size() + 1);
-}
-
-WorkPointer WorkQueue::takeLocked(Work* work)
-{
-    if (work == nullptr) {
-        return nullptr;
-    }
-    work->queue.store(nullptr, std::memory_order_relaxed);
-    length.store(size() - 1, std::memory_order_relaxed);
-    return list.remove(*work);
+    const std::int64_t roughly =
+        length(added.load(std::memory_order_relaxed), taken.load(std::memory_order_relaxed));
+    return roughly > 0 ? static_cast<std::size_t>(roughly) : 0;
 }
 
 }  // namespace detail

@@ -4,7 +4,6 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <mutex>
 #include <vector>
 
 #include "../base/BriefMutex.h"
@@ -13,9 +12,13 @@
 namespace KT {
 namespace detail {
 
-/// A list of work in its order, taken from either end or from the middle. Any thread may use it,
-/// and none blocks for longer than a few instructions. In cache lines of its own.
-class alignas(64) WorkQueue {
+/// Work in its order, taken from either end or from the middle. Any thread may use it, and none
+/// blocks for longer than a few instructions. Throws nothing.
+///
+/// It has two ends with a mutex and a list each, in cache lines of their own, so that threads that
+/// submit and threads that take aren't in each other's way. When the list at the old end is empty,
+/// it takes over that of the new end as a whole.
+class WorkQueue {
 public:
     WorkQueue() = default;
     WorkQueue(const WorkQueue&) = delete;
@@ -23,11 +26,11 @@ public:
     /// There must be none left.
     ~WorkQueue() = default;
 
-    /// Adds new work. Throws nothing, as the rest.
+    /// Adds new work.
     void push(WorkPointer work);
-    /// Adds many, with nothing in between.
+    /// Adds much, with nothing in between.
     void pushAll(std::vector<WorkPointer> batch);
-    /// Puts one back that was taken.
+    /// Puts one back that was taken, as the oldest.
     void putBack(WorkPointer work);
     /// The oldest one; null if there is none.
     WorkPointer takeFirst();
@@ -38,21 +41,33 @@ public:
 
     /// Ordered with the other sequentially consistent accesses: what is pushed before one of them
     /// is seen after it.
-    bool isEmpty() const { return length == 0; }
-    std::size_t size() const { return length.load(std::memory_order_relaxed); }
+    bool isEmpty() const { return length(added, taken) <= 0; }
+    /// Roughly, while threads push and take.
+    std::size_t size() const;
     /// How much has ever been pushed.
     std::uint64_t pushed() const { return pushes.load(std::memory_order_acquire); }
 
 private:
+    /// Work that was put back may have been taken elsewhere.
+    static std::int64_t length(std::uint64_t in, std::uint64_t out)
+    {
+        return static_cast<std::int64_t>(in - out);
+    }
     void pushLocked(WorkPointer& work);
-    void addedLocked(Work& work);
-    WorkPointer takeLocked(Work* work);
+    WorkPointer takeOut(WorkPointer work);
 
-    BriefMutex mutex;
-    // Written under `mutex`.
-    WorkList list;
-    std::atomic<std::size_t> length{0};
+    // The new end.
+    alignas(64) BriefMutex newMutex;
+    // Under `newMutex`.
+    WorkList newer;
+    std::atomic<std::uint64_t> added{0};  ///< less what was taken from this end
     std::atomic<std::uint64_t> pushes{0};
+
+    // The old end. Its mutex is locked first.
+    alignas(64) BriefMutex oldMutex;
+    // Under `oldMutex`.
+    WorkList older;
+    std::atomic<std::uint64_t> taken{0};  ///< from this end
 };
 
 }  // namespace detail

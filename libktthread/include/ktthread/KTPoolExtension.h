@@ -56,6 +56,16 @@ public:
     /// \param status  of the pool alone
     virtual void amend(KTThreadPoolStatus& status) const = 0;
 
+    /// How many tools listen to a probe: for an extension whose work is too short to tell of each
+    /// piece while nobody listens.
+    struct Listeners {
+        const volatile unsigned short* queued;   ///< to task_queued
+        const volatile unsigned short* started;  ///< to task_started
+        const volatile unsigned short* ended;    ///< to task_ended
+    };
+    /// \return  where the tools count themselves; always 0 in a build without probes
+    static Listeners probeListeners();
+
     /// Fires the probe task_queued for work that is queued with the extension.
     ///
     /// \param pool    that it is for

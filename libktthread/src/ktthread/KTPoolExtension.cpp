@@ -1,3 +1,16 @@
+// Compiled by itself: the probes in here have counters of those who listen, unlike the core's own.
+#ifdef KT_PROBES
+// The names are those of sys/sdt.h, and the section is where tools look for the counters.
+#define _SDT_HAS_SEMAPHORES 1  // NOLINT(bugprone-reserved-identifier)
+extern "C" {
+#define KT_LISTENERS(probe) \
+    __attribute__((section(".probes"))) volatile unsigned short ktthread_##probe##_semaphore
+KT_LISTENERS(task_queued);
+KT_LISTENERS(task_started);
+KT_LISTENERS(task_ended);
+}
+#endif
+
 #include <ktthread/KTPoolExtension.h>
 
 #include <mutex>
@@ -25,6 +38,17 @@ int KTCarrier::slotOfWorker() const
 KTPoolExtension::KTPoolExtension() = default;
 
 KTPoolExtension::~KTPoolExtension() = default;
+
+KTPoolExtension::Listeners KTPoolExtension::probeListeners()
+{
+#ifdef KT_PROBES
+    return {&ktthread_task_queued_semaphore, &ktthread_task_started_semaphore,
+            &ktthread_task_ended_semaphore};
+#else
+    static const volatile unsigned short none = 0;
+    return {&none, &none, &none};
+#endif
+}
 
 void KTPoolExtension::probeQueued(const KTThreadPool* pool, const char* name, std::size_t queued)
 {

@@ -1,6 +1,7 @@
 /// A task's name, as much of it as a kernel thread name could ever show.
 #pragma once
 
+#include <cstring>
 #include <string_view>
 
 #include <ktasync/export.h>
@@ -19,8 +20,13 @@ public:
 
     std::string_view view() const { return text; }
 
+    friend bool operator==(const ShortName& a, const ShortName& b)
+    {
+        return std::memcmp(a.text, b.text, sizeof a.text) == 0;
+    }
+
 private:
-    char text[16];
+    char text[16] = {};
 };
 
 }  // namespace detail

@@ -29,6 +29,7 @@ public:
     static void operator delete(void* block, std::size_t size);
 
     std::string_view name() const { return shortName.view(); }
+    const ShortName& fixedName() const { return shortName; }
 
     /// Runs it, unless another thread does. On a carrier's thread, where cancellation is disabled;
     /// no exception but the forced unwinding comes out.
