@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -62,6 +63,13 @@ public:
     Gate gate;
     KT::KTScopedPool pool;
     KT::KTFuture<void> holding;
+};
+
+/// A task of the core.
+struct CoreTask : KT::KTTask {
+    explicit CoreTask(std::atomic<int>& counter) : ran(counter) {}
+    void run() override { ++ran; }
+    std::atomic<int>& ran;
 };
 
 /// The kernel's name of the calling thread.

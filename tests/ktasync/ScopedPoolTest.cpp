@@ -119,12 +119,6 @@ TEST(ScopedPoolEnd, WaitsForTasksThatTasksSubmit)
     EXPECT_EQ(depth, 101);
 }
 
-struct CoreTask : KT::KTTask {
-    explicit CoreTask(std::atomic<int>& counter) : ran(counter) {}
-    void run() override { ++ran; }
-    std::atomic<int>& ran;
-};
-
 TEST(ScopedPoolEnd, LetsTheCoresTasksBegin)
 {
     std::atomic<int> ran(0);

@@ -17,7 +17,7 @@ namespace KT {
 
 /// As `submit`, for a task whose result and end nobody asks for:
 /// \code
-/// KT::post(pool, "serve", serve, std::move(connection));
+/// KT::post(pool, "render", [page] { render(page); });
 /// \endcode
 /// It costs less: there is no future. What the callable returns is dropped; an exception is logged
 /// (category "ktasync"), but for KTCancelled. A task that never runs, because the pool is shut
@@ -59,7 +59,7 @@ bool post(const KTPoolRef& pool, F&& callable, Args&&... args)
 /// range that is a temporary one or moved, and copies them otherwise. Throws std::bad_alloc; none
 /// is called then. Doesn't block. Any thread may call it, tasks too.
 /// \code
-/// KT::postAll(pool, "notify", std::move(notifications));
+/// KT::postAll(pool, "part", split(work));
 /// \endcode
 ///
 /// \param pool   where they run

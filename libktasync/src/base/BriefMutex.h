@@ -32,9 +32,9 @@ public:
     }
 
 private:
-    static const int unlocked = 0;
-    static const int locked = 1;
-    static const int contended = 2;  ///< locked, and a thread may be asleep
+    static constexpr int unlocked = 0;
+    static constexpr int locked = 1;
+    static constexpr int contended = 2;  ///< locked, and a thread may be asleep
 
     void lockSlowly();
     void wakeOne();

@@ -8,7 +8,7 @@ namespace detail {
 
 /// What a look at a pool's carriers found.
 struct CarrierCensus {
-    int carriers;        ///< at work, or about to be
+    int carriers;        ///< at work
     int sampled;         ///< of those, that were looked at
     int runnable;        ///< of those, that compute or wait for a processor
     std::size_t queued;  ///< work that waits for a carrier

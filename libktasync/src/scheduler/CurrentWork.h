@@ -25,8 +25,8 @@ public:
 
 private:
     // In the low bits of the address.
-    static const std::uintptr_t stopped = 1;
-    static const std::uintptr_t held = 2;
+    static constexpr std::uintptr_t stopped = 1;
+    static constexpr std::uintptr_t held = 2;
 
     std::atomic<std::uintptr_t> word{0};
 };

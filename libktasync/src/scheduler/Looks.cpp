@@ -73,7 +73,8 @@ Time::time_point Scheduler::rest(KTThreadPool& pool, const KTThreadPoolStatus& s
 
 CarrierCensus Scheduler::count()
 {
-    CarrierCensus census{carriers - idle.size(), 0, 0, waiting()};
+    // One that isn't at work yet will take some of what waits.
+    CarrierCensus census{std::max(carriers - idle.size() - unstarted, 0), 0, 0, waiting()};
     const int known = runnerCount;
     for (int i = 0; i < known && census.sampled < largestSample; ++i) {
         nextSample = (nextSample + 1) % known;
@@ -96,20 +97,23 @@ void Scheduler::resize(KTThreadPool& pool, const KTThreadPoolStatus& status, Tim
         if (isChanged) {
             period = shortestPeriod;
         }
-        grow(pool, status, now);
-        for (std::size_t useful = waiting(); useful > 0 && mayStart(); --useful) {
+        // Without a worker for it, a carrier would only wait in another queue.
+        const int atCoreTasks =
+            std::max(status.busyThreads + idle.size() - carriers + unstarted, 0);
+        grow(pool, status.threads, most + atCoreTasks, now);
+        int workers = pool.status().threads - atCoreTasks - carriers;
+        for (std::size_t work = waiting(); work > 0 && workers > 0 && mayStart(); --work) {
+            --workers;
             start();
         }
     }
     call();
 }
 
-// Starts the workers that the carriers need, beside those that tasks of the core have.
-void Scheduler::grow(KTThreadPool& pool, const KTThreadPoolStatus& status, Time::time_point now)
+// Starts workers until there are `wanted`, if there may be as many.
+void Scheduler::grow(KTThreadPool& pool, int present, int wanted, Time::time_point now)
 {
-    const int atCoreTasks = std::max(status.busyThreads + idle.size() - carriers + unstarted, 0);
-    const int missing =
-        std::min(most + atCoreTasks, options.maxThreads) - std::max(status.threads, 0);
+    const int missing = std::min(wanted, options.maxThreads) - present;
     if (missing <= 0 || now < growthPausedUntil) {
         return;
     }

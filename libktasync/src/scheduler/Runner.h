@@ -29,9 +29,9 @@ struct Runner {
     std::atomic<bool> isIdle{false};
     /// What an idle carrier sleeps on.
     std::atomic<int> call{noCall};
-    static const int noCall = 0;
-    static const int callToWork = 1;
-    static const int callToLeave = 2;
+    static constexpr int noCall = 0;
+    static constexpr int callToWork = 1;
+    static constexpr int callToLeave = 2;
 
     std::size_t shard = 0;  ///< that it takes work from first
 

@@ -147,7 +147,7 @@ private:
     // The clock's looks.
     CarrierCensus count();
     void resize(KTThreadPool& pool, const KTThreadPoolStatus& status, Time::time_point now);
-    void grow(KTThreadPool& pool, const KTThreadPoolStatus& status, Time::time_point now);
+    void grow(KTThreadPool& pool, int present, int wanted, Time::time_point now);
     Time::time_point rest(KTThreadPool& pool, const KTThreadPoolStatus& status,
                           Time::time_point now);
     Time::time_point shrink(KTThreadPool& pool, const KTThreadPoolStatus& status,

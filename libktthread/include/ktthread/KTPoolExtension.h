@@ -17,6 +17,11 @@ class KTThreadPool;
 /// A task that brings an extension's work to a worker. The pool runs it as any other, but it is no
 /// task to those who look at the pool: no probe tells of it, and its extension takes it out of the
 /// figures of `KTThreadPool::status`.
+/// \code
+/// struct Drain : KT::KTCarrier {
+///     void run() override { /* the extension's work, until there is none */ }
+/// };
+/// \endcode
 ///
 /// \ingroup ktthread_own
 class KTTHREAD_EXPORT KTCarrier : public KTTask {
@@ -33,6 +38,15 @@ protected:
 /// What a library keeps beside a pool, and hears from it. A pool has one at most: see
 /// KTThreadPool::attach. The pool shares it, and releases it last. Any thread may call its operations,
 /// at the same time, with no lock held; they don't block and throw nothing.
+/// \code
+/// struct Counted : KT::KTPoolExtension {
+///     void tasksQueued() override { ++batches; }
+///     void dropQueued() override {}
+///     void amend(KT::KTThreadPoolStatus&) const override {}
+///     std::atomic<int> batches{0};
+/// };
+/// // pool->attach(new Counted)
+/// \endcode
 ///
 /// \ingroup ktthread_own
 class KTTHREAD_EXPORT KTPoolExtension

@@ -52,12 +52,12 @@ private:
     bool waitForEnd(const Deadline& end);
     Outcome outcome() const;
 
-    static const unsigned short readyMark = firstOfDerived;
-    static const unsigned short awaitedMark = firstOfDerived << 1;  ///< by a thread that sleeps
-    static const unsigned short followedMark = firstOfDerived << 2;  ///< `continuation` is set
-    static const unsigned short followsMark = firstOfDerived << 3;   ///< `source` is set
-    static const unsigned short toDropMark = firstOfDerived << 4;
-    static const int outcomeShift = 12;
+    static constexpr unsigned short readyMark = firstOfDerived;
+    static constexpr unsigned short awaitedMark = firstOfDerived << 1;  ///< by a thread that sleeps
+    static constexpr unsigned short followedMark = firstOfDerived << 2;  ///< `continuation` is set
+    static constexpr unsigned short followsMark = firstOfDerived << 3;   ///< `source` is set
+    static constexpr unsigned short toDropMark = firstOfDerived << 4;
+    static constexpr int outcomeShift = 12;
     static_assert((toDropMark << 1) <= (1 << outcomeShift), "the outcome has bits of its own");
 
     std::exception_ptr failure;

@@ -74,13 +74,13 @@ protected:
     KTStopToken token() const;
     bool hasEnded() const { return (state.load(std::memory_order_relaxed) & ended) != 0; }
 
-    static const unsigned short firstOfDerived = firstFree << 2;
+    static constexpr unsigned short firstOfDerived = firstFree << 2;
 
 private:
     friend class JobTurn;
 
-    static const unsigned short claimedMark = firstFree;
-    static const unsigned short stopMark = firstFree << 1;
+    static constexpr unsigned short claimedMark = firstFree;
+    static constexpr unsigned short stopMark = firstFree << 1;
 
     void runBody(int cancelStateOfCall);
     using Time = std::chrono::steady_clock;

@@ -48,9 +48,9 @@ protected:
 
     // What has happened to the work: bits, of which derived classes may use those from `firstFree`
     // on.
-    static const unsigned short counted = 1;  ///< a scheduler counts it as unfinished
-    static const unsigned short ended = 2;    ///< it will never be queued, or has been
-    static const unsigned short firstFree = 4;
+    static constexpr unsigned short counted = 1;  ///< a scheduler counts it as unfinished
+    static constexpr unsigned short ended = 2;    ///< it will never be queued, or has been
+    static constexpr unsigned short firstFree = 4;
     std::atomic<unsigned short> state{0};
 
 private:

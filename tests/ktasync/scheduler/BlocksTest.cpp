@@ -1,0 +1,60 @@
+#include <cstring>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "base/Blocks.h"
+
+namespace {
+
+using KT::detail::giveBlock;
+using KT::detail::takeBlock;
+
+TEST(Blocks, AreNeverInUseTwice)
+{
+    std::set<void*> inUse;
+    for (int round = 0; round < 50; ++round) {
+        for (int i = 0; i < 100; ++i) {
+            void* const block = takeBlock(100);
+            std::memset(block, round, 100);
+            EXPECT_TRUE(inUse.insert(block).second);
+        }
+        for (int i = 0; i < 70; ++i) {
+            giveBlock(*inUse.begin(), 100);
+            inUse.erase(inUse.begin());
+        }
+    }
+    for (void* const block : inUse) {
+        giveBlock(block, 100);
+    }
+}
+
+TEST(Blocks, MayBeLarger)
+{
+    void* const block = takeBlock(5000);
+    std::memset(block, 1, 5000);
+    giveBlock(block, 5000);
+}
+
+/// What the threads still have at their ends isn't lost, which the leak checkers would see.
+TEST(Blocks, ChangeThreads)
+{
+    for (int round = 0; round < 20; ++round) {
+        std::vector<void*> blocks(1000);
+        std::thread([&blocks] {
+            for (void*& block : blocks) {
+                block = takeBlock(128);
+                std::memset(block, 1, 128);
+            }
+        }).join();
+        std::thread([&blocks] {
+            for (void* const block : blocks) {
+                giveBlock(block, 128);
+            }
+        }).join();
+    }
+}
+
+}  // namespace

@@ -1,0 +1,55 @@
+#include <thread>
+
+#include <boost/smart_ptr/intrusive_ptr.hpp>
+#include <gtest/gtest.h>
+
+#include "TestWork.h"
+#include "scheduler/CurrentWork.h"
+
+namespace {
+
+using KT::detail::CurrentWork;
+
+TEST(CurrentWork, AStopReachesTheWorkOnceAndKeepsTheNextFromBeginning)
+{
+    CurrentWork current;
+    const boost::intrusive_ptr<TestWork> work(new TestWork);
+    ASSERT_TRUE(current.begin(*work));
+    current.requestStop();
+    current.requestStop();
+    EXPECT_EQ(work->stopRequests, 1);
+    EXPECT_TRUE(current.isStopped());
+    current.end();
+    EXPECT_TRUE(current.isStopped());
+    EXPECT_FALSE(current.begin(*work));
+}
+
+TEST(CurrentWork, WithoutWorkAStopKeepsTheFirstFromBeginning)
+{
+    CurrentWork current;
+    const boost::intrusive_ptr<TestWork> work(new TestWork);
+    current.requestStop();
+    EXPECT_FALSE(current.begin(*work));
+    EXPECT_EQ(work->stopRequests, 0);
+}
+
+/// Either the work doesn't begin, or it is asked before its end is through.
+TEST(CurrentWork, NoStopIsLost)
+{
+    for (int round = 0; round < 2000; ++round) {
+        CurrentWork current;
+        const boost::intrusive_ptr<TestWork> work(new TestWork);
+        std::thread stopper([&current] { current.requestStop(); });
+        bool hasRun = false;
+        while (current.begin(*work)) {
+            hasRun = true;
+            current.end();
+        }
+        stopper.join();
+        EXPECT_LE(work->stopRequests, 1);
+        EXPECT_TRUE(current.isStopped());
+        static_cast<void>(hasRun);
+    }
+}
+
+}  // namespace
