@@ -3,6 +3,7 @@
 
 #include <utility>
 
+#include <boost/make_shared.hpp>
 #include <boost/shared_ptr.hpp>
 
 #include <ktasync/ktasync.h>
@@ -26,7 +27,7 @@ public:
     template <typename Body>
     void submit(Body body)
     {
-        pool->enqueue(boost::shared_ptr<KT::KTTask>(new Task<Body>(std::move(body))));
+        pool->enqueue(boost::make_shared<Task<Body>>(std::move(body)));
     }
     void wake() { pool->wake(); }
 
@@ -56,7 +57,6 @@ public:
     }
     void wake() { pool.pool()->wake(); }
 
-private:
     static KT::KTPoolOptions optionsFor(int workers, int most)
     {
         KT::KTPoolOptions options;
@@ -65,5 +65,24 @@ private:
         return options;
     }
 
+protected:
+    explicit AsyncPool(const KT::KTPoolOptions& options) : pool(options) {}
+    const KT::KTScopedPool& scoped() const { return pool; }
+
+private:
     KT::KTScopedPool pool;
+};
+
+/// The same, of a pool whose workers look for the next task for a while before they sleep.
+class SpinningPool : public AsyncPool {
+public:
+    explicit SpinningPool(int workers) : AsyncPool(spinning(workers)) {}
+
+private:
+    static KT::KTPoolOptions spinning(int workers)
+    {
+        KT::KTPoolOptions options = optionsFor(workers, workers);
+        options.spinUs = 1000;
+        return options;
+    }
 };

@@ -12,6 +12,8 @@
 
 #include "Blocking.h"
 #include "Floor.h"
+#include "ForkJoin.h"
+#include "Futures.h"
 #include "Grain.h"
 #include "Growth.h"
 #include "Latency.h"
@@ -82,6 +84,39 @@ void blocking(Runner& runner)
          contestant<Time, AprPool>("APR-util", work, 64),
          contestant<Time, PocoPool>("Poco", work, 64), contestant<Time, LlvmPool>("LLVM", work, 64),
          contestant<Time, FloorPool>("mutex+condition", work, 64)});
+    const Blocking mixed = {400, 9, 1000};
+    runner.compare({"W3", "1 ms of computing and 9 ms of sleep, 2 workers at the start", "ms in all"},
+                   {contestant<Time, AsyncPool>("libktasync", mixed, 2, 64),
+                    contestant<Time, GlibPool>("GLib, up to 64", mixed, 64, false),
+                    contestant<Time, AprPool>("APR-util, up to 64", mixed, 2, 64)});
+    const Blocking computing = {400, 0, 2000};
+    runner.compare({"W3", "2 ms of computing, most at once", "tasks"},
+                   {contestant<MostAtOnce, AsyncPool>("libktasync", computing, 2, 64),
+                    contestant<MostAtOnce, GlibPool>("GLib, up to 64", computing, 64, false),
+                    contestant<MostAtOnce, AprPool>("APR-util, up to 64", computing, 2, 64)});
+}
+
+void own(Runner& runner, int tasks)
+{
+    runner.compare({"W10", "a future each, asked for", "ns a task"},
+                   contestants<TimeOfFutures, KtFutures, StandardFutures>(tasks));
+    runner.compare({"W10", "fib(30) by fork and join, cut off at 12", "ms"},
+                   contestants<TimeOfForkJoin, KtForkJoin, TbbForkJoin>(Fibonacci{30, 12}));
+    for (const int producers : {1, 4}) {
+        const Grain grain = {0, tasks, 2, producers, true};
+        char title[80];
+        std::snprintf(title, sizeof title, "empty tasks with service, observed, %d producer%s",
+                      producers, producers == 1 ? "" : "s");
+        runner.compare({"W10", title, "ns a task"},
+                       {contestant<TimeOfGrain, ObservedPool>("libktasync", grain),
+                        contestant<TimeOfGrain, TbbPool>("oneTBB", grain),
+                        contestant<TimeOfGrain, AsioPool>("Boost.Asio", grain),
+                        contestant<TimeOfGrain, PocoPool>("Poco", grain),
+                        contestant<TimeOfGrain, FloorPool>("mutex+condition", grain)});
+    }
+    runner.compare({"W10", "an idle pool that spins, to a task's first instruction", "us"},
+                   {contestant<TimeOfLatency, SpinningPool>("libktasync", Latency{300, false, 0.5}),
+                    contestant<TimeOfLatency, TbbPool>("oneTBB", Latency{300, false, 0.5})});
 }
 
 void latency(Runner& runner)
@@ -186,6 +221,7 @@ int main(int argc, char** argv)
         loops(runner);
         growth(runner, tasks);
         lifecycle(runner);
+        own(runner, tasks);
     }
     return write(runner.results().dump(1), output);
 }

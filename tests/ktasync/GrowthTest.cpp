@@ -25,8 +25,8 @@ class Meeting : public testing::TestWithParam<int> {};
 /// Each task blocks until all have begun, on two workers that may become 256.
 TEST_P(Meeting, OfTasksThatWaitForEachOtherComesAbout)
 {
-    KT::KTScopedPool pool(sizes(2, 256));
     Gate gate;
+    KT::KTScopedPool pool(sizes(2, 256));
     for (int i = 0; i < GetParam(); ++i) {
         KT::post(pool, [&gate] { gate.pass(); });
     }
@@ -39,10 +39,10 @@ INSTANTIATE_TEST_SUITE_P(Of, Meeting, testing::Values(3, 8, 32, 128));
 
 TEST(Growth, OfComputingTasksStaysNearTheProcessors)
 {
-    KT::KTScopedPool pool(sizes(2, 64));
     const int processors = KT::availableProcessors();
     std::atomic<int> now(0);
     std::atomic<int> most(0);
+    KT::KTScopedPool pool(sizes(2, 64));
     for (int i = 0; i < 200; ++i) {
         KT::post(pool, [&] {
             const int together = ++now;
@@ -64,8 +64,8 @@ TEST(Growth, OfTheMonitorFollowsTheCoresRule)
 {
     KT::KTPoolOptions options = sizes(2, 32);
     options.growth = KT::KTPoolOptions::Growth::monitor;
-    KT::KTScopedPool pool(options);
     Gate gate;
+    KT::KTScopedPool pool(options);
     for (int i = 0; i < 16; ++i) {
         KT::post(pool, [&gate] { gate.pass(); });
     }
@@ -76,9 +76,9 @@ TEST(Growth, OfTheMonitorFollowsTheCoresRule)
 TEST(Growth, WithoutThreadsToBeHadGoesOn)
 {
     const LogCapture log("core.thread");
+    std::atomic<int> ran(0);
     KT::KTScopedPool pool(sizes(2, 64));
     KT::post(pool, [] {});
-    std::atomic<int> ran(0);
     {
         const platform::Failure failing(platform::Call::create, EAGAIN, [](int) { return true; });
         for (int i = 0; i < 40; ++i) {
@@ -97,8 +97,9 @@ TEST(Shrinking, RetiresWorkersThatNobodyNeeds)
 {
     KT::KTPoolOptions options = sizes(2, 64);
     options.idleTimeoutMs = 20;
-    KT::KTScopedPool pool(options);
+    std::atomic<int> ran(0);
     Gate gate;
+    KT::KTScopedPool pool(options);
     for (int i = 0; i < 40; ++i) {
         KT::post(pool, [&gate] { gate.pass(); });
     }
@@ -107,7 +108,6 @@ TEST(Shrinking, RetiresWorkersThatNobodyNeeds)
     gate.open();
     // Not below what the core retires workers from.
     EXPECT_TRUE(eventually([&pool] { return pool.status().threads == 18; }));
-    std::atomic<int> ran(0);
     for (int i = 0; i < 100; ++i) {
         KT::post(pool, [&ran] { ++ran; });
     }
@@ -118,8 +118,8 @@ TEST(Shrinking, KeepsTheThreadsOfTheOptions)
 {
     KT::KTPoolOptions options = sizes(30, 64);
     options.idleTimeoutMs = 20;
-    KT::KTScopedPool pool(options);
     Gate gate;
+    KT::KTScopedPool pool(options);
     for (int i = 0; i < 50; ++i) {
         KT::post(pool, [&gate] { gate.pass(); });
     }
@@ -131,10 +131,11 @@ TEST(Shrinking, KeepsTheThreadsOfTheOptions)
 /// Tasks of the core get a worker while tasks of libktasync keep coming.
 TEST(SharedPool, GivesTheCoresTasksTheirTurn)
 {
-    KT::KTScopedPool pool(fixedSize(1));
     std::atomic<bool> isToEnd(false);
     std::atomic<int> coreTasks(0);
-    std::function<void()> again = [&] {
+    std::function<void()> again;
+    KT::KTScopedPool pool(fixedSize(1));
+    again = [&] {
         if (!isToEnd) {
             KT::post(pool, std::ref(again));
         }
@@ -179,8 +180,8 @@ TEST(SharedPool, GetsItsTurnAmongTheCoresTasks)
 /// Also where a worker waits for the next task of libktasync at that moment.
 TEST(SharedPool, DoesNotKeepTheCoresTasksWaitingForAnIdleCarrier)
 {
-    KT::KTScopedPool pool(fixedSize(1));
     std::atomic<int> coreTasks(0);
+    KT::KTScopedPool pool(fixedSize(1));
     for (int i = 1; i <= 200; ++i) {
         KT::submit(pool, [] {}).get();
         pool.pool()->enqueue(boost::make_shared<CoreTask>(coreTasks));
@@ -191,8 +192,8 @@ TEST(SharedPool, DoesNotKeepTheCoresTasksWaitingForAnIdleCarrier)
 /// Nobody waits, and nobody wakes the pool: the clock does, if the core has lost a wake-up.
 TEST(Rescue, OfTasksThatNobodyWaitsFor)
 {
-    KT::KTScopedPool pool(fixedSize(1));
     std::atomic<int> ran(0);
+    KT::KTScopedPool pool(fixedSize(1));
     for (int round = 1; round <= 3000; ++round) {
         if (round % 2 == 0) {
             KT::post(pool, [&ran] { ++ran; });

@@ -59,8 +59,8 @@ TEST(Post, GivesAStopTokenToACallableThatTakesOne)
     options.queued = KT::KTPoolOptions::Queued::drop;
     std::atomic<bool> wasAsked(false);
     {
-        KT::KTScopedPool pool(options);
         Gate gate;
+        KT::KTScopedPool pool(options);
         KT::post(pool, [&](const KT::KTStopToken& stop) {
             gate.pass();
             wasAsked = stop.waitFor(-1);
@@ -109,8 +109,8 @@ TEST(PostAll, RunsInOrder)
 
 TEST(Post, ShowsTheNameOfEachTask)
 {
-    KT::KTScopedPool pool(fixedSize(1));
     std::string names[3];
+    KT::KTScopedPool pool(fixedSize(1));
     KT::post(pool, "first", [&names] { names[0] = threadName(); });
     KT::post(pool, "first", [&names] { names[1] = threadName(); });
     KT::post(pool, "second", [&names] { names[2] = threadName(); });

@@ -91,9 +91,9 @@ TEST(SubmitOutOfMemory, OfThePostedThrowsAndTheTaskNeverRuns)
 
 TEST(SubmitOutOfMemory, OfTheCarrierDelaysTheTask)
 {
-    KT::KTScopedPool pool(fixedSize(2));
     std::atomic<int> ran(0);
     int submitted = 0;
+    KT::KTScopedPool pool(fixedSize(2));
     const int failures = failEach([&] {
         // No carrier is left from the time before.
         ASSERT_TRUE(eventually([&pool] { return pool.pool()->status().busyThreads == 0; }));

@@ -88,8 +88,8 @@ TEST_P(SchedulerOfShards, LosesNothingWhileCarriersComeAndGo)
 {
     const int rounds = 300;
     const int ofEach = 20;
-    Scheduled scheduled(optionsFor(4, GetParam()));
     std::atomic<int> ran(0);
+    Scheduled scheduled(optionsFor(4, GetParam()));
     std::vector<std::thread> threads;
     for (int s = 0; s < 3; ++s) {
         threads.emplace_back([&, s] {
@@ -122,8 +122,8 @@ TEST(Scheduler, ThatIsClosedRefusesAndAbandons)
 
 TEST(Scheduler, KeepsQuietAboutItsCarriers)
 {
-    Scheduled scheduled(optionsFor(1));
     Gate gate;
+    Scheduled scheduled(optionsFor(1));
     scheduled.submit([&gate] { gate.pass(); });
     EXPECT_TRUE(eventually([&] { return gate.arrived() == 1; }));
     for (int i = 0; i < 3; ++i) {
@@ -143,8 +143,8 @@ TEST(Scheduler, SpinsForWork)
 {
     SchedulerOptions options = optionsFor(1);
     options.spin = std::chrono::milliseconds(1);
-    Scheduled scheduled(options);
     std::atomic<int> ran(0);
+    Scheduled scheduled(options);
     for (int round = 1; round <= 200; ++round) {
         scheduled.submit([&ran] { ++ran; });
         ASSERT_TRUE(eventually([&] { return ran == round; }));
