@@ -2,9 +2,9 @@
 //
 // Rounds of "hand one task to a pool of one worker, wait for its end", on the bare core and through
 // libktasync: asking the future, and detached, where nobody but the task's own signal tells of the
-// end. The worker is on its way to sleep when the next task comes, so a wake-up is lost now and then.
-// On the bare core nothing makes up for it: the round would last for ever if it weren't woken by hand
-// after 100 ms.
+// end. The worker is on its way to sleep when the next task comes, so a wake-up is lost now and
+// then. On the bare core nothing makes up for it: the round would last for ever if it weren't woken
+// by hand after 100 ms.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -129,9 +129,8 @@ private:
 
 void print(const char* what, int rounds, const Figures& figures)
 {
-    std::printf("%-16s %9d rounds  %4d over %d ms  longest %7.1f ms  mean %6.1f us\n",
-                what, rounds, figures.late, lateMs, figures.longestMs,
-                figures.seconds * 1e6 / rounds);
+    std::printf("%-16s %9d rounds  %4d over %d ms  longest %7.1f ms  mean %6.1f us\n", what, rounds,
+                figures.late, lateMs, figures.longestMs, figures.seconds * 1e6 / rounds);
     std::fflush(stdout);
 }
 

@@ -85,10 +85,11 @@ void blocking(Runner& runner)
          contestant<Time, PocoPool>("Poco", work, 64), contestant<Time, LlvmPool>("LLVM", work, 64),
          contestant<Time, FloorPool>("mutex+condition", work, 64)});
     const Blocking mixed = {400, 9, 1000};
-    runner.compare({"W3", "1 ms of computing and 9 ms of sleep, 2 workers at the start", "ms in all"},
-                   {contestant<Time, AsyncPool>("libktasync", mixed, 2, 64),
-                    contestant<Time, GlibPool>("GLib, up to 64", mixed, 64, false),
-                    contestant<Time, AprPool>("APR-util, up to 64", mixed, 2, 64)});
+    runner.compare(
+        {"W3", "1 ms of computing and 9 ms of sleep, 2 workers at the start", "ms in all"},
+        {contestant<Time, AsyncPool>("libktasync", mixed, 2, 64),
+         contestant<Time, GlibPool>("GLib, up to 64", mixed, 64, false),
+         contestant<Time, AprPool>("APR-util, up to 64", mixed, 2, 64)});
     const Blocking computing = {400, 0, 2000};
     runner.compare({"W3", "2 ms of computing, most at once", "tasks"},
                    {contestant<MostAtOnce, AsyncPool>("libktasync", computing, 2, 64),

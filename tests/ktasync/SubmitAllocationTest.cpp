@@ -71,7 +71,10 @@ TEST(SubmitOutOfMemory, ThrowsAndTheTaskNeverRuns)
 {
     HeldPool held;
     int ran = 0;
-    EXPECT_EQ(failEach([&] { KT::submit(held.pool, [&ran](const Ballast&) { ++ran; }, Ballast()); }),
+    EXPECT_EQ(failEach([&] {
+                  KT::submit(
+                      held.pool, [&ran](const Ballast&) { ++ran; }, Ballast());
+              }),
               1);
     held.release();
     EXPECT_TRUE(held.pool.close());
@@ -82,7 +85,10 @@ TEST(SubmitOutOfMemory, OfThePostedThrowsAndTheTaskNeverRuns)
 {
     HeldPool held;
     int ran = 0;
-    EXPECT_EQ(failEach([&] { KT::post(held.pool, [&ran](const Ballast&) { ++ran; }, Ballast()); }),
+    EXPECT_EQ(failEach([&] {
+                  KT::post(
+                      held.pool, [&ran](const Ballast&) { ++ran; }, Ballast());
+              }),
               1);
     held.release();
     EXPECT_TRUE(held.pool.close());
@@ -98,7 +104,8 @@ TEST(SubmitOutOfMemory, OfTheCarrierDelaysTheTask)
         // No carrier is left from the time before.
         ASSERT_TRUE(eventually([&pool] { return pool.pool()->status().busyThreads == 0; }));
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        EXPECT_TRUE(KT::post(pool, [&ran](const Ballast&) { ++ran; }, Ballast()));
+        EXPECT_TRUE(KT::post(
+            pool, [&ran](const Ballast&) { ++ran; }, Ballast()));
         ++submitted;
     });
     EXPECT_GE(failures, 2);

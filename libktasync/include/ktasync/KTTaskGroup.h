@@ -61,8 +61,7 @@ public:
     template <typename F, typename... Args, std::enable_if_t<!detail::isName<F>, int> = 0>
     void run(F&& callable, Args&&... args)
     {
-        run(group->name().view(), std::forward<F>(callable),
-            std::forward<Args>(args)...);
+        run(group->name().view(), std::forward<F>(callable), std::forward<Args>(args)...);
     }
 
     /// The same, with a task name.
@@ -85,8 +84,7 @@ public:
     template <typename F, typename... Args, std::enable_if_t<!detail::isName<F>, int> = 0>
     bool tryRun(F&& callable, Args&&... args)
     {
-        return tryRun(group->name().view(), std::forward<F>(callable),
-                      std::forward<Args>(args)...);
+        return tryRun(group->name().view(), std::forward<F>(callable), std::forward<Args>(args)...);
     }
 
     /// The same, with a task name.

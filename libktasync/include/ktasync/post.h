@@ -75,8 +75,7 @@ bool postAll(const KTPoolRef& pool, std::string_view name, Range&& range)
                                       std::remove_reference_t<Element>&&>;
     std::vector<boost::intrusive_ptr<detail::Work>> jobs;
     for (auto&& callable : range) {
-        jobs.push_back(
-            detail::makePost(pool.scheduler(), name, static_cast<Passed>(callable)));
+        jobs.push_back(detail::makePost(pool.scheduler(), name, static_cast<Passed>(callable)));
     }
     return detail::enqueueAll(pool.scheduler(), std::move(jobs));
 }

@@ -43,9 +43,8 @@ template <typename Name, typename F, typename... Args,
           std::enable_if_t<detail::isName<Name>, int> = 0>
 auto submit(const KTPoolRef& pool, const Name& name, F&& callable, Args&&... args)
 {
-    const auto job =
-        detail::Start::make(pool.scheduler(), name, std::forward<F>(callable),
-                            std::forward<Args>(args)...);
+    const auto job = detail::Start::make(pool.scheduler(), name, std::forward<F>(callable),
+                                         std::forward<Args>(args)...);
     detail::enqueue(job);
     return detail::Start::futureOf(job);
 }
@@ -91,8 +90,7 @@ auto submitAll(const KTPoolRef& pool, std::string_view name, Range&& range)
     std::vector<KTFuture<typename detail::BoundOf<Element>::Result>> futures;
     std::vector<boost::intrusive_ptr<detail::Work>> jobs;
     for (auto&& callable : range) {
-        const auto job =
-            detail::Start::make(pool.scheduler(), name, static_cast<Passed>(callable));
+        const auto job = detail::Start::make(pool.scheduler(), name, static_cast<Passed>(callable));
         jobs.push_back(job);
         futures.push_back(detail::Start::futureOf(job));
     }

@@ -7,6 +7,7 @@
 
 #include "../base/Cancellation.h"
 #include "../base/Deadline.h"
+#include "../base/Pause.h"
 #include "../job/CurrentJob.h"
 #include "../scheduler/Scheduler.h"
 
@@ -17,6 +18,9 @@ namespace {
 
 /// How often a group that is destroyed in a task looks whether that was asked to stop.
 const int lookForStopMs = 20;
+
+/// How often a waiter looks for work before it sleeps: some microseconds.
+const int looksBeforeSleep = 50;
 
 }  // namespace
 
@@ -29,8 +33,13 @@ GroupJob::~GroupJob() = default;
 
 void GroupJob::claimed()
 {
-    const std::lock_guard<std::mutex> hold(owner->mutex);
-    owner->moveToRunningLocked(*this);
+    // A waiter that claims it has moved it before.
+    if (!isRunning.load(std::memory_order_relaxed)) {
+        const std::lock_guard<std::mutex> hold(owner->mutex);
+        owner->moveToRunningLocked(*this);
+        Runner* const runner = owner->home.runnerOfThisThread();
+        owner->thief = runner != nullptr && runner->own.isEmpty() ? runner : nullptr;
+    }
 }
 
 void GroupJob::conclude(Outcome outcome, std::exception_ptr error)
@@ -55,7 +64,11 @@ bool Group::isCallersOwn() const
 
 Group::Entry Group::enter(bool block)
 {
-    const bool mayWait = block && limit > 0 && !isCallersOwn();
+    if (limit == 0) {
+        ++places;
+        return Entry::within;
+    }
+    const bool mayWait = block && !isCallersOwn();
     Lock hold(mutex);
     while (isFullLocked() && mayWait && !isCancelled) {
         runOneOrWait(hold, Deadline(-1));
@@ -125,6 +138,9 @@ void Group::startAll(const std::vector<boost::intrusive_ptr<GroupJob>>& jobs)
 
 bool Group::wait(int milliseconds)
 {
+    if (places == 0) {
+        return true;
+    }
     const Deadline end(milliseconds);
     bool mayBlock = false;
     Lock hold(mutex);
@@ -140,22 +156,55 @@ bool Group::wait(int milliseconds)
     return true;
 }
 
-bool Group::runOneOrWait(Lock& hold, const Deadline& end)
+// The group's next task; null if all have begun.
+boost::intrusive_ptr<Job> Group::takeWaitingLocked()
 {
-    if (waiting.empty() || end.isOver()) {
-        if (end.isOver()) {
-            return false;
-        }
-        end.wait(hold, changed);
-        return true;
+    if (waiting.empty()) {
+        return nullptr;
     }
     const boost::intrusive_ptr<GroupJob> job(&waiting.front());
     moveToRunningLocked(*job);
-    hold.unlock();
-    if (job->claim()) {
-        runForWaiter(*job);
+    return job;
+}
+
+// In a task, a thread that waits for what a carrier has taken runs what that one has submitted
+// since. No other work is in the carrier's queue before it has ended the group's task, for which it
+// needs `mutex`. So a waiting task runs none but those that it waits for in the end, and the locks
+// that it holds do no harm.
+boost::intrusive_ptr<Job> Group::takeDescendantLocked()
+{
+    if (thief == nullptr || CurrentJob::innermost == nullptr ||
+        thief == home.runnerOfThisThread()) {
+        return nullptr;
     }
-    hold.lock();
+    return boost::static_pointer_cast<Job>(thief->own.takeFirst());
+}
+
+bool Group::runOneOrWait(Lock& hold, const Deadline& end)
+{
+    if (end.isOver()) {
+        return false;
+    }
+    boost::intrusive_ptr<Job> job = takeWaitingLocked();
+    for (int looks = 0; !job && places != 0 && thief != nullptr && looks < looksBeforeSleep;
+         ++looks) {
+        job = takeDescendantLocked();
+        if (!job) {
+            hold.unlock();
+            pause();
+            hold.lock();
+        }
+    }
+    if (job) {
+        hold.unlock();
+        if (job->claim()) {
+            runForWaiter(*job);
+        }
+        job.reset();
+        hold.lock();
+    } else if (places != 0 && waiting.empty()) {
+        end.wait(hold, changed);
+    }
     return true;
 }
 
@@ -166,6 +215,7 @@ void Group::dropWaiting()
         {
             const Lock hold(mutex);
             isCancelled = true;
+            isUnsettled = true;
             if (waiting.empty()) {
                 return;
             }
@@ -193,10 +243,13 @@ void Group::cancel()
 
 Group::Account Group::close(bool isUnwinding)
 {
+    if (places == 0) {
+        return settle();
+    }
     const NoCancellation off;
     const Job* const around = CurrentJob::ofThisThread();
     bool isToEnd = isUnwinding;
-    if (!isIdle() && isCallersOwn()) {
+    if (places != 0 && isCallersOwn()) {
         cancel();
         return Account();
     }
@@ -211,14 +264,21 @@ Group::Account Group::close(bool isUnwinding)
 
 Group::Account Group::settle()
 {
+    if (!isUnsettled) {
+        return Account();
+    }
     const Lock hold(mutex);
     isCancelled = false;
+    isUnsettled = false;
     return std::exchange(account, Account());
 }
 
 void Group::ended(GroupJob& job, Outcome outcome, std::exception_ptr error)
 {
     const Lock hold(mutex);
+    if (thief == home.runnerOfThisThread()) {
+        thief = nullptr;
+    }
     if (job.hook.is_linked()) {
         Jobs& list = job.isRunning ? running : waiting;
         list.erase(list.iterator_to(job));
@@ -231,16 +291,11 @@ void Group::ended(GroupJob& job, Outcome outcome, std::exception_ptr error)
         account.first = std::move(error);
     }
     account.lost = account.lost || (isCancellation && !isCancelled);
+    isUnsettled = isUnsettled || account.first || account.lost;
     --places;
     if (places == 0 || limit > 0) {
         changed.notify_all();
     }
-}
-
-bool Group::isIdle() const
-{
-    const Lock hold(mutex);
-    return places == 0;
 }
 
 int Group::failures() const

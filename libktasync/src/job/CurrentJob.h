@@ -29,10 +29,7 @@ struct CurrentJob {
     }
 
     /// The innermost one; null if the calling thread is in none.
-    static Job* ofThisThread()
-    {
-        return innermost != nullptr ? innermost->job : nullptr;
-    }
+    static Job* ofThisThread() { return innermost != nullptr ? innermost->job : nullptr; }
 };
 
 }  // namespace detail

@@ -23,9 +23,14 @@ thread_local bool CurrentJob::showsName = false;
 
 namespace {
 
-bool showsName()
+/// Names the calling thread after `job`, unless it is named after `before`, which is called the
+/// same.
+void show(const Job& job, const Job& before)
 {
-    return CurrentJob::showsName || Carrier::isThisThread();
+    if (!(job.fixedName() == before.fixedName()) &&
+        (CurrentJob::showsName || Carrier::isThisThread())) {
+        showTaskName(job.name());
+    }
 }
 
 }  // namespace
@@ -37,10 +42,8 @@ public:
     {
         CurrentJob::innermost = &frame;
         if (frame.around != nullptr) {
-            frame.around->job->setInner(&job);
-            if (showsName()) {
-                showTaskName(job.name());
-            }
+            frame.around->job->beginInner(job);
+            show(job, *frame.around->job);
         }
         if (job.queuedAt != Time::time_point()) {
             startedAt = Time::now();
@@ -65,10 +68,8 @@ public:
         job.home.probeEnded(job);
         CurrentJob::innermost = frame.around;
         if (frame.around != nullptr) {
-            frame.around->job->setInner(nullptr);
-            if (showsName()) {
-                showTaskName(frame.around->job->name());
-            }
+            frame.around->job->inner.end();
+            show(*frame.around->job, job);
         }
         job.finish(outcome, std::move(error), startedAt);
     }
@@ -183,33 +184,31 @@ void Job::report(Outcome outcome, Time::time_point startedAt) const
     home.observers.report({name(), outcome, start - queuedAt, hasRun, now - start});
 }
 
+// Jobs may be nested deeply: without recursion. Each is kept from ending by the one around it.
 void Job::requestStop()
 {
-    boost::intrusive_ptr<Job> job(this);
-    while (job) {
-        boost::intrusive_ptr<Job> next;
+    Job* job = this;
+    CurrentWork* holding = nullptr;
+    while (job != nullptr) {
         {
-            ParkingPlace& place = ParkingPlace::of(job.get());
+            ParkingPlace& place = ParkingPlace::of(job);
             const std::lock_guard<std::mutex> hold(place.mutex);
             job->state |= stopMark;
             place.changed.notify_all();
-            next = job->inner;
         }
-        job = std::move(next);
+        CurrentWork& next = job->inner;
+        job = static_cast<Job*>(next.stopAndHold());
+        if (holding != nullptr) {
+            holding->release();
+        }
+        holding = job != nullptr ? &next : nullptr;
     }
 }
 
-void Job::setInner(Job* job)
+void Job::beginInner(Job& job)
 {
-    boost::intrusive_ptr<Job> previous(job);
-    bool stopped = false;
-    {
-        const std::lock_guard<std::mutex> hold(ParkingPlace::of(this).mutex);
-        inner.swap(previous);
-        stopped = stopRequested();
-    }
-    if (stopped && job != nullptr) {
-        job->requestStop();
+    if (!inner.begin(job)) {
+        job.requestStop();
     }
 }
 

@@ -24,9 +24,9 @@
 
 #include "../base/Cancellation.h"
 #include "../base/Deadline.h"
+#include "../base/Warnings.h"
 #include "../scheduler/Scheduler.h"
 #include "TraceFile.h"
-#include "../base/Warnings.h"
 
 namespace KT {
 

@@ -7,7 +7,7 @@
 
 #include <ktthread/KTPoolExtension.h>
 
-#include "CurrentWork.h"
+#include <ktasync/detail/CurrentWork.h>
 #include "Runner.h"
 #include "Scheduler.h"
 

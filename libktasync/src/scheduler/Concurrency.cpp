@@ -8,7 +8,11 @@ namespace detail {
 namespace {
 
 /// A target that is too high falls by this part of the excess with each look, and by one at least.
-const int slowness = 8;
+const int slowness = 16;
+
+/// Carriers that compute or wait for a processor, for each processor: with fewer of them it falls
+/// no further, since some processor would soon have nothing to do.
+const int toleratedPerProcessor = 2;
 
 }  // namespace
 
@@ -27,7 +31,10 @@ int Concurrency::wanted(const CarrierCensus& census, double runnableShare) const
 {
     // Work that isn't there needs no carriers.
     const double useful = census.carriers + static_cast<double>(census.queued);
-    const double ideal = runnableShare > 0 ? processors / runnableShare : useful;
+    // Up to half as many again: blocked tasks come back unevenly, and a processor that waits for
+    // one is lost.
+    const double reserve = 1 + std::max(0.5 - runnableShare, 0.0);
+    const double ideal = runnableShare > 0 ? processors / runnableShare * reserve : useful;
     return static_cast<int>(std::min({ideal, useful, static_cast<double>(most)}));
 }
 
@@ -43,7 +50,7 @@ bool Concurrency::add(const CarrierCensus& census)
     const int better = std::max(wanted(census, both), least);
     if (better >= aim) {
         aim = better;
-    } else if (share * census.carriers > processors) {
+    } else if (share * census.carriers > toleratedPerProcessor * processors) {
         aim -= std::max((aim - better) / slowness, 1);
     }
     return aim != before;

@@ -15,9 +15,9 @@ struct CarrierCensus {
 };
 
 /// The processors are best used with processors / (share of its time that a carrier isn't blocked)
-/// carriers: as many compute then as there are processors. A carrier that waits for a processor
-/// isn't blocked, so more of them are no gain. The share is that of two looks in a row, since a
-/// single look may find a computing thread in a short wait.
+/// carriers: as many compute then as there are processors; some more make up for chance. A carrier
+/// that waits for a processor isn't blocked, so more of them are no gain. The share is that of two
+/// looks in a row, since a single look may find a computing thread in a short wait.
 ///
 /// The number grows at once, for blocked tasks gain nothing by waiting, and falls slowly: with too
 /// many carriers they wait for processors, which makes the share larger than it is.

@@ -1,4 +1,4 @@
-#include "CurrentWork.h"
+#include <ktasync/detail/CurrentWork.h>
 
 #include <sched.h>
 
@@ -24,19 +24,29 @@ void CurrentWork::end()
     }
 }
 
-void CurrentWork::requestStop()
+Work* CurrentWork::stopAndHold()
 {
     std::uintptr_t now = word;
     std::uintptr_t next = 0;
     do {
         if ((now & stopped) != 0) {
-            return;
+            return nullptr;
         }
         next = now == 0 ? stopped : now | stopped | held;
     } while (!word.compare_exchange_weak(now, next));
-    if (now != 0) {
-        reinterpret_cast<Work*>(now)->requestStop();
-        word.fetch_and(~held);
+    return reinterpret_cast<Work*>(now);
+}
+
+void CurrentWork::release()
+{
+    word.fetch_and(~held);
+}
+
+void CurrentWork::requestStop()
+{
+    if (Work* const work = stopAndHold()) {
+        work->requestStop();
+        release();
     }
 }
 

@@ -36,12 +36,12 @@ struct Runner {
     std::size_t shard = 0;  ///< that it takes work from first
 
     // The carrier's own.
-    bool isSearching = false;             ///< counted as such
-    unsigned turns = 0;                   ///< searches for work
-    int worker = -1;                      ///< its slot, for the probes
-    std::uint64_t coreTasksSeen = 0;      ///< that had been queued before the carrier was
-    Time::time_point overtimeFrom;        ///< it gives its worker back then
-    ShortName shownName{""};  ///< of the task that the thread shows; empty: of none
+    bool isSearching = false;         ///< counted as such
+    unsigned turns = 0;               ///< searches for work
+    int worker = -1;                  ///< its slot, for the probes
+    std::uint64_t coreTasksSeen = 0;  ///< that had been queued before the carrier was
+    Time::time_point overtimeFrom;    ///< it gives its worker back then
+    ShortName shownName{""};          ///< of the task that the thread shows; empty: of none
 };
 
 }  // namespace detail

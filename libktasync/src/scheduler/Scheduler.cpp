@@ -8,9 +8,9 @@
 
 #include <boost/make_shared.hpp>
 
+#include <ktasync/KTPoolOptions.h>
 #include "../base/Cancellation.h"
 #include "../base/ParkingPlace.h"
-#include <ktasync/KTPoolOptions.h>
 #include "Carrier.h"
 
 namespace KT {
@@ -246,6 +246,11 @@ void Scheduler::fireEnded(const Work& work) const
 {
     KTPoolExtension::probeEnded(probed, work.name().data(), Carrier::workerOfThisThread(),
                                 waiting());
+}
+
+Runner* Scheduler::runnerOfThisThread() const
+{
+    return Carrier::runnerOfThisThread(*this);
 }
 
 void Scheduler::workEnded()

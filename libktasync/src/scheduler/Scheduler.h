@@ -72,6 +72,9 @@ public:
     /// The same for work that the calling work may need soon: in its own carrier's queue.
     bool submitNear(WorkPointer work);
 
+    /// The place of the carrier that the calling thread is; null if it is none of this pool's.
+    Runner* runnerOfThisThread() const;
+
     /// Null once the pool is gone.
     boost::shared_ptr<KTThreadPool> pool() const { return target.lock(); }
 
@@ -170,7 +173,7 @@ private:
     std::atomic<int> unstarted{0};  ///< of those, in the core's queue
     std::atomic<int> most;          ///< carriers at once
     std::atomic<bool> isWatched{false};
-    std::atomic<bool> wasStopped{false};  ///< and may run again
+    std::atomic<bool> wasStopped{false};      ///< and may run again
     std::atomic<std::uint64_t> coreTasks{0};  ///< that clients have queued with the core
     IdleRunners idle;
 

@@ -36,8 +36,7 @@ public:
     {
         (work.previousInList != nullptr ? work.previousInList->nextInList : first) =
             work.nextInList;
-        (work.nextInList != nullptr ? work.nextInList->previousInList : last) =
-            work.previousInList;
+        (work.nextInList != nullptr ? work.nextInList->previousInList : last) = work.previousInList;
         return WorkPointer(&work, false);
     }
 

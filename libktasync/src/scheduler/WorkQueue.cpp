@@ -107,6 +107,15 @@ WorkPointer WorkQueue::takeLast()
 bool WorkQueue::remove(Work& work)
 {
     WorkPointer removed;  // released after the mutexes
+    {
+        // As a rule it is the newest, which the thread that has pushed it runs itself.
+        const Lock hold(newMutex);
+        if (newer.back() == &work) {
+            add(added, minusOne, std::memory_order_relaxed);
+            removed = takeOut(newer.popBack());
+            return true;
+        }
+    }
     const Lock hold(oldMutex);
     const Lock holdNew(newMutex);
     if (work.queue.load(std::memory_order_relaxed) != this) {

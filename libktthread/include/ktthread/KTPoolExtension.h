@@ -36,9 +36,8 @@ protected:
 };
 
 /// What a library keeps beside a pool, and hears from it. A pool has one at most: see
-/// KTThreadPool::attach. The pool shares it, and releases it last. Any thread may call its operations,
-/// at the same time, with no lock held; they don't block and throw nothing.
-/// \code
+/// KTThreadPool::attach. The pool shares it, and releases it last. Any thread may call its
+/// operations, at the same time, with no lock held; they don't block and throw nothing. \code
 /// struct Counted : KT::KTPoolExtension {
 ///     void tasksQueued() override { ++batches; }
 ///     void dropQueued() override {}
@@ -49,8 +48,7 @@ protected:
 /// \endcode
 ///
 /// \ingroup ktthread_own
-class KTTHREAD_EXPORT KTPoolExtension
-    : public boost::intrusive_ref_counter<KTPoolExtension> {
+class KTTHREAD_EXPORT KTPoolExtension : public boost::intrusive_ref_counter<KTPoolExtension> {
 public:
     KTPoolExtension();
     virtual ~KTPoolExtension();

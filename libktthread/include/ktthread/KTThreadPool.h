@@ -181,7 +181,7 @@ private:
     bool releaseEnded();
 
     boost::intrusive_ptr<KTPoolExtension> ownedExtension;  // first, to go last; under queueMutex
-    std::atomic<KTPoolExtension*> extensionInUse;       // what that points to
+    std::atomic<KTPoolExtension*> extensionInUse;          // what that points to
     const int monitorParam1, monitorParam2, monitorParam3;
     Workers threads;          // under poolMutex; each slot also atomically, for shutdown
     Workers retiredThreads;   // under poolMutex

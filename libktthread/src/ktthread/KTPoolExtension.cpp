@@ -56,13 +56,13 @@ void KTPoolExtension::probeQueued(const KTThreadPool* pool, const char* name, st
 }
 
 void KTPoolExtension::probeStarted(const KTThreadPool* pool, const char* name, int worker,
-                                    std::size_t queued)
+                                   std::size_t queued)
 {
     KT_PROBE(task_started, pool, KT_AT(name), KT_AT(worker), KT_AT(queued));
 }
 
 void KTPoolExtension::probeEnded(const KTThreadPool* pool, const char* name, int worker,
-                                  std::size_t queued)
+                                 std::size_t queued)
 {
     KT_PROBE(task_ended, pool, KT_AT(name), KT_AT(worker), KT_AT(queued));
 }

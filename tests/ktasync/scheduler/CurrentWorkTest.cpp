@@ -1,10 +1,10 @@
 #include <thread>
 
-#include <boost/smart_ptr/intrusive_ptr.hpp>
 #include <gtest/gtest.h>
+#include <boost/smart_ptr/intrusive_ptr.hpp>
 
+#include <ktasync/detail/CurrentWork.h>
 #include "TestWork.h"
-#include "scheduler/CurrentWork.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include <thread>
 #include <vector>
 
-#include <boost/make_shared.hpp>
 #include <gtest/gtest.h>
+#include <boost/make_shared.hpp>
 
 #include <ktthread/KTThreadPool.h>
 

@@ -98,8 +98,8 @@ protected:
     }
 
 private:
-    using Stored =
-        std::conditional_t<std::is_reference_v<R>, std::remove_reference_t<R>*, std::remove_cv_t<R>>;
+    using Stored = std::conditional_t<std::is_reference_v<R>, std::remove_reference_t<R>*,
+                                      std::remove_cv_t<R>>;
     std::optional<Stored> result;
 };
 

@@ -1,6 +1,7 @@
 /// What a group and its tasks share.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <exception>
 #include <mutex>
@@ -22,6 +23,7 @@ namespace detail {
 
 class Deadline;
 class Group;
+struct Runner;
 
 /// A job of a group. It is in one of the group's two lists from `start` until it ends.
 class KTASYNC_EXPORT GroupJob : public Job {
@@ -38,9 +40,9 @@ protected:
 private:
     friend class Group;
     const boost::intrusive_ptr<Group> owner;
-    // Both under the group's mutex.
+    // Written under the group's mutex.
     boost::intrusive::list_member_hook<> hook;
-    bool isRunning = false;
+    std::atomic<bool> isRunning{false};
 };
 
 template <typename Bound>
@@ -48,8 +50,7 @@ class GroupCall final : public GroupJob {
 public:
     template <typename... Parts>
     GroupCall(boost::intrusive_ptr<Group> ofGroup, std::string_view name, Parts&&... parts)
-        : GroupJob(std::move(ofGroup), name),
-          storage(std::in_place, std::forward<Parts>(parts)...)
+        : GroupJob(std::move(ofGroup), name), storage(std::in_place, std::forward<Parts>(parts)...)
     {
     }
     ~GroupCall() override
@@ -130,12 +131,13 @@ private:
                                                  &GroupJob::hook>>;
     using Lock = std::unique_lock<std::mutex>;
 
-    bool isIdle() const;
     bool isCallersOwn() const;
     bool listLocked(GroupJob& job);
     void moveToRunningLocked(GroupJob& job);
     bool isFullLocked() const { return limit > 0 && places >= limit; }
     bool runOneOrWait(Lock& hold, const Deadline& end);
+    boost::intrusive_ptr<Job> takeWaitingLocked();
+    boost::intrusive_ptr<Job> takeDescendantLocked();
     void ended(GroupJob& job, Outcome outcome, std::exception_ptr error);
 
     /// Keeps the pool, which keeps the scheduler.
@@ -145,10 +147,14 @@ private:
     const int limit;
     mutable std::mutex mutex;
     std::condition_variable changed;
+    /// Taken without `mutex` in a group without a limit, and given back under it.
+    std::atomic<int> places{0};
+    /// Whether there is anything to settle; set under `mutex`.
+    std::atomic<bool> isUnsettled{false};
     // The rest under `mutex`.
     Jobs waiting;
     Jobs running;
-    int places = 0;
+    Runner* thief = nullptr;  ///< the last carrier that has begun a task, until it ends one
     int failed = 0;
     int cancelled = 0;
     bool isCancelled = false;

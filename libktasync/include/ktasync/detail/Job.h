@@ -9,6 +9,7 @@
 
 #include <boost/smart_ptr/intrusive_ptr.hpp>
 
+#include <ktasync/detail/CurrentWork.h>
 #include <ktasync/detail/Outcome.h>
 #include <ktasync/detail/Work.h>
 #include <ktasync/export.h>
@@ -86,12 +87,12 @@ private:
     using Time = std::chrono::steady_clock;
     void finish(Outcome outcome, std::exception_ptr error, Time::time_point startedAt);
     void report(Outcome outcome, Time::time_point startedAt) const;
-    void setInner(Job* job);
+    void beginInner(Job& job);
 
     Scheduler& home;
     /// The epoch if nobody observes the pool.
     const Time::time_point queuedAt;
-    boost::intrusive_ptr<Job> inner;  ///< under the job's parking place
+    CurrentWork inner;  ///< the job that runs inside of this one
 };
 
 /// Has the pool run `job`, in the order of submission. A pool that takes none drops it, and false

@@ -1,4 +1,4 @@
-/// The work that a carrier is at.
+/// The work that a thread is at.
 #pragma once
 
 #include <atomic>
@@ -10,11 +10,11 @@ namespace KT {
 namespace detail {
 
 /// One word, so that a stop request reaches the work that runs, or keeps the next one from
-/// beginning, and never touches one that has ended. The carrier's thread begins and ends work; any
-/// other may request a stop.
+/// beginning, and never touches one that has ended. One thread begins and ends work; any other may
+/// request a stop.
 class CurrentWork {
 public:
-    /// False if a stop was requested: `work` must not run then.
+    /// False if a stop was requested: `work` is not noted then.
     bool begin(Work& work);
     /// Blocks for as long as a stop request is at the work.
     void end();
@@ -22,6 +22,11 @@ public:
     /// Asks the work, if there is any, and keeps others from beginning.
     void requestStop();
     bool isStopped() const { return (word & stopped) != 0; }
+
+    /// `requestStop` in two steps: the work that is to be asked, which doesn't end before
+    /// `release`; null if there is none.
+    Work* stopAndHold();
+    void release();
 
 private:
     // In the low bits of the address.
