@@ -49,8 +49,6 @@ FutureJob::~FutureJob()
     intrusive_ptr_release(&scheduler());
 }
 
-ResultJob<void>::~ResultJob() = default;
-
 Outcome FutureJob::outcome() const
 {
     return static_cast<Outcome>(state >> outcomeShift);

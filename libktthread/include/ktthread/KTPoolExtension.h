@@ -25,6 +25,9 @@ class KTThreadPool;
 ///
 /// \ingroup ktthread_own
 class KTTHREAD_EXPORT KTCarrier : public KTTask {
+public:
+    ~KTCarrier() override;
+
 protected:
     /// As a KTTask's constructor.
     KTCarrier();

@@ -27,6 +27,8 @@ KTCarrier::KTCarrier()
     isCarrier = true;
 }
 
+KTCarrier::~KTCarrier() = default;
+
 int KTCarrier::slotOfWorker() const
 {
     boost::shared_ptr<KTThread> worker;  // released after the mutex

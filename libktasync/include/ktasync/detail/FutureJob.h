@@ -48,9 +48,9 @@ protected:
 
 private:
     using Path = std::vector<boost::intrusive_ptr<FutureJob>>;
-    boost::intrusive_ptr<FutureJob> firstUnfinished(Path& path);
-    bool waitForEnd(const Deadline& end);
-    Outcome outcome() const;
+    KTASYNC_HIDDEN boost::intrusive_ptr<FutureJob> firstUnfinished(Path& path);
+    KTASYNC_HIDDEN bool waitForEnd(const Deadline& end);
+    KTASYNC_HIDDEN Outcome outcome() const;
 
     static constexpr unsigned short readyMark = firstOfDerived;
     static constexpr unsigned short awaitedMark = firstOfDerived << 1;  ///< by a thread that sleeps
@@ -104,12 +104,11 @@ private:
 };
 
 template <>
-class KTASYNC_EXPORT ResultJob<void> : public FutureJob {
+class ResultJob<void> : public FutureJob {
 public:
     using Result = void;
 
     using FutureJob::FutureJob;
-    ~ResultJob() override;
 
     void take() { rethrowFailure(); }
 

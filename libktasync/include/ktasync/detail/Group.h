@@ -96,17 +96,17 @@ public:
 
     /// Has jobs of this group run that have no places yet, whatever the limit. Throws
     /// std::bad_alloc, and none runs then.
-    void startAll(const std::vector<boost::intrusive_ptr<GroupJob>>& jobs);
+    KTASYNC_HIDDEN void startAll(const std::vector<boost::intrusive_ptr<GroupJob>>& jobs);
 
     /// Runs what nobody has begun and waits for the rest; whether all has ended. Throws KTError in
     /// a task of the group, which it would wait for.
-    bool wait(int milliseconds);
+    KTASYNC_HIDDEN bool wait(int milliseconds);
 
     /// Drops what nobody has begun, and what comes until the next `settle`.
-    void dropWaiting();
+    KTASYNC_HIDDEN void dropWaiting();
 
     /// The same, and raises the stop marks of the rest.
-    void cancel();
+    KTASYNC_HIDDEN void cancel();
 
     struct Account {
         std::exception_ptr first;  ///< of what was thrown
@@ -114,12 +114,12 @@ public:
     };
 
     /// What came of the tasks since the last time; a cancelled group is as new again.
-    Account settle();
+    KTASYNC_HIDDEN Account settle();
 
     /// Waits for the end of all, for a destructor: can't be cancelled. Cancels the group if an
     /// exception is on its way, and when the task around is asked to stop. In a task of the group
     /// it cancels and doesn't wait.
-    Account close(bool isUnwinding);
+    KTASYNC_HIDDEN Account close(bool isUnwinding);
 
     int failures() const;
     int cancellations() const;
@@ -131,14 +131,14 @@ private:
                                                  &GroupJob::hook>>;
     using Lock = std::unique_lock<std::mutex>;
 
-    bool isCallersOwn() const;
-    bool listLocked(GroupJob& job);
-    void moveToRunningLocked(GroupJob& job);
+    KTASYNC_HIDDEN bool isCallersOwn() const;
+    KTASYNC_HIDDEN bool listLocked(GroupJob& job);
+    KTASYNC_HIDDEN void moveToRunningLocked(GroupJob& job);
     bool isFullLocked() const { return limit > 0 && places >= limit; }
-    bool runOneOrWait(Lock& hold, const Deadline& end);
-    boost::intrusive_ptr<Job> takeWaitingLocked();
-    boost::intrusive_ptr<Job> takeDescendantLocked();
-    void ended(GroupJob& job, Outcome outcome, std::exception_ptr error);
+    KTASYNC_HIDDEN bool runOneOrWait(Lock& hold, const Deadline& end);
+    KTASYNC_HIDDEN boost::intrusive_ptr<Job> takeWaitingLocked();
+    KTASYNC_HIDDEN boost::intrusive_ptr<Job> takeDescendantLocked();
+    KTASYNC_HIDDEN void ended(GroupJob& job, Outcome outcome, std::exception_ptr error);
 
     /// Keeps the pool, which keeps the scheduler.
     const boost::shared_ptr<KTThreadPool> pool;

@@ -40,14 +40,14 @@ public:
     Job(Scheduler& ofPool, std::string_view name);
     ~Job() override;
 
-    bool claim();
+    KTASYNC_HIDDEN bool claim();
 
     /// Makes the call, on behalf of whoever claimed the job, and ends it: also when the thread is
     /// cancelled in it. No exception but the forced unwinding comes out.
-    void run();
+    KTASYNC_HIDDEN void run();
 
     /// Claims the job and ends it as cancelled or lost; false if it was claimed before.
-    bool drop(Outcome outcome = Outcome::cancelled);
+    KTASYNC_HIDDEN bool drop(Outcome outcome = Outcome::cancelled);
 
     void execute() override;
     void abandon() override;
@@ -56,7 +56,7 @@ public:
 
     bool stopRequested() const { return (state & stopMark) != 0; }
     /// As KTStopToken::waitFor.
-    bool waitForStop(int milliseconds) const;
+    KTASYNC_HIDDEN bool waitForStop(int milliseconds) const;
 
     /// The group that it is in; null if in none.
     virtual const Group* group() const { return nullptr; }
@@ -83,11 +83,12 @@ private:
     static constexpr unsigned short claimedMark = firstFree;
     static constexpr unsigned short stopMark = firstFree << 1;
 
-    void runBody(int cancelStateOfCall);
+    KTASYNC_HIDDEN void runBody(int cancelStateOfCall);
     using Time = std::chrono::steady_clock;
-    void finish(Outcome outcome, std::exception_ptr error, Time::time_point startedAt);
-    void report(Outcome outcome, Time::time_point startedAt) const;
-    void beginInner(Job& job);
+    KTASYNC_HIDDEN void finish(Outcome outcome, std::exception_ptr error,
+                               Time::time_point startedAt);
+    KTASYNC_HIDDEN void report(Outcome outcome, Time::time_point startedAt) const;
+    KTASYNC_HIDDEN void beginInner(Job& job);
 
     Scheduler& home;
     /// The epoch if nobody observes the pool.
@@ -104,7 +105,7 @@ KTASYNC_EXPORT bool enqueueAll(Scheduler& pool, std::vector<boost::intrusive_ptr
 
 /// Runs a claimed job on behalf of a waiter, on the calling thread or, when its stack is half full,
 /// on a thread made for it.
-KTASYNC_EXPORT void runForWaiter(Job& job);
+void runForWaiter(Job& job);
 
 /// The storage of a job's callable: there until the job has ended.
 template <typename Bound>

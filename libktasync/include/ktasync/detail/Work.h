@@ -44,7 +44,7 @@ protected:
 
     /// Takes the work out of the queue that it is in, if any: the reference that the queue held is
     /// released.
-    void leaveQueue();
+    KTASYNC_HIDDEN void leaveQueue();
 
     // What has happened to the work: bits, of which derived classes may use those from `firstFree`
     // on.
