@@ -124,6 +124,31 @@ def number(atomic):
     return int(atomic)
 
 
+def atomic_value(atomic):
+    """What is in a std::atomic of a pointer."""
+    kind = bare(atomic.type)
+    while kind.code == gdb.TYPE_CODE_STRUCT:
+        atomic = atomic[next(field for field in kind.fields() if hasattr(field, "bitpos"))]
+        kind = bare(atomic.type)
+    return atomic
+
+
+def pointee(unique):
+    """What a std::unique_ptr points to: its only data is the pointer."""
+    pointed = bare(unique.type).template_argument(0)
+    return unique.address.cast(pointed.pointer().pointer()).dereference().dereference()
+
+
+def signed(value):
+    """Of a difference of two unsigned numbers of 64 bits."""
+    value &= 2**64 - 1
+    return value - 2**64 if value >= 2**63 else value
+
+
+def work_name(work):
+    return '"' + shown(member(work, "shortName")["text"].string(errors="replace")) + '"'
+
+
 def shown(text):
     """Such that gdb can print it, whatever its character set."""
     text = "".join(c if c.isprintable() else c.encode("unicode_escape").decode() for c in text)
@@ -407,6 +432,8 @@ class Task:
         return f"{self.class_name} {attempt(self.task_name)}, {attempt(self.state)}"
 
     def running_text(self):
+        if self.class_name == "KT::detail::Carrier" and self.whole is not None:
+            return Scheduler.carried(self.whole)
         if not self.started:
             return f"{self.title()}, start not stamped"
         return f"{self.title()} since {time_text(self.started)}, {so_far(self.started)}"
@@ -448,6 +475,58 @@ class Task:
                 yield f"<{field.name}>", value[field]
             elif field.name and hasattr(field, "bitpos") and not field.artificial:
                 yield field.name, value[field]
+
+
+class Scheduler:
+    """What libktasync keeps beside a pool: its tasks are carried by a few tasks of the core, which are none
+    to those who look at the pool."""
+
+    name = "KT::detail::Scheduler"
+
+    def __init__(self, pointer):
+        self.scheduler = pointer.cast(gdb.lookup_type(self.name).pointer()).dereference()
+
+    @classmethod
+    def of(cls, pool):
+        """None where libktasync doesn't use the pool, or has no debug symbols."""
+        try:
+            extension = atomic_value(pool["extensionInUse"])
+            return cls(extension) if int(extension) and dynamic_name(extension) == cls.name else None
+        except gdb.error:
+            return None
+
+    def queues(self):
+        for unique in vector_items(self.scheduler["outer"]):
+            yield pointee(unique)
+        places = list(vector_items(self.scheduler["runners"]))
+        for place in places[:number(self.scheduler["runnerCount"])]:
+            yield atomic_value(place)["own"]
+
+    def queued(self):
+        return sum(max(signed(number(queue["added"]) - number(queue["taken"])), 0) for queue in self.queues())
+
+    def names(self, most):
+        for queue in self.queues():
+            for end in ("older", "newer"):
+                work = queue[end]["first"]
+                while int(work) and most > 0:
+                    yield work_name(work)
+                    most -= 1
+                    work = member(work, "nextInList")
+
+    def carriers_queued(self):
+        return number(self.scheduler["unstarted"])
+
+    def carriers_idle(self):
+        return number(self.scheduler["idle"]["count"])
+
+    @staticmethod
+    def carried(carrier):
+        """What a carrier runs."""
+        word = number(carrier["current"]["word"]) & ~3
+        if not word:
+            return "between two tasks"
+        return work_name(gdb.Value(word).cast(gdb.lookup_type("KT::detail::Work").pointer())) + " (libktasync)"
 
 
 class Worker:
@@ -501,18 +580,33 @@ class Pool:
         return f"KT::KTThreadPool, {attempt(self.state)}"
 
     def counts(self):
+        scheduler = self.scheduler()
+        idle = scheduler.carriers_idle() if scheduler else 0
         yield "threads", number(self.pool["nbThreads"])
-        yield "busy", int(self.pool["nbBusyThreads"])
+        yield "busy", max(int(self.pool["nbBusyThreads"]) - idle, 0)
         yield "max", int(self.pool["maxThreads"])
         yield "to retire", number(self.pool["nbThreadsToRemove"])
 
     def queue(self):
         return Queue(self.pool["tasks"])
 
+    def scheduler(self):
+        return Scheduler.of(self.pool)
+
+    def queued(self):
+        scheduler = self.scheduler()
+        carried = scheduler.queued() - scheduler.carriers_queued() if scheduler else 0
+        return max(self.queue().size + carried, 0)
+
     def first_tasks(self):
         queue = self.queue()
-        names = [attempt(self.queued_text, task) for task in queue.items(NAMES_SHOWN)]
-        more = f" and {queue.size - NAMES_SHOWN} more" if queue.size > NAMES_SHOWN else ""
+        scheduler = self.scheduler()
+        names = [attempt(self.queued_text, task) for task in queue.items(NAMES_SHOWN)
+                 if not int(task["px"]) or dynamic_name(task["px"]) != "KT::detail::Carrier"]
+        if scheduler:
+            names += scheduler.names(NAMES_SHOWN - len(names))
+        size = self.queued()
+        more = f" and {size - NAMES_SHOWN} more" if size > NAMES_SHOWN else ""
         return (", ".join(names) or "empty") + more
 
     @staticmethod
@@ -525,7 +619,7 @@ class Pool:
 
     def children(self):
         yield from readable(self.counts())
-        yield "queued", attempt(lambda: self.queue().size)
+        yield "queued", attempt(self.queued)
         yield "queue", attempt(self.first_tasks)
         yield "monitor", attempt(self.monitor)
 
@@ -684,7 +778,7 @@ def show_pool(pointer, workers):
     pool = Pool(pointer)
     state = pool.state()
     counts = ", ".join(f"{name} {count}" for name, count in pool.counts())
-    gdb.write(f"Pool 0x{int(pointer):x}, {state}: {counts}, queued {attempt(lambda: pool.queue().size)}\n")
+    gdb.write(f"Pool 0x{int(pointer):x}, {state}: {counts}, queued {attempt(pool.queued)}\n")
     gdb.write(f"  queue: {attempt(pool.first_tasks)}\n")
     rows = []
     try:
