@@ -33,9 +33,8 @@ bool IdleRunners::remove(Runner& runner)
     return true;
 }
 
-Runner* IdleRunners::takeOne()
+Runner* IdleRunners::takeOneLocked()
 {
-    const std::lock_guard<BriefMutex> hold(mutex);
     Runner* const taken = top;
     if (taken != nullptr) {
         top = taken->nextIdle;
@@ -51,13 +50,30 @@ void IdleRunners::deliver(Runner& runner, int call)
     futexWake(runner.call, 1);
 }
 
-bool IdleRunners::callOne(int call)
+void IdleRunners::callOneToLeave()
 {
-    Runner* const runner = size() == 0 ? nullptr : takeOne();
-    if (runner != nullptr) {
-        deliver(*runner, call);
+    Runner* called = nullptr;
+    if (size() != 0) {
+        const std::lock_guard<BriefMutex> hold(mutex);
+        called = takeOneLocked();
     }
-    return runner != nullptr;
+    if (called != nullptr) {
+        deliver(*called, Runner::callToLeave);
+    }
+}
+
+bool IdleRunners::callOneToWork(std::atomic<int>& searching)
+{
+    Runner* called = nullptr;
+    if (size() != 0) {
+        const std::lock_guard<BriefMutex> hold(mutex);
+        called = takeOneLocked();
+        searching += called != nullptr ? 1 : 0;
+    }
+    if (called != nullptr) {
+        deliver(*called, Runner::callToWork);
+    }
+    return called != nullptr;
 }
 
 void IdleRunners::callTo(Runner& runner, int call)

@@ -16,8 +16,11 @@ public:
     void add(Runner& runner);
     /// False if another thread has taken it out, which then calls it.
     bool remove(Runner& runner);
-    /// Calls one, unless there is none: false then.
-    bool callOne(int call);
+    /// Calls one to leave, if there is one.
+    void callOneToLeave();
+    /// Calls one to work, unless there is none: false then. Adds it to `searching`, and never
+    /// anything else, not even for a moment: others would rely on a search that nobody makes.
+    bool callOneToWork(std::atomic<int>& searching);
     /// Calls that one, if it waits.
     void callTo(Runner& runner, int call);
 
@@ -25,7 +28,7 @@ public:
     int size() const { return count; }
 
 private:
-    Runner* takeOne();
+    Runner* takeOneLocked();
     static void deliver(Runner& runner, int call);
 
     BriefMutex mutex;

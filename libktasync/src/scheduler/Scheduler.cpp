@@ -151,7 +151,7 @@ std::size_t Scheduler::waiting() const
 void Scheduler::tasksQueued()
 {
     ++coreTasks;
-    idle.callOne(Runner::callToLeave);
+    idle.callOneToLeave();
     watch();
 }
 
@@ -164,12 +164,8 @@ bool Scheduler::call()
     if (searching != 0) {
         return true;
     }
-    if (idle.size() != 0) {
-        ++searching;  // on behalf of the one that is called
-        if (idle.callOne(Runner::callToWork)) {
-            return true;
-        }
-        --searching;
+    if (idle.callOneToWork(searching)) {
+        return true;
     }
     if (mayStart()) {
         return start();

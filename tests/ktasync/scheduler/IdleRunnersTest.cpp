@@ -15,12 +15,16 @@ TEST(IdleRunners, CallsTheLastOneFirst)
     idle.add(first);
     idle.add(second);
     EXPECT_EQ(idle.size(), 2);
-    EXPECT_TRUE(idle.callOne(Runner::callToWork));
+    std::atomic<int> searching(0);
+    EXPECT_TRUE(idle.callOneToWork(searching));
     EXPECT_EQ(second.call, Runner::callToWork);
     EXPECT_EQ(first.call, Runner::noCall);
-    EXPECT_TRUE(idle.callOne(Runner::callToLeave));
+    EXPECT_EQ(searching, 1);
+    idle.callOneToLeave();
     EXPECT_EQ(first.call, Runner::callToLeave);
-    EXPECT_FALSE(idle.callOne(Runner::callToWork));
+    EXPECT_FALSE(idle.callOneToWork(searching));
+    idle.callOneToLeave();
+    EXPECT_EQ(searching, 1);
 }
 
 TEST(IdleRunners, TakesOutTheOneInTheMiddle)
