@@ -48,7 +48,7 @@ def main():
         "W1": tables.grid(comparisons, "W1"),
         "W6": tables.grid([one for one in comparisons if "memory" not in one.title], "W6"),
         "memory": tables.workload([one for one in comparisons if "memory" in one.title], "W6"),
-        **{name: tables.workload(comparisons, name) for name in ("W2", "W3", "W4", "W5", "W7", "W8")},
+        **{name: tables.workload(comparisons, name) for name in ("W2", "W3", "W4", "W5", "W7", "W8", "W10")},
     }
     page = (HERE / "page.md").read_text().format(**text)
     (docs / "benchmarks.md").write_text(page)

@@ -7,10 +7,10 @@ def find(comparisons, workload, title):
     return next(one for one in comparisons if one.workload == workload and re.fullmatch(title, one.title))
 
 
-def against_best(comparisons, workload, title, most):
+def against_best(comparisons, workload, title, most, ours="libktthread"):
     one = find(comparisons, workload, title)
     peer = one.best_peer()
-    return f"{workload}, {title}: time by that of the best peer ({peer})", most, one.ratio(one.ours, peer)
+    return f"{workload}, {title}: {ours}'s time by the best peer's ({peer})", most, one.ratio(ours, peer)
 
 
 def against(comparisons, workload, title, peer, most):
@@ -25,6 +25,31 @@ def blocking(comparisons):
     fastest = min(fixed, key=one.median)
     yield f"W3: time by that of the best pool of fixed size ({fastest})", 0.05, one.ratio(one.ours, fastest)
     yield f"W3: time by that of the best growing one ({growing})", 1.0, one.ratio(one.ours, growing)
+
+
+def library(comparisons):
+    """What libktasync is to reach."""
+
+    def best(workload, title, most):
+        return against_best(comparisons, workload, title, most, "libktasync")
+
+    for producers in ("1 producer", "4 producers"):
+        for grain, most in ((0, 0.5), (1, 0.7), (10, 0.97)):
+            yield best("W2", f"{grain} us, {producers}", most)
+        yield best("W1", f"0 us, {producers}", 0.9)
+        yield best("W10", f"empty tasks with service, observed, {producers}", 0.6)
+    yield best("W3", "as they come, 2 workers at the start", 1.05)
+    yield best("W3", "1 ms of computing and 9 ms of sleep, 2 workers at the start", 1.05)
+    most_at_once = find(comparisons, "W3", "2 ms of computing, most at once")
+    yield "W3, 2 ms of computing: most tasks at once", 3, most_at_once.median("libktasync")
+    yield best("W4", "to a task's first instruction, median", 1.0)
+    yield best("W10", "an idle pool that spins, to a task's first instruction", 1.1)
+    few, many = (find(comparisons, "W6", f"{workers} workers, all given work") for workers in (2, 512))
+    yield "W6: libktasync with 512 workers by 2", 1.5, many.median("libktasync") / few.median("libktasync")
+    yield best("W10", "a future each, asked for", 0.8)
+    yield best("W10", r"fib\(30\) by fork and join, cut off at 12", 1.5)
+    memory = find(comparisons, "W6", "memory of a queued task")
+    yield "W6: bytes of a queued task of libktasync", 128, memory.median("libktasync")
 
 
 def flatness(comparisons, what, titles):
@@ -57,6 +82,7 @@ def rows(comparisons, calls):
     yield against(comparisons, "W8", "1 GiB .*", "sha256sum", 1.0)
     yield against(comparisons, "W8", "1 GiB .*", "xargs -P2 openssl dgst", 1.0)
     yield from primitives(calls)
+    yield from library(comparisons)
 
 
 def table(comparisons, calls):

@@ -20,8 +20,9 @@ def save(figure, file):
     pyplot.close(figure)
 
 
-def bars(chosen, file, logarithmic=False):
-    """A panel a comparison, a bar a contestant, with the quartiles."""
+def bars(chosen, file):
+    """A panel a comparison, a bar a contestant, with the quartiles. The bars begin at zero, unless the figures span
+    decades."""
     figure, panels = pyplot.subplots(1, len(chosen), figsize=(4.6 * len(chosen), 3.2), squeeze=False)
     for panel, one in zip(panels[0], chosen):
         names = one.ranking()[::-1]
@@ -34,8 +35,10 @@ def bars(chosen, file, logarithmic=False):
         panel.barh(names, medians, xerr=errors, color=[colour(name) for name in names], ecolor="#2c3e50")
         panel.set_title(one.title, fontsize=9)
         panel.set_xlabel(one.unit)
-        if logarithmic:
+        if max(medians) > 15 * min(medians):
             panel.set_xscale("log")
+        else:
+            panel.set_xlim(left=0)
     save(figure, file)
 
 
@@ -84,8 +87,9 @@ def draw(comparisons, folder):
         folder / "W6.svg",
         "tasks queued; workers",
     )
-    bars(of("W3"), folder / "W3.svg", logarithmic=True)
+    bars(of("W3"), folder / "W3.svg")
     bars(of("W4", "median"), folder / "W4.svg")
     bars(of("W5"), folder / "W5.svg")
     bars(of("W7"), folder / "W7.svg")
     bars(of("W8"), folder / "W8.svg")
+    bars(of("W10"), folder / "W10.svg")

@@ -1,4 +1,5 @@
-/// A program with a pool of libktasync in a known state, for gdb to look at once it comes to atRest().
+/// A program with a pool of libktasync in a known state, for gdb to look at once it comes to
+/// atRest().
 #include <future>
 
 #include <ktasync/ktasync.h>

@@ -17,7 +17,7 @@ namespace KT {
 
 /// As `submit`, for a task whose result and end nobody asks for:
 /// \code
-/// KT::post(pool, "render", [page] { render(page); });
+/// KT::post(pool, "render", [row = n] { render(row); });
 /// \endcode
 /// It costs less: there is no future. What the callable returns is dropped; an exception is logged
 /// (category "ktasync"), but for KTCancelled. A task that never runs, because the pool is shut

@@ -40,7 +40,9 @@ protected:
 
 /// What a library keeps beside a pool, and hears from it. A pool has one at most: see
 /// KTThreadPool::attach. The pool shares it, and releases it last. Any thread may call its
-/// operations, at the same time, with no lock held; they don't block and throw nothing. \code
+/// operations, at the same time, with no lock held; they don't block and throw nothing.
+///
+/// \code
 /// struct Counted : KT::KTPoolExtension {
 ///     void tasksQueued() override { ++batches; }
 ///     void dropQueued() override {}
