@@ -71,7 +71,7 @@ private:
             case 1: KT::submit(pool, body); break;
             case 2: KT::submit(pool, [] {}).then(body); break;
             default:
-                KT::post(pool, [this, &pool, body] {
+                KT::post(pool, [&pool, body] {
                     KT::KTTaskGroup group(pool);
                     group.run(body);
                 });

@@ -34,7 +34,7 @@ Work* CurrentWork::stopAndHold()
         }
         next = now == 0 ? stopped : now | stopped | held;
     } while (!word.compare_exchange_weak(now, next));
-    return reinterpret_cast<Work*>(now);
+    return reinterpret_cast<Work*>(now);  // NOLINT(performance-no-int-to-ptr)
 }
 
 void CurrentWork::release()

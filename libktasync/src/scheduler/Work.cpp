@@ -8,6 +8,7 @@ namespace detail {
 
 Work::~Work() = default;
 
+// NOLINTNEXTLINE(misc-new-delete-overloads)
 void* Work::operator new(std::size_t size)
 {
     return takeBlock(size);

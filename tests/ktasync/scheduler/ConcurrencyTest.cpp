@@ -4,7 +4,6 @@
 
 namespace {
 
-using KT::detail::CarrierCensus;
 using KT::detail::Concurrency;
 
 const std::size_t plenty = 1000;

@@ -87,7 +87,8 @@ TEST(WorkQueue, LosesNothingAndGivesNothingTwice)
     for (int p = 0; p < pushers; ++p) {
         threads.emplace_back([&, p] {
             for (int i = 0; i < ofEach; ++i) {
-                queue.push(works[static_cast<std::size_t>(p * ofEach + i)]);
+                queue.push(
+                    works[static_cast<std::size_t>(p) * ofEach + static_cast<std::size_t>(i)]);
             }
             --pushing;
         });

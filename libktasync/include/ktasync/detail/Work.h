@@ -25,6 +25,7 @@ public:
     Work& operator=(const Work&) = delete;
 
     /// Blocks of memory are used again, from thread to thread.
+    // NOLINTNEXTLINE(misc-new-delete-overloads) the sized delete belongs to it
     static void* operator new(std::size_t size);
     static void operator delete(void* block, std::size_t size);
 
