@@ -217,13 +217,16 @@ TEST(WaitingInATask, ReachesInnerTasksWithAStopRequest)
 
 TEST(WaitingInATask, RunsInnerTasksOfAStoppedTaskAsStopped)
 {
+    Gate gate;
+    gate.open();
     KT::KTScopedPool pool(fixedSize(1));
-    KT::KTFuture<bool> outer = KT::submit(pool, [&pool](const KT::KTStopToken& stop) {
+    KT::KTFuture<bool> outer = KT::submit(pool, [&pool, &gate](const KT::KTStopToken& stop) {
+        gate.pass();
         stop.waitFor(-1);
         return KT::submit(pool, [](const KT::KTStopToken& inner) { return inner.stopRequested(); })
             .get();
     });
-    EXPECT_TRUE(eventually(pool, [&] { return pool.status().busyThreads == 1; }));
+    EXPECT_TRUE(untilArrived(pool, gate));
     outer.cancel();
     EXPECT_TRUE(outer.get());
 }

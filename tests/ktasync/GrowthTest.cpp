@@ -114,6 +114,23 @@ TEST(Shrinking, RetiresWorkersThatNobodyNeeds)
     EXPECT_TRUE(eventually([&ran] { return ran == 100; }));
 }
 
+TEST(Shrinking, IsLeftOutIfToldTo)
+{
+    KT::KTPoolOptions options = sizes(2, 64);
+    options.idleTimeoutMs = -1;
+    Gate gate;
+    KT::KTScopedPool pool(options);
+    for (int i = 0; i < 30; ++i) {
+        KT::post(pool, [&gate] { gate.pass(); });
+    }
+    ASSERT_TRUE(gate.untilArrived(30));
+    const int grown = pool.status().threads;
+    gate.open();
+    // The clock has looked for the last time for now.
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    EXPECT_EQ(pool.status().threads, grown);
+}
+
 TEST(Shrinking, KeepsTheThreadsOfTheOptions)
 {
     KT::KTPoolOptions options = sizes(30, 64);

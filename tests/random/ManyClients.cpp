@@ -5,6 +5,8 @@
 #include <memory>
 #include <thread>
 
+#include <ktasync/ktasync.h>
+
 #include "Finding.h"
 #include "QuietConsole.h"
 #include "Waiting.h"
@@ -38,6 +40,7 @@ void ManyClients::run(const Program& program)
         throw Finding("the pool doesn't close\n" + clients.release()->findings);
     }
     clients->checkTasks();
+    clients->checkPosted();
     require(clients->findings.empty(), clients->findings);
 }
 
@@ -102,6 +105,7 @@ void ManyClients::actOnPool(int client, const Step& step)
         case Act::enqueue: enqueue(client, step); break;
         case Act::enqueueEmpty: enqueueEmpty(); break;
         case Act::enqueueBatch: enqueueBatch(client, step); break;
+        case Act::post: post(step); break;
         case Act::wake: pool.wake(); break;
         case Act::adjust: pool.adjustThread(deltaOf(step.amount)); break;
         case Act::increase: pool.xIncreaseThread(); break;
@@ -164,6 +168,24 @@ void ManyClients::enqueueBatch(int client, const Step& step)
     }
 }
 
+void ManyClients::post(const Step& step)
+{
+    // What a callable holds, counted.
+    const std::shared_ptr<int> token(new int(step.amount), [this](const int* held) {
+        delete held;
+        --postsAlive;
+    });
+    ++postsAlive;
+    const bool isAccepted = KT::post(around.pool, "posted", [this, token, again = step.extra % 3] {
+        ++postsRun;
+        if (again == 0) {
+            posted += KT::post(around.pool, "again", [this, token] { ++postsRun; }) ? 1 : 0;
+        }
+    });
+    posted += isAccepted ? 1 : 0;
+    foundUnless(isAccepted || program.setup.stops, "a running pool refused a post");
+}
+
 void ManyClients::take()
 {
     const auto task = boost::dynamic_pointer_cast<QuickTask>(around.pool->getTask());
@@ -214,6 +236,7 @@ void ManyClients::drain()
         });
     };
     foundUnless(soon(isDrained), "tasks are lost");
+    foundUnless(soon([this] { return posted == postsRun; }), "posts are lost");
     const auto isAtRest = [this] {
         around.pool->wake();  // for empty pointers in the queue
         const KT::KTThreadPoolStatus status = around.pool->status();
@@ -230,7 +253,9 @@ bool ManyClients::close()
     const KT::KTThreadPoolStatus status = around.pool->status();
     foundUnless(status.threads == 0 && status.queuedTasks == 0, "something is left");
     foundUnless(!around.pool->enqueue(around.newTask(0, 0)), "a closed pool takes a task");
-    foundUnless(around.pool.use_count() == 1, "somebody holds the closed pool");
+    // The clock may be looking at it.
+    foundUnless(soon([this] { return around.pool.use_count() == 1; }),
+                "somebody holds the closed pool");
     foundUnless(soon([] { return threadsNamed("KTT").empty(); }), "a thread is left");
     foundUnless(meetingPoint.isComplete(), "what was done under a lock is lost");
     return true;
@@ -249,6 +274,13 @@ void ManyClients::checkTasks()
     if (sensible(program.setup).maxThreads == 1 && !program.setup.stops) {
         checkOrder();
     }
+}
+
+void ManyClients::checkPosted()
+{
+    foundUnless(postsRun <= posted || program.setup.stops, "a post ran more than once");
+    foundUnless(postsRun == posted || program.setup.stops, "an accepted post didn't run");
+    foundUnless(soon([this] { return postsAlive == 0; }), "a callable is left");
 }
 
 /// A client's tasks stand in `all` in the order in which it queued them.

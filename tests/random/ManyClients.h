@@ -14,6 +14,7 @@
 /// - No task runs more often than it was queued, or as well as being taken; a refused one never.
 /// - Where nobody shut the pool down, each accepted task runs once, or was taken.
 /// - One worker begins with each client's tasks in their order.
+/// - What libktasync's post accepted, the same; and each callable is destroyed in the end.
 /// - The pool's figures are within bounds at all times.
 /// - Closed, the pool has no threads, no tasks, no owners but its client, and takes no task.
 class ManyClients {
@@ -33,6 +34,7 @@ private:
     void enqueue(int client, const Step& step);
     void enqueueEmpty();
     void enqueueBatch(int client, const Step& step);
+    void post(const Step& step);
     void take();
     void look();
     void awaitEnded(const Step& step);
@@ -40,6 +42,7 @@ private:
     void drain();
     bool close();
     void checkTasks();
+    void checkPosted();
     void checkOrder();
     void found(const std::string& what);
     void foundUnless(bool holds, const std::string& what);
@@ -47,6 +50,9 @@ private:
     const Program& program;
     TaskSurroundings around;
     MeetingPoint meetingPoint;
+    std::atomic<int> posted{0};
+    std::atomic<int> postsRun{0};
+    std::atomic<int> postsAlive{0};
     std::mutex findingsMutex;
     std::string findings;
 };

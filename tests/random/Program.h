@@ -7,7 +7,8 @@
 #include <iosfwd>
 #include <vector>
 
-/// The operations of the core, each with one or more of the numbers of its step.
+/// The operations of the core, each with one or more of the numbers of its step; and libktasync's
+/// post, where there are many clients.
 enum class Act {
     enqueue,
     enqueueEmpty,
@@ -29,6 +30,7 @@ enum class Act {
     awaitEnded,
     useLocks,
     useConditions,
+    post,
 };
 
 struct Step {

@@ -184,24 +184,26 @@ void Job::report(Outcome outcome, Time::time_point startedAt) const
     home.observers.report({name(), outcome, start - queuedAt, hasRun, now - start});
 }
 
-// Jobs may be nested deeply: without recursion. Each is kept from ending by the one around it.
+// Jobs may be nested deeply: without recursion. Each is kept from ending by the one around it. What a
+// job runs after it has seen its mark is to begin with a mark, too: hence the mark comes second.
 void Job::requestStop()
 {
     Job* job = this;
     CurrentWork* holding = nullptr;
     while (job != nullptr) {
+        CurrentWork& next = job->inner;
+        Job* const nested = static_cast<Job*>(next.stopAndHold());
         {
             ParkingPlace& place = ParkingPlace::of(job);
             const std::lock_guard<std::mutex> hold(place.mutex);
             job->state |= stopMark;
             place.changed.notify_all();
         }
-        CurrentWork& next = job->inner;
-        job = static_cast<Job*>(next.stopAndHold());
         if (holding != nullptr) {
             holding->release();
         }
-        holding = job != nullptr ? &next : nullptr;
+        holding = nested != nullptr ? &next : nullptr;
+        job = nested;
     }
 }
 

@@ -149,7 +149,8 @@ KTScopedPool::KTScopedPool(const KTPoolOptions& chosen) : options(chosen)
     check(most >= threads && most <= mostThreads, "maxThreads", most,
           std::to_string(threads) + " (threads) to 65536");
     check(options.monitorPeriod >= 0, "monitorPeriod", options.monitorPeriod, "0 or more");
-    check(options.idleTimeoutMs >= 1, "idleTimeoutMs", options.idleTimeoutMs, "1 or more");
+    check(options.idleTimeoutMs != 0, "idleTimeoutMs", options.idleTimeoutMs,
+          "1 or more, or negative");
     check(options.spinUs >= 0, "spinUs", options.spinUs, "0 or more");
     check(options.stopTimeoutMs >= 0, "stopTimeoutMs", options.stopTimeoutMs, "0 or more");
     start(threads, most);
@@ -162,6 +163,7 @@ void KTScopedPool::start(int threads, int most)
     ofScheduler.threads = threads;
     ofScheduler.maxThreads = most;
     ofScheduler.isAdaptive = options.growth == KTPoolOptions::Growth::adaptive;
+    ofScheduler.shrinks = ofScheduler.isAdaptive && options.idleTimeoutMs > 0;
     ofScheduler.idleTimeout = std::chrono::milliseconds(options.idleTimeoutMs);
     ofScheduler.spin = std::chrono::microseconds(options.spinUs);
     ofScheduler.processors = availableProcessors();

@@ -77,7 +77,9 @@ public:
     ~Shift()
     {
         // What the worker shows from here on. Without an allocation: it has 15 characters at most.
-        carrier.taskName = carrier.runner.shownName.view();
+        if (!carrier.runner.shownName.view().empty()) {
+            carrier.taskName = carrier.runner.shownName.view();
+        }
         carrier.isAtWork = false;
         ofThisThread = {nullptr, nullptr};
         carrier.scheduler->leave(carrier.runner, carrier.isStopped());
@@ -115,6 +117,7 @@ void Carrier::runOne(Work& work)
     }
     const Turn turn(current);
     show(runner, work);
+    scheduler->found(runner);
     work.execute();
 }
 

@@ -77,17 +77,15 @@ bool Scheduler::isRefused()
     return true;
 }
 
-// A carrier was destroyed in the core's queue, by a shutdown.
+// A carrier was destroyed in the core's queue: by a shutdown, which calls `dropQueued` next, or by
+// a client that has taken it from there.
 void Scheduler::carrierDropped(Runner& runner)
 {
     giveBack(runner);
     --unstarted;
     --searching;
-    if (--carriers == 0) {
-        abandonAll();
-    } else {
-        watch();
-    }
+    --carriers;
+    watch();
 }
 
 }  // namespace detail

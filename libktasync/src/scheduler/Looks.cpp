@@ -1,6 +1,6 @@
 // What the clock does for a pool: it rescues, sizes and shrinks.
 #include <algorithm>
-#include <new>
+#include <exception>
 
 #include "Scheduler.h"
 
@@ -74,7 +74,7 @@ Time::time_point Scheduler::rest(KTThreadPool& pool, const KTThreadPoolStatus& s
 CarrierCensus Scheduler::count()
 {
     // One that isn't at work yet will take some of what waits.
-    CarrierCensus census{std::max(carriers - idle.size() - unstarted, 0), 0, 0, waiting()};
+    CarrierCensus census{busyCarriers(), 0, 0, waiting()};
     const int known = runnerCount;
     for (int i = 0; i < known && census.sampled < largestSample; ++i) {
         nextSample = (nextSample + 1) % known;
@@ -98,8 +98,7 @@ void Scheduler::resize(KTThreadPool& pool, const KTThreadPoolStatus& status, Tim
             period = shortestPeriod;
         }
         // Without a worker for it, a carrier would only wait in another queue.
-        const int atCoreTasks =
-            std::max(status.busyThreads + idle.size() - carriers + unstarted, 0);
+        const int atCoreTasks = std::max(status.busyThreads - busyCarriers(), 0);
         grow(pool, status.threads, most + atCoreTasks, now);
         int workers = pool.status().threads - atCoreTasks - carriers;
         for (std::size_t work = waiting(); work > 0 && workers > 0 && mayStart(); --work) {
@@ -121,8 +120,8 @@ void Scheduler::grow(KTThreadPool& pool, int present, int wanted, Time::time_poi
         if (pool.adjustThread(missing)) {
             return;
         }
-    } catch (const std::bad_alloc&) {
-        // As if no thread could be made.
+    } catch (const std::exception&) {
+        // Of the memory or the console: as if no thread could be made.
     }
     growthPausedUntil = now + pauseAfterFailure;
 }
@@ -132,7 +131,7 @@ Time::time_point Scheduler::shrink(KTThreadPool& pool, const KTThreadPoolStatus&
                                    Time::time_point now)
 {
     const int least = std::max(options.threads, coreFloor);
-    if (!options.isAdaptive || status.threads <= least) {
+    if (!options.shrinks || status.threads <= least) {
         return never;
     }
     if (shrinkAt == never) {

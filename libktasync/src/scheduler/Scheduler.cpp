@@ -2,6 +2,7 @@
 #include "Scheduler.h"
 
 #include <algorithm>
+#include <exception>
 #include <new>
 #include <typeinfo>
 #include <utility>
@@ -204,6 +205,10 @@ bool Scheduler::start()
         }
     } catch (const std::bad_alloc&) {
         // The clock will try again.
+    } catch (const std::exception&) {
+        // Of the console, which the core writes to when it has queued the carrier.
+        watch();
+        return true;
     }
     if (carrier) {
         giveBack(carrier->disown());
@@ -302,11 +307,22 @@ bool Scheduler::waitUntilFinished(const Deadline& end)
     return unfinished() == 0;
 }
 
+int Scheduler::carriersWithoutWork() const
+{
+    // Those in the core's queue count as searching, too.
+    return idle.size() + std::max(searching - unstarted, 0);
+}
+
+int Scheduler::busyCarriers() const
+{
+    return std::max(carriers - unstarted - carriersWithoutWork(), 0);
+}
+
 void Scheduler::amend(KTThreadPoolStatus& status) const
 {
     const int waitingWork = static_cast<int>(waiting());
     status.queuedTasks = std::max(status.queuedTasks - unstarted, 0) + waitingWork;
-    status.busyThreads = std::max(status.busyThreads - idle.size(), 0);
+    status.busyThreads = std::max(status.busyThreads - carriersWithoutWork(), 0);
 }
 
 }  // namespace detail

@@ -33,7 +33,8 @@ struct SchedulerOptions {
     int threads = 1;          ///< the pool keeps, once it has them
     int maxThreads = 1;       ///< carriers at once
     bool isAdaptive = false;  ///< it sizes the pool; otherwise the pool does that
-    Time::duration idleTimeout = std::chrono::seconds(10);
+    bool shrinks = false;     ///< workers idle for `idleTimeout` retire
+    Time::duration idleTimeout = Time::duration::zero();
     Time::duration spin = Time::duration::zero();
     int processors = 1;
     int shards = 0;  ///< queues; 0: as many as the processors need
@@ -112,6 +113,10 @@ private:
 
     Scheduler(const boost::shared_ptr<KTThreadPool>& pool, const SchedulerOptions& options);
 
+    /// Carriers that have a worker, and no work; and those that have both.
+    int carriersWithoutWork() const;
+    int busyCarriers() const;
+
     // Submission.
     void probeQueued(const Work& work) const
     {
@@ -137,6 +142,7 @@ private:
     void giveBack(Runner& runner);
     void enter(Runner& runner);
     WorkPointer next(Runner& runner, const Carrier& carrier);
+    void found(Runner& runner);
     WorkPointer find(Runner& runner);
     WorkPointer steal(const Runner& thief);
     void setSearching(Runner& runner, bool searches);

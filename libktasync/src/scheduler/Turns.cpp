@@ -65,12 +65,6 @@ WorkPointer Scheduler::next(Runner& runner, const Carrier& carrier)
 {
     while (!carrier.isStopped() && !mustLeave(runner)) {
         if (WorkPointer work = find(runner)) {
-            if (runner.isSearching) {
-                setSearching(runner, false);
-                if (hasWork()) {
-                    call();
-                }
-            }
             return work;
         }
         setSearching(runner, true);
@@ -79,6 +73,17 @@ WorkPointer Scheduler::next(Runner& runner, const Carrier& carrier)
         }
     }
     return nullptr;
+}
+
+// The carrier begins the work that it has found: it calls the next one if there is more.
+void Scheduler::found(Runner& runner)
+{
+    if (runner.isSearching) {
+        setSearching(runner, false);
+        if (hasWork()) {
+            call();
+        }
+    }
 }
 
 WorkPointer Scheduler::find(Runner& runner)
