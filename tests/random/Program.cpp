@@ -14,17 +14,16 @@ const Act acts[] = {
     Act::wake,       Act::adjust,       Act::adjust,       Act::adjust,        Act::increase,
     Act::look,       Act::take,         Act::take,         Act::reportEnd,     Act::retireNobody,
     Act::handleTask, Act::awaitEnded,   Act::useLocks,     Act::useConditions, Act::enqueueAgain,
-    Act::stop,       Act::stopByForce,  Act::join,         Act::close,
-    Act::post,       Act::post,         Act::post};
+    Act::stop,       Act::stopByForce,  Act::join,         Act::close,         Act::post,
+    Act::post,       Act::post};
 
 const char* nameOf(Act act)
 {
     static const char* const names[] = {
-        "enqueue", "enqueueEmpty", "enqueueBatch", "enqueueAgain", "release",
-        "wake",    "adjust",       "increase",     "look",         "take",
-        "report",  "retireNobody", "stop",         "stopByForce",  "join",
-        "close",   "handleTask",   "awaitEnded",   "useLocks",     "useConditions",
-        "post"};
+        "enqueue",  "enqueueEmpty",  "enqueueBatch", "enqueueAgain", "release",    "wake",
+        "adjust",   "increase",      "look",         "take",         "report",     "retireNobody",
+        "stop",     "stopByForce",   "join",         "close",        "handleTask", "awaitEnded",
+        "useLocks", "useConditions", "post"};
     return names[static_cast<int>(act)];
 }
 

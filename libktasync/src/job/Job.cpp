@@ -184,8 +184,8 @@ void Job::report(Outcome outcome, Time::time_point startedAt) const
     home.observers.report({name(), outcome, start - queuedAt, hasRun, now - start});
 }
 
-// Jobs may be nested deeply: without recursion. Each is kept from ending by the one around it. What a
-// job runs after it has seen its mark is to begin with a mark, too: hence the mark comes second.
+// Jobs may be nested deeply: without recursion. Each is kept from ending by the one around it. What
+// a job runs after it has seen its mark is to begin with a mark, too: hence the mark comes second.
 void Job::requestStop()
 {
     Job* job = this;
