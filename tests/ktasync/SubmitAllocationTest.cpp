@@ -32,6 +32,21 @@ double allocationsEach(HeldPool& held, const Submit& submitOne)
 /// What makes a job too large for a block that was used before: an allocation is made each time.
 using Ballast = std::array<char, 256>;
 
+/// A callable of 16 bytes with this result.
+template <typename Result>
+struct Sixteen {
+    Result operator()() { return Result(); }
+    std::array<void*, 2> captured;
+};
+template <typename Result>
+using BoundSixteen = KT::detail::BoundOf<Sixteen<Result>>;
+
+// Larger ones would not fit into the blocks of memory that are used again.
+static_assert(sizeof(KT::detail::PostCall<BoundSixteen<void>>) <= 96, "a posted task");
+static_assert(sizeof(KT::detail::GroupCall<BoundSixteen<void>>) <= 128, "a group's task");
+static_assert(sizeof(KT::detail::FutureCall<BoundSixteen<void>>) <= 128, "a submitted task");
+static_assert(sizeof(KT::detail::FutureCall<BoundSixteen<int>>) <= 128, "one with a result");
+
 TEST(SubmitAllocations, AreOne)
 {
     HeldPool held;
