@@ -144,7 +144,7 @@ public:
     /// Gives the pool an extension, for as long as there is the pool. \param added  not empty
     /// \return  false, and nothing done, if it has one
     bool attach(const boost::intrusive_ptr<KTPoolExtension>& added);
-    /// \return  the pool's extension; null if it has none
+    /// What `attach` has given the pool. \return  null if nothing
     KTPoolExtension* extension() const { return extensionInUse.load(std::memory_order_acquire); }
 
 private:
