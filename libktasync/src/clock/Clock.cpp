@@ -37,11 +37,21 @@ private:
 Clock& Clock::instance()
 {
     static Clock* const clock = [] {
-        pthread_atfork([] { instance().mutex.lock(); }, [] { instance().mutex.unlock(); },
-                       renewInChild);
+        pthread_atfork(lockBeforeFork, unlockAfterFork, renewInChild);
         return new Clock;
     }();
     return *clock;
+}
+
+// From one to the other two, the mutex is held: the list is whole in a child.
+void Clock::lockBeforeFork()
+{
+    instance().mutex.lock();
+}
+
+void Clock::unlockAfterFork()
+{
+    instance().mutex.unlock();
 }
 
 // The thread doesn't exist in a child, and nor do the workers of what was watched, which is left

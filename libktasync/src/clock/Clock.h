@@ -9,6 +9,7 @@
 #include <boost/smart_ptr/intrusive_ptr.hpp>
 
 #include <ktthread/KTPoolExtension.h>
+#include <ktthread/annotations.h>
 
 namespace KT {
 namespace detail {
@@ -49,7 +50,9 @@ private:
                                                &Watched::hook>>;
 
     Clock() = default;
-    static void renewInChild();
+    static void lockBeforeFork() KT_NOT_ANALYSED;
+    static void unlockAfterFork() KT_NOT_ANALYSED;
+    static void renewInChild() KT_NOT_ANALYSED;
     static void* run(void* self);
     void startLocked();
     Time::time_point firstDueLocked() const;
