@@ -4,7 +4,6 @@
 #include <chrono>
 #include <condition_variable>
 #include <exception>
-#include <memory>
 #include <mutex>
 #include <new>
 #include <string>
@@ -92,7 +91,7 @@ public:
         bool hasCome = false;  ///< under `mutex`
     };
 
-    explicit LastTask(std::shared_ptr<Release> releaseToTell) : release(std::move(releaseToTell))
+    explicit LastTask(boost::shared_ptr<Release> releaseToTell) : release(std::move(releaseToTell))
     {
         setTaskName("close");
     }
@@ -105,13 +104,13 @@ public:
     void run() override {}
 
 private:
-    const std::shared_ptr<Release> release;
+    const boost::shared_ptr<Release> release;
 };
 
 void waitUntilCoreTasksBegan(KTThreadPool& pool, const detail::Deadline& end)
 {
     try {
-        const auto release = std::make_shared<LastTask::Release>();
+        const auto release = boost::make_shared<LastTask::Release>();
         pool.enqueue(boost::make_shared<LastTask>(release));
         std::unique_lock<std::mutex> hold(release->mutex);
         while (!release->hasCome && !end.isOver()) {
