@@ -225,6 +225,7 @@ TEST(Rescue, OfTasksThatNobodyWaitsFor)
             std::this_thread::sleep_for(std::chrono::milliseconds(5));  // the carrier leaves
         }
     }
+    EXPECT_EQ(ran, 3000);
 }
 
 }  // namespace

@@ -35,6 +35,7 @@ TEST(Blocks, MayBeLarger)
 {
     void* const block = takeBlock(5000);
     std::memset(block, 1, 5000);
+    EXPECT_EQ(static_cast<const char*>(block)[4999], 1);
     giveBlock(block, 5000);
 }
 
@@ -51,6 +52,7 @@ TEST(Blocks, ChangeThreads)
         }).join();
         std::thread([&blocks] {
             for (void* const block : blocks) {
+                EXPECT_EQ(static_cast<const char*>(block)[127], 1);
                 giveBlock(block, 128);
             }
         }).join();
