@@ -88,7 +88,7 @@ def rows(comparisons, calls):
 def table(comparisons, calls):
     lines = ["| | at most | measured | |", "|---|--:|--:|---|"]
     for what, most, measured in rows(comparisons, calls):
-        what = what.replace("(of|over) ", "of ").replace(" .*", "")
+        what = what.replace("(of|over) ", "of ").replace(" .*", "").replace("\\(", "(").replace("\\)", ")")
         verdict = "met" if measured <= most else "**missed**"
         lines.append(f"| {what} | {most:g} | {measured:.3g} | {verdict} |")
     return "\n".join(lines) + "\n"
