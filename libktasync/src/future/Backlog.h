@@ -10,7 +10,7 @@
 namespace KT {
 namespace detail {
 
-/// What the calling thread is to queue or drop when it is through with the job that it is at.
+/// Jobs that the calling thread queues or drops when its current one has ended.
 class Backlog {
 public:
     /// Queues `job`, or drops it, as its pool does if it takes none. Without recursion, where that

@@ -17,7 +17,8 @@ namespace detail {
 
 namespace {
 
-/// How long a carrier without work keeps its worker: taking one anew costs more than a call.
+/// How long a carrier without work keeps its worker: starting another carrier costs more than a
+/// wake-up.
 const std::chrono::milliseconds patience(4);
 
 /// How long a carrier goes on while tasks of the core's queue wait for a worker.

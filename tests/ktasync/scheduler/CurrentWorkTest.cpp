@@ -33,7 +33,7 @@ TEST(CurrentWork, WithoutWorkAStopKeepsTheFirstFromBeginning)
     EXPECT_EQ(work->stopRequests, 0);
 }
 
-/// Either the work doesn't begin, or it is asked before its end is through.
+/// A stop request reaches running work, or prevents the next work from beginning.
 TEST(CurrentWork, NoStopIsLost)
 {
     for (int round = 0; round < 2000; ++round) {
