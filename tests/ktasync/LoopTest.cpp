@@ -201,15 +201,34 @@ TEST(ParallelFor, RefusesANegativeGrain)
     EXPECT_THAT(error->toString(), HasSubstr("grain is -1"));
 }
 
-TEST(ParallelFor, RefusesANegativeBoundBesideAnUnsignedOne)
+// The sum of the indices from `first` to `last`.
+template <typename First, typename Last>
+std::int64_t sumOf(First first, Last last)
+{
+    KT::KTScopedPool pool;
+    const auto itself = [](auto i) { return static_cast<std::int64_t>(i); };
+    return KT::parallelReduce(pool, first, last, std::int64_t(0), itself);
+}
+
+TEST(ParallelFor, GoesFromANegativeBoundToAnUnsignedOne)
+{
+    EXPECT_EQ(sumOf(-5, 5U), -5);
+    EXPECT_EQ(sumOf(-5, std::uint64_t(5)), -5);
+    EXPECT_EQ(sumOf(-5, std::uint8_t(5)), -5);
+    EXPECT_EQ(sumOf(0UL, -1), 0);
+    EXPECT_EQ(sumOf(0, 10U), 45);
+    std::atomic<int> passes(0);
+    KT::KTScopedPool pool;
+    KT::parallelFor(pool, INT64_MAX, UINT64_MAX / 2 + 3, [&passes](std::uint64_t) { ++passes; });
+    EXPECT_EQ(passes, 3);
+}
+
+TEST(ParallelFor, RefusesBoundsThatNo64BitsHold)
 {
     KT::KTScopedPool pool;
     const auto pass = [](auto) { ADD_FAILURE(); };
-    EXPECT_THROW(KT::parallelFor(pool, -1, 10U, pass), KT::KTError);
-    EXPECT_THROW(KT::parallelReduce(pool, 0UL, -1, 0, [](auto) { return 1; }), KT::KTError);
-    std::atomic<unsigned> sum(0);
-    KT::parallelFor(pool, 0, 10U, [&sum](unsigned i) { sum += i; });
-    EXPECT_EQ(sum, 45U);
+    EXPECT_THROW(KT::parallelFor(pool, -1, UINT64_MAX, pass), KT::KTError);
+    EXPECT_THROW(KT::parallelFor(pool, UINT64_MAX, -1, pass), KT::KTError);
 }
 
 TEST(ParallelForEach, CallsForEachElement)

@@ -7,9 +7,9 @@
 /// begun are not done any more, and the first exception reaches the caller when all pieces have
 /// ended. KTCancelled: a forced shutdown cut a piece off. Bodies are called from several threads at
 /// once, and are not copied. All block until the loop has ended; may be called from any thread; are
-/// cancellation points; throw KTError for a negative grain, and for a
-/// negative bound next to one of an unsigned type; std::bad_alloc, or std::length_error for more
-/// pieces than there can be memory for.
+/// cancellation points; throw KTError for a negative grain, and for bounds that no integer of 64
+/// bits holds both; std::bad_alloc, or std::length_error for more pieces than there can be memory
+/// for.
 ///
 /// \ingroup ktasync
 #pragma once
@@ -28,11 +28,11 @@
 
 namespace KT {
 
-/// Calls `body(i)` for each i from `first` to `last`, without `last`; the types are integers.
-/// \code
-/// KT::parallelFor(pool, 0, rows, [&](int row) { render(row); });
-/// \endcode
-/// Blocks until the loop has ended, and throws what a pass threw: see parallel.h.
+/// Calls `body(i)` for each i from `first` to `last`, without `last`; the types are integers. Where
+/// only one of them is signed, i is of a type that holds both: std::int64_t, or std::uint64_t if
+/// the other one has 64 bits and neither is negative. \code KT::parallelFor(pool, 0, rows, [&](int
+/// row) { render(row); }); \endcode Blocks until the loop has ended, and throws what a pass threw:
+/// see parallel.h.
 ///
 /// \param pool   whose workers help
 /// \param first  the first index
@@ -44,13 +44,13 @@ template <typename First, typename Last, typename Body>
 void parallelFor(const KTPoolRef& pool, First first, Last last, Body&& body,
                  std::ptrdiff_t grain = 0)
 {
-    using Index = typename detail::IndexOf<First, Last>::type;
-    const detail::Span<Index> span(detail::asIndex<Index>(first), detail::asIndex<Index>(last));
-    detail::forEachPiece(pool, detail::Pieces(span.size(), grain), [&](detail::Piece piece) {
-        const Index end = span.at(piece.end);
-        for (Index i = span.at(piece.begin); i != end; ++i) {
-            body(i);
-        }
+    detail::withSpan(first, last, [&](auto span) {
+        detail::forEachPiece(pool, detail::Pieces(span.size(), grain), [&](detail::Piece piece) {
+            const auto end = span.at(piece.end);
+            for (auto i = span.at(piece.begin); i != end; ++i) {
+                body(i);
+            }
+        });
     });
 }
 
@@ -112,17 +112,18 @@ template <typename First, typename Last, typename T, typename Map, typename Comb
 T parallelReduce(const KTPoolRef& pool, First first, Last last, T identity, Map&& map,
                  Combine&& combine = Combine(), std::ptrdiff_t grain = 0)
 {
-    using Index = typename detail::IndexOf<First, Last>::type;
-    const detail::Span<Index> span(detail::asIndex<Index>(first), detail::asIndex<Index>(last));
-    const detail::Pieces pieces(span.size(), grain);
-    std::vector<std::optional<T>> results(pieces.number());
-    detail::forEachPiece(pool, pieces, [&](detail::Piece piece) {
-        T result = identity;
-        const Index end = span.at(piece.end);
-        for (Index i = span.at(piece.begin); i != end; ++i) {
-            result = combine(std::move(result), map(i));
-        }
-        results[piece.number] = std::move(result);
+    std::vector<std::optional<T>> results;
+    detail::withSpan(first, last, [&](auto span) {
+        const detail::Pieces pieces(span.size(), grain);
+        results.resize(pieces.number());
+        detail::forEachPiece(pool, pieces, [&](detail::Piece piece) {
+            T result = identity;
+            const auto end = span.at(piece.end);
+            for (auto i = span.at(piece.begin); i != end; ++i) {
+                result = combine(std::move(result), map(i));
+            }
+            results[piece.number] = std::move(result);
+        });
     });
     T total = std::move(identity);
     for (std::optional<T>& result : results) {

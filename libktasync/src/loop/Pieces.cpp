@@ -150,11 +150,11 @@ Pieces::Pieces(std::size_t numberOfPasses, std::ptrdiff_t grain) : passes(number
     count = passes / size + (passes % size != 0);
 }
 
-void refuseNegativeBound()
+void refuseBounds()
 {
     throw KTError("ktasync", "parallel loop",
-                  "one bound is negative, and the other one of an unsigned type", __FILE__,
-                  __LINE__);
+                  "one bound is negative, and the other one too large for 64 bits with a sign",
+                  __FILE__, __LINE__);
 }
 
 Piece Pieces::at(std::size_t number) const
