@@ -41,10 +41,10 @@ endfunction()
 
 # kt_add_library(NAME SOURCES file... [LINKS public-library...] [USES private-library...]
 #                [DEFINES public-macro...] and for pkg-config DESCRIPTION text [REQUIRES module...]
-#                [REQUIRES_PRIVATE module...])
+#                [LIBS_PRIVATE flag...])
 # makes the target NAME and its alias NAME::NAME, with the headers in include/, and installs them.
 function(kt_add_library name)
-  cmake_parse_arguments(ARG "" "DESCRIPTION" "SOURCES;LINKS;USES;DEFINES;REQUIRES;REQUIRES_PRIVATE" ${ARGN})
+  cmake_parse_arguments(ARG "" "DESCRIPTION" "SOURCES;LINKS;USES;DEFINES;REQUIRES;LIBS_PRIVATE" ${ARGN})
   add_library(${name} ${ARG_SOURCES})
   add_library(${name}::${name} ALIAS ${name})
   target_include_directories(${name} PUBLIC
@@ -67,7 +67,7 @@ function(kt_add_library name)
   if(KT_INSTALL)
     kt_install_library(${name})
     kt_install_pkg_config(${name}
-      "${ARG_DESCRIPTION}" "${ARG_REQUIRES}" "${ARG_REQUIRES_PRIVATE}" "${ARG_DEFINES}")
+      "${ARG_DESCRIPTION}" "${ARG_REQUIRES}" "${ARG_LIBS_PRIVATE}" "${ARG_DEFINES}")
   endif()
 endfunction()
 

@@ -167,6 +167,7 @@ case_make_with_pkg_config() {
   use_pkg_config
   if [ "$static" = yes ]; then make STATIC=--static >/dev/null; else make >/dev/null; fi || fail "can't be built"
   expect_clients_to_work "$PWD"
+  expect_output ./own-spdlog 42
   local module
   for module in ro kterror ktthread ktasync; do
     [ "$(pkg-config --modversion $module)" = "$version" ] || fail "the version of $module"
