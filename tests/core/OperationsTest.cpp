@@ -35,6 +35,8 @@ static_assert(isOne(&KTThreadPool::computeSumThreadIdle) && isOne(&KTThreadPool:
 static_assert(isOne(&KTThreadPool::wake) && isOne(&KTThreadPool::join));
 static_assert(isOne(&KTThreadPool::close) && isOne(&KTThreadPool::status));
 static_assert(isOne(&KTThreadPool::runningInThisThread));
+static_assert(isOne(&KTThreadPool::setStackSize) && isOne(&KTThreadPool::setMessages));
+static_assert(isOne(&KTThreadPool::setName) && isOne(&KTThreadPool::name));
 
 using KT::KTThread;
 static_assert(isOne(&KTThread::setStackSize) && isOne(&KTThread::setThreadName));

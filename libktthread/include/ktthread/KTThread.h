@@ -70,7 +70,8 @@ public:
     KTThread(const KTThread&) = delete;
     KTThread& operator=(const KTThread&) = delete;
 
-    /// Bytes of stack of every worker launched from now on, in the whole process. A size that the
+    /// Bytes of stack of every worker launched from now on, in the whole process, but for those of
+    /// pools that have a size of their own (KTThreadPool::setStackSize). A size that the
     /// platform refuses (a negative one, or too small a one) gives the platform's own default. Call
     /// it before pools are made: it is not ordered with a launch. Throws nothing.
     ///

@@ -4,6 +4,8 @@
 
 #include <atomic>
 #include <cstddef>
+#include <memory>
+#include <string>
 #include <vector>
 
 #include <boost/enable_shared_from_this.hpp>
@@ -141,6 +143,28 @@ public:
     /// What the pool does at the moment. \return  its figures
     KTThreadPoolStatus status() const;
 
+    /// Bytes of stack of this pool's workers launched from now on, whatever KTThread::setStackSize
+    /// says. Throws KTError for a size that the platform refuses.
+    /// \param bytes  0: the platform's default, 8 MiB on most systems
+    void setStackSize(std::size_t bytes);
+
+    /// Names the pool, for status, log records, probes and gdb. To be called before init; throws
+    /// KTError afterwards, and for a name that is too long or has other characters.
+    /// \param chosen  up to 31 characters of printable ASCII; empty: no name
+    void setName(const std::string& chosen);
+    /// The pool's name. \return  null-terminated, as long as the pool; empty if it has none
+    const char* name() const;
+
+    /// Where the lines go that a pool writes by itself: a worker retires, a limit is reached, the
+    /// pool is destroyed without having been shut down.
+    enum class Messages {
+        console,  ///< standard output
+        log,      ///< the log, category "KTThread": the last one is a warning, the others are debug
+        none      ///< nowhere
+    };
+    /// Where this pool's are to go from now on: to the console unless this is called.
+    void setMessages(Messages where);
+
     /// Gives the pool an extension, for as long as there is the pool. \param added  not empty
     /// \return  false, and nothing done, if it has one
     bool attach(const boost::intrusive_ptr<KTPoolExtension>& added);
@@ -151,6 +175,7 @@ private:
     friend class KTMonitor;  // load, resize; and the counts for its probe
     friend class KTThread;   // beginTask, endTask, report, liveThreads; and queueLength likewise
     struct Load;
+    struct Settings;
     struct Gate {  // in front of a lock; kept apart from what other threads write
         std::atomic<bool> taken;
         char gap[64];
@@ -179,10 +204,18 @@ private:
     void stopUnnotifiedWorkers();
     void stop(bool force);
     bool releaseEnded();
+    bool increase(Workers& displaced);
+    // The name, as a record begins with it; a line to the console, and a record, each if messages
+    // go there. No record is made under poolMutex: the log runs code of the client's.
+    std::string label() const;
+    void print(const char* line) const;
+    void record(int severity, const char* function, const char* line) const;
+    void tellLimit(int busy, int live) const;
 
     boost::intrusive_ptr<KTPoolExtension> ownedExtension;  // first, to go last; under queueMutex
     std::atomic<KTPoolExtension*> extensionInUse;          // what that points to
     const int monitorParam1, monitorParam2, monitorParam3;
+    const std::unique_ptr<Settings> settings;
     Workers threads;          // under poolMutex; each slot also atomically, for shutdown
     Workers retiredThreads;   // under poolMutex
     Gate poolGate;            // beside what is seldom read

@@ -19,6 +19,7 @@ struct KTThreadPoolStatus {
     int maxThreads;       ///< the most workers that the pool may have
     int threadsToRemove;  ///< workers that may still retire
     int queuedTasks;      ///< tasks that no worker has taken yet
+    char name[32];        ///< of the pool, null-terminated; empty: none
 };
 
 }  // namespace KT

@@ -1,13 +1,11 @@
 #include <ktthread/KTMonitor.h>
 
-#include <cstdio>
 #include <utility>
 
 #include <ktthread/KTCriticalSection.h>
 #include <ktthread/KTThread.h>
 #include <ktthread/KTThreadPool.h>
 
-#include "Output.h"
 #include "PoolLoad.h"
 #include "Probes.h"
 #include "SpinGate.h"
@@ -19,16 +17,6 @@ namespace {
 
 /// From this many busy workers on, a monitor requests no more.
 const int busyLimit = 190;
-
-/// The second number is not the limit, but what a growth would have led to. Out of line, to keep
-/// the look at the pool short: each enqueue takes one.
-[[gnu::noinline]] void tellLimit(int busy, int live)
-{
-    char text[64];
-    std::snprintf(text, sizeof text, "INFO: Thread limit reached: (%d/%d)", busy,
-                  core::wrappingSum(live, core::growthBatch));
-    core::consoleLine(text);
-}
 
 }  // namespace
 
@@ -56,7 +44,7 @@ inline void KTMonitor::lookAtPool(std::vector<boost::shared_ptr<KTThread>>& disp
         const KTThreadPool& full = *pool;
         KT_POOL_PROBE(limit_reached, &full, KT_AT(full.queueLength), KT_AT(full.nbThreads),
                       KT_AT(full.maxThreads));
-        tellLimit(load.busy, load.live);
+        full.tellLimit(load.busy, load.live);
     } else if (load.busy + 1 >= load.live) {
         pool->resize(1, displaced);
     }

@@ -18,6 +18,7 @@
 #include "CancelState.h"
 #include "LiveThreadCount.h"
 #include "Output.h"
+#include "PoolSettings.h"
 #include "SharedPointers.h"
 
 namespace KT {
@@ -31,13 +32,12 @@ const int defaultStackSize = 655360;
 /// The attributes of a worker's thread. What the platform refuses keeps its default.
 class WorkerAttributes {
 public:
-    WorkerAttributes()
+    explicit WorkerAttributes(std::size_t stack)
     {
         pthread_attr_init(&attributes);
-        // The C library would take a negative size for a huge one and fail later; it refuses 0 here
-        // and keeps its default, as it does with any other size that it can't use.
-        const int size = std::max(stackSize.load(), 0);
-        pthread_attr_setstacksize(&attributes, static_cast<std::size_t>(size));
+        // The C library refuses 0, and keeps its default, as it does with any other size that it
+        // can't use.
+        pthread_attr_setstacksize(&attributes, stack);
     }
     ~WorkerAttributes() { pthread_attr_destroy(&attributes); }
     WorkerAttributes(const WorkerAttributes&) = delete;
@@ -116,8 +116,11 @@ void KTThread::setThreadName(const char* name)
 int KTThread::launch()
 {
     int rc = 0;
+    const boost::shared_ptr<KTThreadPool> owner = pool.lock();
     {
-        WorkerAttributes attributes;
+        // The C library would take a negative size for a huge one and fail later.
+        const std::size_t usual = static_cast<std::size_t>(std::max(stackSize.load(), 0));
+        WorkerAttributes attributes(owner ? owner->settings->stackSizeOr(usual) : usual);
         launchTime = ro::os::gettimeofday();
         attributes.setScheduling();
         if (liveThreads) {
@@ -135,7 +138,7 @@ int KTThread::launch()
     }
     const std::string description =
         "Aborting creating thread, pthread_create error. Too much thread asked";
-    core::logRecord("core.thread", "launch", description);
+    core::logRecord("core.thread", "launch", (owner ? owner->label() : "") + description);
     throw KTError("pthread", "pthread", description, core::sourceFile, 95);
 }
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstddef>
+#include <cstring>
 #include <string>
 
 #include <kterror/KTError.h>
@@ -14,6 +15,7 @@
 
 #include "LiveThreadCount.h"
 #include "Output.h"
+#include "PoolSettings.h"
 #include "SharedPointers.h"
 
 namespace KT {
@@ -23,6 +25,7 @@ KTThreadPool::KTThreadPool(int workers, int capacity, int param1, int param2, in
       monitorParam1(param1),
       monitorParam2(param2),
       monitorParam3(param3),
+      settings(new Settings),
       poolGate(),
       queueLength(0),
       queueGate(),
@@ -85,6 +88,7 @@ KTThreadPoolStatus KTThreadPool::status() const
 {
     KTThreadPoolStatus now = KTThreadPoolStatus();
     now.maxThreads = maxThreads;
+    std::memcpy(now.name, name(), sizeof now.name);
     {
         const KTCriticalSection hold(core::nonOwning(poolMutex));
         now.threads = nbThreads;

@@ -13,11 +13,10 @@
 
 namespace KT::core {
 
-void logRecord(const char* category, const char* function, const std::string& text)
+void logRecord(const char* category, const char* function, const std::string& text, int severity)
 {
-    const int logLevel = 2;
     const CancelState disabled(PTHREAD_CANCEL_DISABLE);
-    ro::log::LogStream(logLevel, category, "", function, 0) << text << std::endl;
+    ro::log::LogStream(severity, category, "", function, 0) << text << std::endl;
 }
 
 void consoleLine(std::string_view text)

@@ -16,6 +16,14 @@
 
 namespace KT {
 
+namespace {
+
+const char forgottenMessage[] =
+    "KTThreadPool::~KTThreadPool : trying to delete a Thread Pool without shutting it down. "
+    "Shutting down the Thread Pool";
+
+}  // namespace
+
 void KTThreadPool::shutdown(bool force)
 {
     // All that may throw comes before the pool is changed.
@@ -95,10 +103,8 @@ KTThreadPool::~KTThreadPool()
         return;
     }
     try {
-        core::consoleLine(
-            "KTThreadPool::~KTThreadPool : trying to delete a Thread Pool without shutting it "
-            "down. "
-            "Shutting down the Thread Pool");
+        print(forgottenMessage);
+        record(core::warning, "~KTThreadPool", forgottenMessage);
         shutdown(false);
     } catch (const std::exception&) {
         // The console or the memory failed. No worker is in its loop any more, since each of those

@@ -26,6 +26,9 @@ const int shrinkThreshold = 18;
 
 const int growthAttempts = 30;
 
+const char limitMessage[] = "Threadpool limit reached.";
+const char retirementMessage[] = "KTThreadPool::decrease";
+
 }  // namespace
 
 // The workers are counted without a lock, the busy ones under theirs.
@@ -107,11 +110,20 @@ bool KTThreadPool::startWorkerLocked(Workers& displaced)
 bool KTThreadPool::xIncreaseThread()
 {
     Workers displaced;
+    if (increase(displaced)) {
+        return true;
+    }
+    record(core::debug, "xIncreaseThread", limitMessage);
+    return false;
+}
+
+bool KTThreadPool::increase(Workers& displaced)
+{
     const KTCriticalSection hold(core::nonOwning(poolMutex));
     const int live = nbThreads;
     if (live == maxThreads) {
         KT_POOL_PROBE(limit_reached, this, KT_AT(queueLength), KT_AT(nbThreads), KT_AT(maxThreads));
-        core::consoleLine("Threadpool limit reached.");
+        print(limitMessage);
         return false;
     }
     const long long target = std::min(static_cast<long long>(live) + core::growthBatch,
@@ -144,12 +156,13 @@ bool KTThreadPool::apoptosis(boost::shared_ptr<KTThread> thread)
             last->index = thread->index;
         }
         KT_PROBE(worker_retired, this, KT_IS(0), KT_AT(thread->index), KT_AT(queueLength));
-        core::consoleLine("KTThreadPool::decrease");
+        print(retirementMessage);
         --nbThreads;
         --nbThreadsToRemove;
     }
     // Another sleeping worker may have to retire too.
     signalOne();
+    record(core::debug, "apoptosis", retirementMessage);
     return true;
 }
 

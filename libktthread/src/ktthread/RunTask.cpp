@@ -114,8 +114,10 @@ void KTThread::runBody(KTTask& task, const WithPool& withPool)
         withPool([&](const KTThreadPool& owner) {
             KT_PROBE(task_failed, &owner, KT_NAME_OF(task), KT_AT(index), KT_AT(owner.queueLength));
         });
-        core::ignoreBadAlloc([&error] {
-            core::logRecord("KTThread", "runTask", "Error caught: " + error.toString());
+        core::ignoreBadAlloc([&] {
+            std::string label;
+            withPool([&label](const KTThreadPool& owner) { label = owner.label(); });
+            core::logRecord("KTThread", "runTask", label + "Error caught: " + error.toString());
         });
     }
 }
