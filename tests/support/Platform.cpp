@@ -45,6 +45,10 @@ State& state()
     return *made;
 }
 
+/// Whether a call has to be noted. While it hasn't, the calls of two threads are in no order here:
+/// one would hide from ThreadSanitizer what the libraries themselves don't order.
+std::atomic<bool> inUse(false);
+
 class Hold {
 public:
     Hold() { state().lock.lock(); }
@@ -53,9 +57,18 @@ public:
     Hold& operator=(const Hold&) = delete;
 };
 
+/// For what changes the three that it looks at.
+void setInUseLocked()
+{
+    inUse = state().recording || state().look || state().failing;
+}
+
 /// Records a call. Returns the status that it must fail with, or 0 if it is to be made.
 int note(Call call, const void* object, long value = 0, const char* text = "")
 {
+    if (!inUse.load(std::memory_order_relaxed)) {
+        return 0;
+    }
     const Hold hold;
     if (state().recording) {
         state().records.push_back({call, object, value, text, pthread_self()});
@@ -79,10 +92,13 @@ public:
     template <typename... Args>
     int operator()(Args... args)
     {
-        if (found == nullptr) {
-            found = reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+        // Relaxed for the same reason.
+        Function* function = found.load(std::memory_order_relaxed);
+        if (function == nullptr) {
+            function = reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+            found.store(function, std::memory_order_relaxed);
         }
-        return found.load()(args...);
+        return function(args...);
     }
 
 private:
@@ -97,12 +113,14 @@ Recorder::Recorder()
     const Hold hold;
     state().records.clear();
     state().recording = true;
+    setInUseLocked();
 }
 
 Recorder::~Recorder()
 {
     const Hold hold;
     state().recording = false;
+    setInUseLocked();
 }
 
 std::vector<Record> Recorder::records() const
@@ -155,12 +173,14 @@ Observer::Observer(std::function<void(Call, const void*)> look)
 {
     const Hold hold;
     state().look = std::move(look);
+    setInUseLocked();
 }
 
 Observer::~Observer()
 {
     const Hold hold;
     state().look = nullptr;
+    setInUseLocked();
 }
 
 Failure::Failure(Call call, int status, std::function<bool(int)> when)
@@ -171,12 +191,14 @@ Failure::Failure(Call call, int status, std::function<bool(int)> when)
     state().status = status;
     state().calls = 0;
     state().when = std::move(when);
+    setInUseLocked();
 }
 
 Failure::~Failure()
 {
     const Hold hold;
     state().failing = false;
+    setInUseLocked();
 }
 
 }  // namespace platform
