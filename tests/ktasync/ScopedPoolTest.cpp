@@ -80,7 +80,8 @@ INSTANTIATE_TEST_SUITE_P(
                     Nonsense{"monitorPeriod", [](Options& o) { o.monitorPeriod = -1; }},
                     Nonsense{"idleTimeoutMs", [](Options& o) { o.idleTimeoutMs = 0; }},
                     Nonsense{"spinUs", [](Options& o) { o.spinUs = -1; }},
-                    Nonsense{"stopTimeoutMs", [](Options& o) { o.stopTimeoutMs = -1; }}));
+                    Nonsense{"stopTimeoutMs", [](Options& o) { o.stopTimeoutMs = -1; }},
+                    Nonsense{"maxQueued", [](Options& o) { o.maxQueued = -1; }}));
 
 TEST(ScopedPool, ThrowsAndLeavesNothingIfThreadsCannotBeMade)
 {
@@ -175,16 +176,15 @@ TEST(ScopedPoolEnd, AsksWhatDoesNotFinishInTime)
     EXPECT_EQ(log.records()[0].level, spdlog::level::warn);
 }
 
-TEST(ScopedPoolEnd, WaitsOnIfThatIsThePolicy)
+TEST(ScopedPoolEnd, SaysWhatItWaitsForAndWaitsOn)
 {
     const LogCapture log("ktasync");
     KT::KTPoolOptions options = fixedSize(1);
     options.queued = Queued::drop;
     options.stopTimeoutMs = 20;
-    options.stuck = Stuck::keepWaiting;
     Gate gate;
     KT::KTScopedPool pool(options);
-    KT::submit(pool, [&gate] { gate.pass(); });
+    KT::submit(pool, "passing", [&gate] { gate.pass(); });
     ASSERT_TRUE(untilArrived(pool, gate));
     std::thread opener([&] {
         EXPECT_TRUE(eventually([&log] { return log.records().size() == 1; }));
@@ -193,7 +193,34 @@ TEST(ScopedPoolEnd, WaitsOnIfThatIsThePolicy)
     EXPECT_TRUE(pool.close());
     opener.join();
     EXPECT_EQ(log.records()[0].text,
-              "tasks go on 20 ms after they were asked to stop: waiting for them");
+              "tasks go on 20 ms after they were asked to stop (passing): waiting for them");
+}
+
+TEST(ScopedPoolEnd, SaysWhatItWaitsForWithoutALimit)
+{
+    const LogCapture log("ktasync");
+    KT::KTPoolOptions options = fixedSize(10);
+    options.reportAfterMs = 20;
+    Gate gate;
+    std::atomic<int> ran(0);
+    KT::KTScopedPool pool(options);
+    for (int i = 0; i < 11; ++i) {
+        KT::post(pool, "passing", [&] {
+            gate.pass();
+            ++ran;
+        });
+    }
+    ASSERT_TRUE(untilArrived(pool, gate, 10));
+    std::thread opener([&] {
+        EXPECT_TRUE(eventually([&log] { return log.records().size() == 1; }));
+        gate.open();
+    });
+    EXPECT_TRUE(pool.close());
+    opener.join();
+    EXPECT_EQ(ran, 11);
+    EXPECT_EQ(log.records()[0].text,
+              "not finished after 20 ms (passing, passing, passing, passing, passing, passing, "
+              "passing, passing, and 2 more): waiting on");
 }
 
 TEST(ScopedPoolEnd, LeavesStuckTasksIfThatIsThePolicy)
@@ -208,13 +235,13 @@ TEST(ScopedPoolEnd, LeavesStuckTasksIfThatIsThePolicy)
     {
         KT::KTScopedPool pool(options);
         left = pool.pool();
-        KT::submit(pool, [&gate] { gate.pass(); });
+        KT::submit(pool, "passing", [&gate] { gate.pass(); });
         ASSERT_TRUE(untilArrived(pool, gate));
         EXPECT_FALSE(pool.close());
     }
     ASSERT_EQ(log.records().size(), 1U);
     EXPECT_EQ(log.records()[0].text,
-              "tasks go on 20 ms after they were asked to stop: leaving them");
+              "tasks go on 20 ms after they were asked to stop (passing): leaving them");
     EXPECT_FALSE(left.expired());
     gate.open();
     // The pool frees itself.
@@ -228,10 +255,11 @@ TEST(ScopedPoolEnd, CutsStuckTasksOffIfThatIsThePolicy)
     KT::KTPoolOptions options = fixedSize(1);
     options.finishTimeoutMs = 20;
     options.stopTimeoutMs = 20;
+    options.stuck = Stuck::force;
     KT::KTFuture<void> cut;
     {
         KT::KTScopedPool pool(options);
-        cut = KT::submit(pool, [] { KT::KTStopToken().waitFor(-1); });
+        cut = KT::submit(pool, "deaf", [] { KT::KTStopToken().waitFor(-1); });
         EXPECT_TRUE(eventually(pool, [&] { return pool.status().busyThreads == 1; }));
     }
     // The limit holds for the cutting off too: on a busy machine that may take longer.
@@ -240,7 +268,7 @@ TEST(ScopedPoolEnd, CutsStuckTasksOffIfThatIsThePolicy)
     ASSERT_EQ(log.records().size(), 1U);
     EXPECT_EQ(log.records()[0].text,
               "tasks unfinished after 20 ms: 1, those not begun dropped, the others asked to "
-              "stop; tasks go on 20 ms after they were asked to stop: cutting them off");
+              "stop; tasks go on 20 ms after they were asked to stop (deaf): cutting them off");
 }
 
 TEST(ScopedPoolEnd, LeavesWhatCannotBeCutOff)
@@ -249,6 +277,7 @@ TEST(ScopedPoolEnd, LeavesWhatCannotBeCutOff)
     KT::KTPoolOptions options = fixedSize(1);
     options.queued = Queued::drop;
     options.stopTimeoutMs = 20;
+    options.stuck = Stuck::force;
     std::atomic<bool> goOn(true);
     KT::KTFuture<void> busy;
     {
@@ -267,17 +296,86 @@ TEST(ScopedPoolEnd, LeavesWhatCannotBeCutOff)
     EXPECT_TRUE(eventually([] { return threadsNamed("KTT").empty(); }));
 }
 
-TEST(ScopedPoolEnd, InOneOfItsOwnTasksLeaves)
+TEST(ScopedPoolEnd, InOneOfItsOwnTasksOnlyBegins)
+{
+    std::atomic<int> ran(0);
+    {
+        KT::KTScopedPool pool(fixedSize(1));
+        Gate gate;
+        KT::post(pool, [&] {
+            gate.pass();
+            EXPECT_FALSE(pool.close());
+            ++ran;
+        });
+        KT::post(pool, [&] {
+            EXPECT_FALSE(KT::post(pool, [&ran] { ran += 100; }));
+            ++ran;
+        });
+        gate.open();
+        EXPECT_TRUE(eventually([&ran] { return ran > 0; }));
+        EXPECT_TRUE(pool.close());
+        EXPECT_EQ(ran, 2);
+    }
+}
+
+TEST(ScopedPoolEnd, BegunInATaskStillWaitsForAll)
+{
+    for (int round = 0; round < 50; ++round) {
+        std::atomic<int> closed(0);
+        std::atomic<int> ended(0);
+        {
+            Gate gate;
+            KT::KTScopedPool pool(fixedSize(2));
+            for (int i = 0; i < 2; ++i) {
+                KT::post(pool, [&] {
+                    gate.pass();
+                    pool.close();
+                    ++closed;
+                    KT::KTStopToken().waitFor(1);
+                    ++ended;
+                });
+            }
+            gate.open();
+            ASSERT_TRUE(eventually([&closed] { return closed == 2; }));
+        }
+        ASSERT_EQ(ended, 2);
+    }
+}
+
+TEST(ScopedPoolEnd, MayComeFromManyThreads)
+{
+    std::atomic<int> ran(0);
+    KT::KTScopedPool pool(fixedSize(2));
+    for (int i = 0; i < 100; ++i) {
+        KT::post(pool, [&ran] { ++ran; });
+    }
+    std::vector<std::thread> closers(4);
+    for (std::thread& closer : closers) {
+        closer = std::thread([&] {
+            EXPECT_TRUE(pool.close());
+            EXPECT_EQ(ran, 100);
+        });
+    }
+    for (std::thread& closer : closers) {
+        closer.join();
+    }
+}
+
+TEST(ScopedPoolEnd, InTheLastOfItsOwnTasksLeaves)
 {
     const LogCapture log("ktasync");
-    auto pool = std::make_shared<std::optional<KT::KTScopedPool>>(std::in_place);
-    const boost::weak_ptr<KT::KTThreadPool> left = (*pool)->pool();
-    KT::KTFuture<bool> closed = KT::submit(**pool, [pool] { return (*pool)->close(); });
-    EXPECT_FALSE(closed.get());
-    pool.reset();
+    auto pool = std::make_unique<KT::KTScopedPool>(fixedSize(1));
+    const boost::weak_ptr<KT::KTThreadPool> left = pool->pool();
+    Gate gate;
+    KT::KTScopedPool& stillThere = *pool;
+    KT::post(stillThere, [last = std::move(pool), &gate]() mutable {
+        gate.pass();
+        last.reset();
+    });
+    gate.open();
     EXPECT_TRUE(eventually([&left] { return left.expired(); }));
     ASSERT_EQ(log.records().size(), 1U);
-    EXPECT_THAT(log.records()[0].text, HasSubstr("closed by a task of its own: leaving them"));
+    EXPECT_THAT(log.records()[0].text, HasSubstr("destroyed by a task of its own: leaving them"));
     EXPECT_TRUE(eventually([] { return threadsNamed("KTT").empty(); }));
 }
 

@@ -21,7 +21,7 @@ KTASYNC_EXPORT int availableProcessors();
 /// \code
 /// KT::KTPoolOptions options;
 /// options.maxThreads = 64;
-/// options.stuck = KT::KTPoolOptions::Stuck::keepWaiting;
+/// options.queued = KT::KTPoolOptions::Queued::drop;
 /// KT::KTScopedPool pool(options);
 /// \endcode
 /// A value, as safe as its fields.
@@ -57,6 +57,20 @@ struct KTPoolOptions {
     /// for that much processor time. 0 or more.
     int spinUs = 0;
 
+    /// Tasks from outside that may wait in the queue; 0: any number. What `submit`, `post` and
+    /// their batches hand to the pool counts, a batch comes in as a whole when there is room for
+    /// one; tasks of groups, loops and `then` come in whatever waits. 0 or more.
+    int maxQueued = 0;
+
+    /// What may become of a task for which there is no room.
+    enum class WhenFull {
+        block,    ///< the submitter waits for room; in a task of the pool it runs the task itself
+        runHere,  ///< the submitter runs it
+        refuse    ///< it never runs: `post` says false, the future of `submit` throws KTCancelled
+    };
+    /// What becomes of a task while `maxQueued` others wait.
+    WhenFull whenFull = WhenFull::block;
+
     /// What may become of them.
     enum class Queued {
         finish,  ///< they are run, as long as `finishTimeoutMs` allows
@@ -67,7 +81,11 @@ struct KTPoolOptions {
 
     /// Milliseconds that they may take to finish, with those that run; the rest is dropped then.
     /// No limit if negative.
-    int finishTimeoutMs = 60000;
+    int finishTimeoutMs = -1;
+
+    /// Milliseconds that closing waits for them before a log record says so, and for which. Never
+    /// if negative.
+    int reportAfterMs = 10000;
 
     /// Milliseconds that tasks may go on when they have been asked to stop. 0 or more.
     int stopTimeoutMs = 10000;
@@ -79,7 +97,7 @@ struct KTPoolOptions {
         force,        ///< cut them off; leave those that don't end within `stopTimeoutMs` again
     };
     /// What becomes of the tasks that go on for longer than that.
-    Stuck stuck = Stuck::force;
+    Stuck stuck = Stuck::keepWaiting;
 };
 
 }  // namespace KT

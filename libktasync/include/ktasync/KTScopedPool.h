@@ -2,7 +2,7 @@
 /// A pool for a scope.
 #pragma once
 
-#include <sys/types.h>
+#include <memory>
 
 #include <boost/shared_ptr.hpp>
 
@@ -14,6 +14,10 @@
 #include <ktasync/export.h>
 
 namespace KT {
+
+namespace detail {
+class PoolEnd;
+}
 
 /// Makes a pool, starts it, and closes it when the scope ends.
 /// \code
@@ -31,13 +35,17 @@ namespace KT {
 /// | stop             | are dropped: KTCancelled | are asked to stop      | `stopTimeoutMs`   |
 /// | as `stuck` says  | dropped                  | awaited, left, cut off |                   |
 ///
-/// Work that is left undone by a time limit makes one log record (category "ktasync", a warning)
-/// that says what was done about it. "Go on" holds for the tasks of this library; those derived
-/// from KTTask by hand are asked to stop as soon as all have begun.
+/// So by default nothing is lost, and it takes as long as the tasks do. Closing that takes longer
+/// than `reportAfterMs`, and work that is left undone by a time limit, make a log record each
+/// (category "ktasync", a warning) that names running tasks and says what was done about them. "Go
+/// on" holds for the tasks of this library; those derived from KTTask by hand are asked to stop as
+/// soon as all have begun.
 ///
-/// It may be moved; what is moved from has no pool. Any thread may submit to it. Moving, closing
-/// and destroying it belong to one thread. Closed in one of its own tasks it can't wait: it is told
-/// to stop and left, with a log record.
+/// It may be moved; what is moved from has no pool. Any thread may submit to it, and close it.
+/// Moving and destroying it belong to one thread. One of its own tasks can't wait for it: closed
+/// there, it refuses what is submitted from then on, and drops what waits if `queued` says so; its
+/// destructor still does all the steps. Destroyed in a task of its own it is told to stop and left,
+/// with a log record.
 ///
 /// In a child of the process that made it (fork) it does nothing: see KTThreadPool.
 ///
@@ -64,10 +72,11 @@ public:
     /// \return       this
     KTScopedPool& operator=(KTScopedPool&& other) noexcept;
 
-    /// Closes it early. Once closed, or moved from, it does nothing. What is submitted afterwards
-    /// is dropped. Blocks as the table says; not a cancellation point.
+    /// Closes it early. What is submitted afterwards is dropped. Blocks as the table says, or until
+    /// another thread has closed it; in a task of its own it only begins to (see above). Any thread
+    /// may call it; not a cancellation point.
     ///
-    /// \return  whether all workers have ended
+    /// \return  whether all workers have ended; false in a task of its own, or when moved from
     bool close();
 
     /// The pool itself, for what the core offers. To be closed by this object only. Throws nothing.
@@ -83,17 +92,11 @@ public:
 private:
     friend class KTPoolRef;
 
-    void start(int threads, int maxThreads);
-    int finishWork();
-    bool isInOwnTask() const;
-    bool stopWork(int unfinished);
+    void start(const KTPoolOptions& options, int threads, int maxThreads);
 
-    KTPoolOptions options;
     boost::shared_ptr<KTThreadPool> owned;
     detail::Scheduler* scheduler = nullptr;  ///< lives as long as the pool
-    pid_t maker = 0;
-    bool isClosed = false;
-    bool hasEnded = false;
+    std::unique_ptr<detail::PoolEnd> end;
 };
 
 }  // namespace KT

@@ -69,7 +69,7 @@ class Carrier::Shift {
 public:
     explicit Shift(Carrier& itsCarrier) : carrier(itsCarrier)
     {
-        carrier.scheduler->enter(carrier.runner);
+        carrier.scheduler->enter(carrier.runner, carrier.current);
         carrier.runner.worker = carrier.slotOfWorker();
         carrier.isAtWork = true;
         ofThisThread = {carrier.scheduler.get(), &carrier.runner};

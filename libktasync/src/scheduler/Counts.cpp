@@ -62,6 +62,21 @@ bool Scheduler::waitUntilFinished(const Deadline& end)
     return unfinished() == 0;
 }
 
+std::vector<ShortName> Scheduler::namesOfRunning()
+{
+    std::vector<ShortName> names;
+    names.reserve(runners.size());
+    const std::lock_guard<BriefMutex> hold(mutex);
+    for (int i = 0; i < runnerCount; ++i) {
+        CurrentWork* const current = runners[static_cast<std::size_t>(i)].load()->current;
+        if (Work* const work = current != nullptr ? current->hold() : nullptr) {
+            names.push_back(work->fixedName());
+            current->release();
+        }
+    }
+    return names;
+}
+
 int Scheduler::carriersWithoutWork() const
 {
     // Those in the core's queue count as searching, too.

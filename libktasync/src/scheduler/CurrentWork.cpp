@@ -13,28 +13,42 @@ bool CurrentWork::begin(Work& work)
 
 void CurrentWork::end()
 {
-    std::uintptr_t now = word;
-    for (;;) {
-        if ((now & held) != 0) {
-            sched_yield();
-            now = word;
-        } else if (word.compare_exchange_weak(now, now & stopped)) {
-            return;
-        }
+    std::uintptr_t now = notHeld();
+    while (!word.compare_exchange_weak(now, now & stopped)) {
+        now = notHeld();
     }
+}
+
+Work* CurrentWork::hold()
+{
+    std::uintptr_t now = notHeld();
+    while ((now & ~stopped) != 0 && !word.compare_exchange_weak(now, now | held)) {
+        now = notHeld();
+    }
+    return reinterpret_cast<Work*>(now & ~stopped);  // NOLINT(performance-no-int-to-ptr)
 }
 
 Work* CurrentWork::stopAndHold()
 {
+    std::uintptr_t now = notHeld();
+    while ((now & stopped) == 0 &&
+           !word.compare_exchange_weak(now, now == 0 ? stopped : now | stopped | held)) {
+        now = notHeld();
+    }
+    // NOLINTNEXTLINE(performance-no-int-to-ptr)
+    return (now & stopped) != 0 ? nullptr : reinterpret_cast<Work*>(now);
+}
+
+// Waits until no other thread holds the work: for a few instructions, or for the handlers that a
+// stop request runs.
+std::uintptr_t CurrentWork::notHeld() const
+{
     std::uintptr_t now = word;
-    std::uintptr_t next = 0;
-    do {
-        if ((now & stopped) != 0) {
-            return nullptr;
-        }
-        next = now == 0 ? stopped : now | stopped | held;
-    } while (!word.compare_exchange_weak(now, next));
-    return reinterpret_cast<Work*>(now);  // NOLINT(performance-no-int-to-ptr)
+    while ((now & held) != 0) {
+        sched_yield();
+        now = word;
+    }
+    return now;
 }
 
 void CurrentWork::release()

@@ -61,6 +61,7 @@ void Scheduler::abandonAll()
 void Scheduler::dropQueued()
 {
     wasStopped = true;
+    admission.stop();
     abandonAll();
     // What another thread, such as the clock's, has taken out to drop it has ended by then too.
     Abandoning::waitForOthers(*this);

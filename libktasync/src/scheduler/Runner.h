@@ -6,6 +6,8 @@
 
 #include <sys/types.h>
 
+#include <ktasync/detail/CurrentWork.h>
+
 #include "../clock/Clock.h"
 #include "WorkQueue.h"
 
@@ -22,7 +24,9 @@ struct Runner {
     std::atomic<pid_t> thread{0};
     /// How much counted work has ended on the thread. Only the carrier writes it.
     std::atomic<std::uint64_t> ended{0};
-    Runner* nextFree = nullptr;  ///< under the scheduler's mutex
+    // Under the scheduler's mutex.
+    Runner* nextFree = nullptr;
+    CurrentWork* current = nullptr;  ///< of the carrier that has the place
 
     // Of the set of idle runners.
     Runner* nextIdle = nullptr;

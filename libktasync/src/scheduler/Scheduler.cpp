@@ -43,7 +43,8 @@ std::size_t shardOfThisThread()
 }  // namespace
 
 Scheduler::Scheduler(const boost::shared_ptr<KTThreadPool>& pool, const SchedulerOptions& chosen)
-    : options(chosen),
+    : admission(outer, chosen.maxQueued, chosen.whenFull),
+      options(chosen),
       target(pool),
       probed(pool.get()),
       listeners(probeListeners()),

@@ -17,6 +17,7 @@
 #include "../base/Deadline.h"
 #include "../clock/Clock.h"
 #include "../clock/ThreadStates.h"
+#include "Admission.h"
 #include "Concurrency.h"
 #include "IdleRunners.h"
 #include "Observers.h"
@@ -37,6 +38,8 @@ struct SchedulerOptions {
     Time::duration idleTimeout = Time::duration::zero();
     Time::duration spin = Time::duration::zero();
     int processors = 1;
+    int maxQueued = 0;  ///< work from outside that waits; 0: any
+    KTPoolOptions::WhenFull whenFull = KTPoolOptions::WhenFull::block;
     int shards = 0;  ///< queues; 0: as many as the processors need
 };
 
@@ -99,8 +102,12 @@ public:
     int unfinished() const;
     /// Blocks until none is unfinished; false after the deadline, or once the pool has stopped.
     bool waitUntilFinished(const Deadline& end);
+    /// Of the work that its carriers run. Throws std::bad_alloc.
+    std::vector<ShortName> namesOfRunning();
 
     Observers observers;
+    /// For work that clients submit: to be asked before `submit`.
+    Admission admission;
 
     void tasksQueued() override;
     void dropQueued() override;
@@ -140,7 +147,7 @@ private:
     // A carrier's turns.
     Runner& takeRunner();
     void giveBack(Runner& runner);
-    void enter(Runner& runner);
+    void enter(Runner& runner, CurrentWork& current);
     WorkPointer next(Runner& runner, const Carrier& carrier);
     void found(Runner& runner);
     WorkPointer find(Runner& runner);

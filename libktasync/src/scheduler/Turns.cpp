@@ -48,14 +48,19 @@ Runner& Scheduler::takeRunner()
 void Scheduler::giveBack(Runner& runner)
 {
     const std::lock_guard<BriefMutex> hold(mutex);
+    runner.current = nullptr;
     runner.nextFree = freeRunners;
     freeRunners = &runner;
 }
 
 // A carrier has got a worker. It is counted as one that searches since it was queued.
-void Scheduler::enter(Runner& runner)
+void Scheduler::enter(Runner& runner, CurrentWork& current)
 {
     --unstarted;
+    {
+        const std::lock_guard<BriefMutex> hold(mutex);
+        runner.current = &current;
+    }
     runner.isSearching = true;
     runner.overtimeFrom = Watched::never;
     runner.shownName = ShortName("");

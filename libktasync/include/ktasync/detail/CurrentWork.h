@@ -23,12 +23,16 @@ public:
     void requestStop();
     bool isStopped() const { return (word & stopped) != 0; }
 
+    /// The work, which doesn't end before `release`; null if there is none.
+    Work* hold();
     /// `requestStop` in two steps: the work that is to be asked, which doesn't end before
     /// `release`; null if there is none.
     Work* stopAndHold();
     void release();
 
 private:
+    std::uintptr_t notHeld() const;
+
     // In the low bits of the address.
     static constexpr std::uintptr_t stopped = 1;
     static constexpr std::uintptr_t held = 2;
