@@ -103,6 +103,25 @@ TEST(Fork, ScopedPoolDoesNothingInAChild)
     EXPECT_TRUE(pool.close());
 }
 
+TEST(Fork, ChildMayRecordATimelineWhileTheParentRecordsOne)
+{
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "ThreadSanitizer lets no child of a process with threads make any";
+#endif
+    KT::KTScopedPool pool;
+    const KT::KTTraceRecorder parents(pool, "/dev/null");
+    for (int round = 0; round < roundsOfForks; ++round) {
+        ASSERT_EQ(fork([] {
+                      KT::KTScopedPool ofChild;
+                      KT::KTTraceRecorder childs(ofChild, "/dev/null");
+                      KT::submit(ofChild, [] {}).get();
+                      childs.flush();
+                      return true;
+                  }),
+                  0);
+    }
+}
+
 TEST(Fork, ChildMayMakePoolsWhereAllWereClosedBefore)
 {
     EXPECT_TRUE(runsATask());

@@ -1,9 +1,11 @@
+#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <sys/resource.h>
@@ -286,6 +288,27 @@ TEST_F(TraceRecorderDeathTest, WritesTheRestWhenTheProcessEnds)
         },
         testing::ExitedWithCode(0), "");
     EXPECT_EQ(eventsOf("X").size(), 3U);
+}
+
+// Without any order between the two but the recorder's own: ThreadSanitizer looks for that.
+void endWhileAnotherThreadRecords(const std::string& path)
+{
+    std::atomic<bool> isRecording{false};
+    std::thread([&] {
+        recordAndLeave(path, 1);
+        isRecording.store(true, std::memory_order_relaxed);
+        pause();
+    }).detach();
+    EXPECT_TRUE(eventually([&] { return isRecording.load(std::memory_order_relaxed); }));
+    std::exit(0);
+}
+
+TEST_F(TraceRecorderDeathTest, WritesTheRestOfARecorderThatAnotherThreadMade)
+{
+    setenv("KT_TRACE", path.c_str(), 0);
+    EXPECT_EXIT(endWhileAnotherThreadRecords(std::getenv("KT_TRACE")), testing::ExitedWithCode(0),
+                "");
+    EXPECT_EQ(eventsOf("X").size(), 1U);
 }
 
 TEST_F(TraceRecorderDeathTest, ACrashLeavesAReadableFile)
