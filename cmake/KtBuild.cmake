@@ -39,17 +39,18 @@ function(kt_set_warnings target)
   target_compile_options(${target} PRIVATE ${KT_WARNINGS} $<$<BOOL:${KT_WERROR}>:-Werror>)
 endfunction()
 
-# kt_add_library(NAME SOURCES file... [LINKS public-library...] [USES private-library...]
-#                [DEFINES public-macro...] and for pkg-config DESCRIPTION text [REQUIRES module...]
-#                [LIBS_PRIVATE flag...])
-# makes the target NAME and its alias NAME::NAME, with the headers in include/, and installs them.
+# kt_add_library(NAME [ALIAS alias] SOURCES file... [LINKS public-library...] [USES private-library...]
+#                and for pkg-config DESCRIPTION text [REQUIRES module...] [LIBS_PRIVATE flag...])
+# makes the target NAME and its alias, NAME::NAME if not said, with the headers in include/, and installs them.
 function(kt_add_library name)
-  cmake_parse_arguments(ARG "" "DESCRIPTION" "SOURCES;LINKS;USES;DEFINES;REQUIRES;LIBS_PRIVATE" ${ARGN})
+  cmake_parse_arguments(ARG "" "ALIAS;DESCRIPTION" "SOURCES;LINKS;USES;REQUIRES;LIBS_PRIVATE" ${ARGN})
+  if(NOT ARG_ALIAS)
+    set(ARG_ALIAS ${name}::${name})
+  endif()
   add_library(${name} ${ARG_SOURCES})
-  add_library(${name}::${name} ALIAS ${name})
+  add_library(${ARG_ALIAS} ALIAS ${name})
   target_include_directories(${name} PUBLIC
     $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
-  target_compile_definitions(${name} PUBLIC ${ARG_DEFINES})
   target_compile_features(${name} PUBLIC cxx_std_11)
   target_link_libraries(${name} PUBLIC ${ARG_LINKS} PRIVATE ${ARG_USES})
   set_target_properties(${name} PROPERTIES
@@ -66,8 +67,7 @@ function(kt_add_library name)
   kt_set_warnings(${name})
   if(KT_INSTALL)
     kt_install_library(${name})
-    kt_install_pkg_config(${name}
-      "${ARG_DESCRIPTION}" "${ARG_REQUIRES}" "${ARG_LIBS_PRIVATE}" "${ARG_DEFINES}")
+    kt_install_pkg_config(${name} "${ARG_DESCRIPTION}" "${ARG_REQUIRES}" "${ARG_LIBS_PRIVATE}")
   endif()
 endfunction()
 

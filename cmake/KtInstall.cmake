@@ -30,8 +30,16 @@ function(kt_install_package name)
   install(FILES ${built}/${name}Config.cmake ${built}/${name}ConfigVersion.cmake
     DESTINATION ${directory} COMPONENT development)
   foreach(library IN LISTS ARGN)
-    install(EXPORT ${library}Targets NAMESPACE ${library}:: DESTINATION ${directory} COMPONENT development)
+    kt_install_targets(${name} ${library} ${library}::${library})
   endforeach()
+endfunction()
+
+# kt_install_targets(PACKAGE LIBRARY ALIAS): the file of the package that makes the library known by that name.
+function(kt_install_targets package library alias)
+  string(REGEX MATCH "^(.*::)(.*)$" matched ${alias})
+  set_target_properties(${library} PROPERTIES EXPORT_NAME ${CMAKE_MATCH_2})
+  install(EXPORT ${library}Targets NAMESPACE ${CMAKE_MATCH_1}
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/${package} COMPONENT development)
 endfunction()
 
 # kt_get_link_flags(VARIABLE TARGET): what links a library that was found, and those that it needs in turn.
@@ -62,12 +70,11 @@ function(kt_get_link_flags variable target)
   set(${variable} ${flags} PARENT_SCOPE)
 endfunction()
 
-# kt_install_pkg_config(NAME DESCRIPTION REQUIRES LIBS_PRIVATE DEFINES)
+# kt_install_pkg_config(NAME DESCRIPTION REQUIRES LIBS_PRIVATE)
 # LIBS_PRIVATE is for static libraries. It isn't Requires.private, since pkg-config hands the macros of modules
 # that stand there to each client.
-function(kt_install_pkg_config name description requires libs_private defines)
-  list(TRANSFORM defines PREPEND -D)
-  foreach(words IN ITEMS requires libs_private defines)
+function(kt_install_pkg_config name description requires libs_private)
+  foreach(words IN ITEMS requires libs_private)
     list(JOIN ${words} " " ${words})
   endforeach()
   file(RELATIVE_PATH up ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})

@@ -15,6 +15,7 @@
 #include <prometheus/exposer.h>
 #include <prometheus/registry.h>
 
+#include <ktasync/KTPoolMetrics.h>
 #include <ktasync/ktasync.h>
 
 int main(int argc, char** argv)

@@ -9,6 +9,7 @@
 
 #include <prometheus/registry.h>
 
+#include <ktasync/KTPoolMetrics.h>
 #include <ktasync/ktasync.h>
 
 #include "Floor.h"

@@ -34,6 +34,30 @@ expect_clients_to_work() {
   expect_output "$1/async" 42
 }
 
+# ask_for COMPONENTS CHECKS: a project that looks for these, and the checks behind that.
+ask_for() {
+  rm -rf "$work"
+  mkdir -p "$work/source"
+  cd "$work/source"
+  cat >CMakeLists.txt <<END
+cmake_minimum_required(VERSION 3.22)
+project(asks LANGUAGES CXX)
+find_package(ktthread 1.0 REQUIRED COMPONENTS $1)
+$2
+END
+}
+
+# libktasync-metrics is built where prometheus-cpp is found.
+need_metrics() { [ -d "$scratch/metrics" ] || { echo "there are no metrics here"; exit 77; }; }
+
+# A copy of what was installed, without its CMake files.
+hide_metrics() {
+  cp -r "$installed" "$work/without"
+  find "$work/without" -name 'ktasync-metricsTargets*' -delete
+  installed=$work/without
+  rm -rf "$work/build"
+}
+
 configure() { cmake -S . -B "$work/build" -G Ninja -DCMAKE_PREFIX_PATH="$installed" "$@" >"$work/log" 2>&1; }
 
 build_with_cmake() {
@@ -55,6 +79,7 @@ case_install() {
   sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$build/CMakeCache.txt" >"$scratch/version"
   [ -s "$scratch/version" ] || fail "which version is it?"
   if grep -q '^BUILD_SHARED_LIBS:BOOL=OFF' "$build/CMakeCache.txt"; then mkdir "$scratch/static"; fi
+  if grep -q '^KT_PROMETHEUS:BOOL=ON' "$build/CMakeCache.txt"; then mkdir "$scratch/metrics"; fi
   if grep -rlF -e "$sources" -e "$scratch" --include='*.cmake' --include='*.pc' --include='*.h' "$installed"; then
     fail "these files know where they were built or installed first"
   fi
@@ -64,6 +89,7 @@ case_libraries_are_these() {
   local ending=so.$version
   [ "$static" = no ] || ending=a
   local expected="libktasync.$ending libkterror.$ending libktthread.$ending libro.$ending"
+  [ ! -d "$scratch/metrics" ] || expected="libktasync-metrics.$ending $expected"
   local actual
   actual=$(find "$installed" -type f -name "lib*.$ending" -printf '%f\n' | LC_ALL=C sort | paste -sd ' ')
   [ "$actual" = "$expected" ] || fail "installed: $actual"
@@ -116,23 +142,70 @@ END
   configure || { cat "$work/log"; fail "can't be configured"; }
 }
 
-# Static libraries need prometheus-cpp for async, and that one is optional here.
-case_cmake_optional_async() {
-  rm -rf "$work"
-  mkdir -p "$work/source"
-  cd "$work/source"
-  cat >CMakeLists.txt <<'END'
-cmake_minimum_required(VERSION 3.22)
-project(optional LANGUAGES CXX)
-find_package(ktthread 1.0 REQUIRED COMPONENTS core OPTIONAL_COMPONENTS async)
-if(NOT TARGET ktthread::ktthread)
+# Here it's another component that needs prometheus-cpp, and that one isn't there.
+case_cmake_without_prometheus() {
+  use_consumer
+  build_with_cmake -DCMAKE_DISABLE_FIND_PACKAGE_prometheus-cpp=ON
+  expect_clients_to_work "$work/build"
+}
+
+case_cmake_metrics() {
+  need_metrics
+  use_consumer
+  build_with_cmake -DCOMPONENTS='core;async;metrics'
+  expect_output "$work/build/metrics" 1
+}
+
+# It brings what it needs with it.
+case_cmake_metrics_alone() {
+  need_metrics
+  ask_for metrics 'if(NOT TARGET ktasync::metrics OR NOT TARGET ktasync::ktasync)
+  message(FATAL_ERROR "targets are missing")
+endif()'
+  configure || { cat "$work/log"; fail "can't be configured"; }
+}
+
+# An optional component may be missing, for whatever reason, and the others are there.
+case_cmake_optional_metrics() {
+  ask_for 'core OPTIONAL_COMPONENTS metrics' 'if(NOT TARGET ktthread::ktthread)
   message(FATAL_ERROR "no core")
 endif()
-if(ktthread_async_FOUND AND NOT TARGET ktasync::ktasync)
-  message(FATAL_ERROR "async is said to be there")
-endif()
-END
+if(ktthread_metrics_FOUND OR TARGET ktasync::metrics)
+  message(FATAL_ERROR "metrics are said to be there")
+endif()'
   configure -DCMAKE_DISABLE_FIND_PACKAGE_prometheus-cpp=ON || { cat "$work/log"; fail "can't be configured"; }
+  hide_metrics
+  configure || { cat "$work/log"; fail "can't be configured where they aren't installed"; }
+}
+
+case_cmake_required_metrics() {
+  ask_for 'core metrics' ''
+  expect_refusal "the component metrics needs prometheus-cpp" -DCMAKE_DISABLE_FIND_PACKAGE_prometheus-cpp=ON
+  hide_metrics
+  expect_refusal "the component metrics isn't installed"
+}
+
+# So that a client has it only if it asked for it.
+case_only_metrics_need_prometheus() {
+  use_pkg_config
+  local module library
+  for module in ro kterror ktthread ktasync; do
+    ! pkg-config --static --cflags --libs $module | grep -i prometheus || fail "$module.pc"
+  done
+  [ "$static" = no ] || return 0
+  for library in libro libkterror libktthread libktasync; do
+    ! readelf -d "$LD_LIBRARY_PATH/$library.so" | grep 'NEEDED.*prometheus' || fail "$library.so"
+  done
+}
+
+case_pkg_config_metrics() {
+  need_metrics
+  use_consumer
+  use_pkg_config
+  if [ "$static" = yes ]; then make STATIC=--static metrics; else make metrics; fi >/dev/null || fail "can't be built"
+  expect_output ./metrics 1
+  [ "$(pkg-config --modversion ktasync-metrics)" = "$version" ] || fail "the version of ktasync-metrics"
+  pkg-config --validate ktasync-metrics || fail "ktasync-metrics.pc"
 }
 
 # Another prefix, which is searched first, has packages of the platform libraries' names.
@@ -159,7 +232,7 @@ case_cmake_refuses() {
   use_consumer
   expect_refusal "requested version \"$((${version%%.*} + 1)).0\"" -DVERSION="$((${version%%.*} + 1)).0"
   expect_refusal 'requested version "0.9"' -DVERSION=0.9
-  expect_refusal "ktthread has the components core and async, and no 'future'" -DCOMPONENTS='core;future'
+  expect_refusal "ktthread has the components core, async and metrics, and no 'future'" -DCOMPONENTS='core;future'
 }
 
 case_make_with_pkg_config() {

@@ -8,10 +8,6 @@
 #include <vector>
 
 #include <ktasync/ktasync.h>
-#ifdef KTASYNC_PROMETHEUS
-#include <prometheus/exposer.h>
-#include <prometheus/registry.h>
-#endif
 
 struct Image {
     void sharpen();

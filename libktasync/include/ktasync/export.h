@@ -1,6 +1,6 @@
 #pragma once
 
-/// Marks what libktasync exports; everything else in the library is hidden.
+/// Marks what libktasync and libktasync-metrics export; everything else in them is hidden.
 #define KTASYNC_EXPORT __attribute__((visibility("default")))
 
 /// Hides a class, or a function of a class, that is declared inside of an exported one.

@@ -4,9 +4,6 @@
 
 #include <ktasync/KTCancelled.h>
 #include <ktasync/KTFuture.h>
-#ifdef KTASYNC_PROMETHEUS
-#include <ktasync/KTPoolMetrics.h>
-#endif
 #include <ktasync/KTPoolOptions.h>
 #include <ktasync/KTPoolRef.h>
 #include <ktasync/KTScopedPool.h>

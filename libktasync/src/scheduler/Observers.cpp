@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <mutex>
 
+#include "Scheduler.h"
+
 namespace KT {
 namespace detail {
 
@@ -26,6 +28,16 @@ void Observers::remove(TaskObserver& observer)
     const std::unique_lock<std::shared_mutex> hold(mutex);
     observers.erase(std::remove(observers.begin(), observers.end(), &observer), observers.end());
     observed = !observers.empty();
+}
+
+void addObserver(Scheduler& pool, TaskObserver& observer)
+{
+    pool.observers.add(observer);
+}
+
+void removeObserver(Scheduler& pool, TaskObserver& observer)
+{
+    pool.observers.remove(observer);
 }
 
 }  // namespace detail

@@ -2,32 +2,13 @@
 #pragma once
 
 #include <atomic>
-#include <chrono>
 #include <shared_mutex>
-#include <string_view>
 #include <vector>
 
-#include <ktasync/detail/Outcome.h>
+#include <ktasync/detail/TaskObserver.h>
 
 namespace KT {
 namespace detail {
-
-/// What is told of a task that has ended.
-struct TaskReport {
-    using Duration = std::chrono::steady_clock::duration;
-    std::string_view name;
-    Outcome outcome;
-    Duration waited;  ///< until it began, or ended without having begun
-    bool hasRun;
-    Duration ran;
-};
-
-/// Told of each task of a pool that has ended, on the thread that ended it, several at once.
-class TaskObserver {
-public:
-    virtual ~TaskObserver() = default;
-    virtual void taskEnded(const TaskReport& report) = 0;
-};
 
 /// Any thread may use them. `isEmpty` costs nothing: tasks are timed only if somebody observes.
 class Observers {

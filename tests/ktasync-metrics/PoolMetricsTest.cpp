@@ -8,6 +8,8 @@
 #include <prometheus/exposer.h>
 #include <prometheus/registry.h>
 
+#include <ktasync/KTPoolMetrics.h>
+
 #include "Async.h"
 
 namespace {

@@ -19,9 +19,9 @@
 #include <ktthread/KTThread.h>
 #include <ktthread/KTThreadPool.h>
 
-#include "../base/Cancellation.h"
-#include "../base/Deadline.h"
-#include "../scheduler/Scheduler.h"
+#include <ktasync/detail/TaskObserver.h>
+
+#include "base/Cancellation.h"
 
 namespace KT {
 
@@ -109,13 +109,13 @@ public:
           toRetire(gauge(registry, "ktthread_workers_to_retire", "Workers that are to retire"),
                    labels),
           queued(gauge(registry, "ktthread_tasks_queued", "Tasks in the queue"), labels),
-          observers(poolToWatch.scheduler().observers)
+          scheduler(poolToWatch.scheduler())
     {
-        observers.add(*this);
+        detail::addObserver(scheduler, *this);
         try {
             refresher = std::thread([this, refreshMs] { refreshUntilTheEnd(refreshMs); });
         } catch (...) {
-            observers.remove(*this);
+            detail::removeObserver(scheduler, *this);
             throw;
         }
     }
@@ -123,7 +123,7 @@ public:
     ~Figures() override
     {
         const detail::NoCancellation off;
-        observers.remove(*this);
+        detail::removeObserver(scheduler, *this);
         {
             const std::lock_guard<std::mutex> hold(mutex);
             isEnding = true;
@@ -176,7 +176,7 @@ private:
             most->Set(status.maxThreads);
             toRetire->Set(status.threadsToRemove);
             queued->Set(status.queuedTasks);
-            detail::Deadline(refreshMs).wait(hold, ending);
+            ending.wait_for(hold, std::chrono::milliseconds(refreshMs));
         }
     }
 
@@ -194,7 +194,7 @@ private:
     Gauge most;
     Gauge toRetire;
     Gauge queued;
-    detail::Observers& observers;  ///< as long as the pool
+    detail::Scheduler& scheduler;  ///< as long as the pool
     std::mutex mutex;
     std::condition_variable ending;
     bool isEnding = false;  ///< under `mutex`

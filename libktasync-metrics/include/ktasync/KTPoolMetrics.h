@@ -1,5 +1,6 @@
 /// \file
-/// The figures of a pool for a monitoring system. Part of builds that found prometheus-cpp.
+/// The figures of a pool for a monitoring system. All of libktasync-metrics, a library of its own,
+/// since it needs prometheus-cpp.
 #pragma once
 
 #include <memory>
@@ -42,7 +43,7 @@ namespace KT {
 /// Several may share a registry under different names. Constructing and destroying it may happen on
 /// any thread, while the pool works. It can't be copied. It shares the pool and the registry.
 ///
-/// \ingroup ktasync
+/// \ingroup ktasync-metrics
 class KTASYNC_EXPORT KTPoolMetrics {
 public:
     /// Starts to keep them. Throws KTError without a registry, for a `refreshMs` below 1, and for a
