@@ -32,9 +32,12 @@ namespace {
     throw KTError("KTPoolMetrics", "KTPoolMetrics", why, __FILE__, __LINE__);
 }
 
-/// Seconds: from what a task of this library costs anyway to what nobody wants to wait.
-const std::vector<double> boundaries = {10e-6, 30e-6, 100e-6, 300e-6, 1e-3, 3e-3, 10e-3,
-                                        30e-3, 0.1,   0.3,    1,      3,    10,   30};
+/// Seconds: from what a task of libktasync costs anyway to what nobody wants to wait. No object:
+/// metrics may be made before the objects of this file are.
+std::vector<double> boundaries()
+{
+    return {10e-6, 30e-6, 100e-6, 300e-6, 1e-3, 3e-3, 10e-3, 30e-3, 0.1, 0.3, 1, 3, 10, 30};
+}
 
 /// One metric of one pool in a registry that may have those of others; taken out at the end.
 template <typename Metric>
@@ -94,10 +97,10 @@ public:
           labels{{"pool", name}},
           waited(familyOf(prometheus::BuildHistogram(), registry, "ktthread_task_wait_seconds",
                           "Time between submission and start of a task"),
-                 labels, boundaries),
+                 labels, boundaries()),
           ran(familyOf(prometheus::BuildHistogram(), registry, "ktthread_task_run_seconds",
                        "Time that the callable of a task ran"),
-              labels, boundaries),
+              labels, boundaries()),
           outcomes(familyOf(prometheus::BuildCounter(), registry, "ktthread_tasks_total",
                             "Tasks that have ended")),
           done(outcomes, with("done")),
