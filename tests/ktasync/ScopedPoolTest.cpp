@@ -81,7 +81,10 @@ INSTANTIATE_TEST_SUITE_P(
                     Nonsense{"idleTimeoutMs", [](Options& o) { o.idleTimeoutMs = 0; }},
                     Nonsense{"spinUs", [](Options& o) { o.spinUs = -1; }},
                     Nonsense{"stopTimeoutMs", [](Options& o) { o.stopTimeoutMs = -1; }},
-                    Nonsense{"maxQueued", [](Options& o) { o.maxQueued = -1; }}));
+                    Nonsense{"maxQueued", [](Options& o) { o.maxQueued = -1; }},
+                    Nonsense{"stackSize", [](Options& o) { o.stackSize = 0; }},
+                    Nonsense{"stackSize", [](Options& o) { o.stackSize = 65535; }},
+                    Nonsense{"stackSize", [](Options& o) { o.stackSize = (1U << 30) + 1; }}));
 
 TEST(ScopedPool, ThrowsAndLeavesNothingIfThreadsCannotBeMade)
 {
@@ -89,6 +92,81 @@ TEST(ScopedPool, ThrowsAndLeavesNothingIfThreadsCannotBeMade)
     const platform::Failure failing(platform::Call::create, EAGAIN, [](int n) { return n == 2; });
     EXPECT_THROW(KT::KTScopedPool pool(fixedSize(3)), KT::KTError);
     EXPECT_TRUE(eventually([] { return threadsNamed("KTT").empty(); }));
+}
+
+/// The stack of a thread that nothing is said about.
+std::size_t systemsStack()
+{
+    pthread_attr_t attributes;
+    std::size_t size = 0;
+    pthread_attr_init(&attributes);
+    pthread_attr_getstacksize(&attributes, &size);
+    pthread_attr_destroy(&attributes);
+    return size;
+}
+
+/// The stack that the calling thread has.
+std::size_t stackOfThisThread()
+{
+    pthread_attr_t attributes;
+    std::size_t size = 0;
+    pthread_getattr_np(pthread_self(), &attributes);
+    pthread_attr_getstacksize(&attributes, &size);
+    pthread_attr_destroy(&attributes);
+    return size;
+}
+
+/// Calls itself until it has used so much of the stack; returns how many times.
+int useStack(std::size_t bytes)  // NOLINT(misc-no-recursion): that is what it is for
+{
+    std::array<volatile char, 1024> piece{};
+    piece[0] = 1;
+    return bytes < piece.size() ? 0 : useStack(bytes - piece.size()) + piece[0];
+}
+
+TEST(ScopedPoolStack, OfATaskIsTheSystems)
+{
+    KT::KTScopedPool pool(fixedSize(1));
+    const std::size_t bytes = systemsStack() / 2;
+    EXPECT_EQ(KT::submit(pool, useStack, bytes).get(), static_cast<int>(bytes / 1024));
+}
+
+TEST(ScopedPoolStack, OfATaskIsWhatTheOptionsSay)
+{
+    for (const std::size_t size :
+         {std::size_t(65536), std::size_t(1) << 20, std::size_t(1) << 30}) {
+        KT::KTPoolOptions options = fixedSize(1);
+        options.stackSize = size;
+        KT::KTScopedPool pool(options);
+        EXPECT_GE(KT::submit(pool, stackOfThisThread).get(), size);
+    }
+}
+
+/// Waits in tasks, one in the other, until one of them runs on another thread than the first; then
+/// calls `atEnd` there.
+void nestUntilOnAnotherThread(KT::KTScopedPool& pool, pthread_t first,
+                              const std::function<void()>& atEnd)
+{
+    if (pthread_equal(pthread_self(), first) == 0) {
+        atEnd();
+        return;
+    }
+    KT::KTTaskGroup group(pool);
+    group.run("nested", [&] { nestUntilOnAnotherThread(pool, first, atEnd); });
+    group.wait();
+}
+
+TEST(ScopedPoolStack, OfATaskThatATaskWaitsForIsTheSame)
+{
+    KT::KTPoolOptions options = fixedSize(1);
+    options.stackSize = std::size_t(256) << 10;
+    KT::KTScopedPool pool(options);
+    std::size_t nested = 0;
+    KT::submit(pool, [&] {
+        nestUntilOnAnotherThread(pool, pthread_self(), [&] { nested = stackOfThisThread(); });
+    }).get();
+    EXPECT_GE(nested, *options.stackSize);
+    EXPECT_LT(nested, *options.stackSize * 2);
 }
 
 TEST(ScopedPoolEnd, LetsQueuedWorkFinish)

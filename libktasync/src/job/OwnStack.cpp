@@ -1,5 +1,6 @@
 #include <atomic>
 #include <condition_variable>
+#include <cstddef>
 #include <mutex>
 
 #include <pthread.h>
@@ -8,6 +9,7 @@
 
 #include "../base/Cancellation.h"
 #include "../base/Deadline.h"
+#include "../scheduler/Scheduler.h"
 #include "CurrentJob.h"
 
 namespace KT {
@@ -37,13 +39,28 @@ bool isStackHalfFull()
     return static_cast<const char*>(__builtin_frame_address(0)) < middle;
 }
 
+/// Starts a thread with so many bytes of stack; 0: the system's default.
+bool startThread(pthread_t& thread, std::size_t stackSize, void* (*run)(void*), void* argument)
+{
+    pthread_attr_t attributes;
+    if (pthread_attr_init(&attributes) != 0) {
+        return false;
+    }
+    if (stackSize != 0) {
+        pthread_attr_setstacksize(&attributes, stackSize);
+    }
+    const bool isStarted = pthread_create(&thread, &attributes, run, argument) == 0;
+    pthread_attr_destroy(&attributes);
+    return isStarted;
+}
+
 /// A thread that runs one job, as if its maker did.
 class OwnStack {
 public:
     explicit OwnStack(Job& jobToRun)
         : job(jobToRun),
           around(CurrentJob::innermost),
-          isStarted(pthread_create(&thread, nullptr, run, this) == 0)
+          isStarted(startThread(thread, job.scheduler().stackSize(), run, this))
     {
     }
 

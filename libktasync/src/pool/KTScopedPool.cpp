@@ -24,7 +24,13 @@ const int mostThreads = 65536;
 const int usualMost = 64;
 const int usualMostPerProcessor = 8;
 
-void check(bool isSensible, const char* option, int value, const std::string& range)
+/// Enough for the library's own code and that of the log; and less than what only a mistake asks
+/// for.
+const std::size_t leastStack = std::size_t(64) << 10;
+const std::size_t mostStack = std::size_t(1) << 30;
+
+template <typename Number>
+void check(bool isSensible, const char* option, Number value, const std::string& range)
 {
     if (!isSensible) {
         throw KTError(
@@ -50,6 +56,9 @@ KTScopedPool::KTScopedPool(const KTPoolOptions& options)
     check(options.idleTimeoutMs != 0, "idleTimeoutMs", options.idleTimeoutMs,
           "1 or more, or negative");
     check(options.spinUs >= 0, "spinUs", options.spinUs, "0 or more");
+    const std::size_t stack = options.stackSize.value_or(leastStack);
+    check(stack >= leastStack && stack <= mostStack, "stackSize", stack,
+          std::to_string(leastStack) + " to " + std::to_string(mostStack) + " (bytes)");
     check(options.stopTimeoutMs >= 0, "stopTimeoutMs", options.stopTimeoutMs, "0 or more");
     check(options.maxQueued >= 0, "maxQueued", options.maxQueued, "0 or more");
     start(options, threads, most);
@@ -67,9 +76,11 @@ void KTScopedPool::start(const KTPoolOptions& options, int threads, int most)
     ofScheduler.processors = availableProcessors();
     ofScheduler.maxQueued = options.maxQueued;
     ofScheduler.whenFull = options.whenFull;
+    ofScheduler.stackSize = options.stackSize.value_or(0);
     const int period = ofScheduler.isAdaptive ? 0 : options.monitorPeriod;
     owned = boost::make_shared<KTThreadPool>(threads, most, period, 0, 0);
     try {
+        owned->setStackSize(ofScheduler.stackSize);
         scheduler = &detail::Scheduler::attachTo(owned, ofScheduler);
         end = std::make_unique<detail::PoolEnd>(options, owned, *scheduler);
         owned->init(threads, most, period, 0, 0);

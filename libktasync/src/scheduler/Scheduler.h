@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -40,7 +41,8 @@ struct SchedulerOptions {
     int processors = 1;
     int maxQueued = 0;  ///< work from outside that waits; 0: any
     KTPoolOptions::WhenFull whenFull = KTPoolOptions::WhenFull::block;
-    int shards = 0;  ///< queues; 0: as many as the processors need
+    int shards = 0;             ///< queues; 0: as many as the processors need
+    std::size_t stackSize = 0;  ///< bytes that work has; 0: the system's default
 };
 
 /// The queue of a pool, and the carriers that empty it. A carrier is a task of the core: it keeps a
@@ -81,6 +83,9 @@ public:
 
     /// Null once the pool is gone.
     boost::shared_ptr<KTThreadPool> pool() const { return target.lock(); }
+
+    /// Bytes, for a thread that runs work of this pool; 0: the system's default.
+    std::size_t stackSize() const { return options.stackSize; }
 
     /// Fires the probes of work that the calling thread runs, if anybody listens.
     void probeStarted(const Work& work) const
