@@ -1,12 +1,10 @@
 /// A pool grows by itself while nearly all its workers are busy. Told to, it grows further, or
-/// shrinks if it has more than 18 workers; each that retires says so on standard output.
+/// shrinks if it has more than 18 workers.
 ///
 /// Prints:
 ///     workers at first: 1
 ///     workers with 4 busy: 5
 ///     workers with 15 more: 20
-///     KTThreadPool::decrease
-///     KTThreadPool::decrease
 ///     workers with 2 fewer: 18
 #include <chrono>
 #include <cstdio>

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include <sched.h>
-#include <spdlog/common.h>
+#include <spdlog/spdlog.h>
 
 #include <boost/make_shared.hpp>
 
@@ -167,6 +167,24 @@ TEST(ScopedPoolStack, OfATaskThatATaskWaitsForIsTheSame)
     }).get();
     EXPECT_GE(nested, *options.stackSize);
     EXPECT_LT(nested, *options.stackSize * 2);
+}
+
+TEST(ScopedPoolMessages, GoToTheLogAndNotToTheConsole)
+{
+    const LogCapture log("KTThread");
+    spdlog::get("KTThread")->set_level(spdlog::level::debug);
+    const ConsoleCapture console;
+    KT::KTScopedPool pool(fixedSize(20));
+    EXPECT_FALSE(pool.pool()->xIncreaseThread());
+    EXPECT_TRUE(pool.pool()->adjustThread(-1));
+    EXPECT_TRUE(eventually(pool, [&] {
+        KT::submit(pool, [] {}).get();
+        return log.records().size() == 2;
+    }));
+    EXPECT_EQ(console.text(), "");
+    EXPECT_EQ(log.records()[0].text, "Threadpool limit reached.");
+    EXPECT_EQ(log.records()[1].text, "KTThreadPool::decrease");
+    EXPECT_EQ(log.records()[1].level, spdlog::level::debug);
 }
 
 TEST(ScopedPoolEnd, LetsQueuedWorkFinish)

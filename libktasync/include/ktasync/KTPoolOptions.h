@@ -49,8 +49,7 @@ struct KTPoolOptions {
     int monitorPeriod = 10;
 
     /// Milliseconds after which an adaptive pool has workers retire that were idle for as long; it
-    /// keeps `threads`, and 18. The core writes a line to standard output for each of them. 1 or
-    /// more; never if negative.
+    /// keeps `threads`, and 18. 1 or more; never if negative.
     int idleTimeoutMs = 10000;
 
     /// Microseconds that a worker without a task looks for the next one before it sleeps, as long

@@ -41,6 +41,10 @@ class PoolEnd;
 /// on" holds for the tasks of this library; those derived from KTTask by hand are asked to stop as
 /// soon as all have begun.
 ///
+/// It writes nothing to standard output: the lines that the core writes there (a worker retires, a
+/// limit is reached) are debug records of the category "KTThread". For another place,
+/// `pool()->setMessages`.
+///
 /// It may be moved; what is moved from has no pool. Any thread may submit to it, and close it.
 /// Moving and destroying it belong to one thread. One of its own tasks can't wait for it: closed
 /// there, it refuses what is submitted from then on, and drops what waits if `queued` says so; its

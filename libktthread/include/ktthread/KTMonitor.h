@@ -21,7 +21,7 @@ class KTThreadPool;
 ///
 /// It looks at the pool after each enqueue and after every `period` ended tasks (after enqueues
 /// only if `period` is 0 or negative). From 190 busy workers on it requests no more, whatever the
-/// pool's maximum, and says so on standard output.
+/// pool's maximum, and says so each time (see KTThreadPool::Messages).
 ///
 /// It owns its pool and the pool owns it: KTThreadPool::close breaks that cycle. It can't be
 /// copied. Its operations block for locks only, and for as long as the platform takes to make a

@@ -55,7 +55,7 @@ public:
     /// \param monitorParam2,monitorParam3  kept, and used by nothing
     KTThreadPool(int nbThreads, int maxThreads, int monitorParam1, int monitorParam2,
                  int monitorParam3);
-    /// Shuts down gently, with a warning on standard output, if nobody did before. Blocks until the
+    /// Shuts down gently, with a warning (see Messages), if nobody did before. Blocks until the
     /// threads of its remaining workers have ended.
     ~KTThreadPool();
     KTThreadPool(const KTThreadPool&) = delete;
