@@ -1,6 +1,8 @@
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <optional>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -240,6 +242,48 @@ TEST(WaitingInATask, GoesAsDeepAsItTakes)
 {
     KT::KTScopedPool pool(fixedSize(1));
     EXPECT_EQ(KT::submit(pool, depthOf, std::cref(pool), deepNesting).get(), deepNesting);
+}
+
+TEST(WaitingForAnotherPool, LeavesATaskToTheWorkersOfItsPool)
+{
+    HeldPool serial;
+    KT::KTScopedPool pool(fixedSize(1));
+    KT::KTFuture<bool> outer = KT::submit(pool, [&serial] {
+        KT::KTFuture<std::thread::id> inner = KT::submit(serial.pool, std::this_thread::get_id);
+        EXPECT_FALSE(inner.waitFor(1));
+        serial.gate.open();
+        return inner.get() != std::this_thread::get_id();
+    });
+    EXPECT_TRUE(outer.get());
+}
+
+TEST(WaitingForAnotherPool, LeavesAChainToTheWorkersOfItsPool)
+{
+    HeldPool serial;
+    KT::KTScopedPool pool(fixedSize(1));
+    KT::KTFuture<bool> outer = KT::submit(pool, [&serial] {
+        KT::KTFuture<std::thread::id> inner =
+            KT::submit(serial.pool, [] {}).then(std::this_thread::get_id);
+        EXPECT_FALSE(inner.waitFor(1));
+        serial.gate.open();
+        return inner.get() != std::this_thread::get_id();
+    });
+    EXPECT_TRUE(outer.get());
+}
+
+/// The waiting task blocks its worker, so an adaptive pool starts another one.
+TEST(WaitingForAnotherPool, MakesAnAdaptivePoolGrow)
+{
+    KT::KTPoolOptions options;
+    options.threads = 1;
+    options.maxThreads = 4;
+    KT::KTScopedPool there(options);
+    KT::KTScopedPool here(options);
+    std::function<int(int)> backAndForth = [&](int depth) {
+        const KT::KTScopedPool& next = depth % 2 == 0 ? there : here;
+        return depth == 0 ? 0 : 1 + KT::submit(next, backAndForth, depth - 1).get();
+    };
+    EXPECT_EQ(KT::submit(here, backAndForth, 6).get(), 6);
 }
 
 }  // namespace

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <atomic>
 #include <memory>
 #include <optional>
@@ -472,6 +473,40 @@ TEST(NestedGroups, ExceptionsComeUpThroughAllLevels)
         group.wait();
     };
     EXPECT_THROW(nested(50), std::runtime_error);
+}
+
+TEST(TaskGroupOfAnotherPool, IsWaitedForAndItsTasksAreLeftToItsWorkers)
+{
+    HeldPool serial;
+    KT::KTScopedPool pool(fixedSize(1));
+    std::thread::id ranOn;
+    KT::submit(pool, [&] {
+        KT::KTTaskGroup group(serial.pool);
+        group.run([&ranOn] { ranOn = std::this_thread::get_id(); });
+        EXPECT_FALSE(group.waitFor(1));
+        serial.gate.open();
+        group.wait();
+        EXPECT_NE(ranOn, std::this_thread::get_id());
+    }).get();
+}
+
+TEST(TaskGroupOfAnotherPool, WithALimitLeavesItsTasksToItsWorkers)
+{
+    HeldPool serial;
+    KT::KTScopedPool pool(fixedSize(1));
+    std::vector<std::thread::id> ranOn;
+    KT::KTTaskGroup group(serial.pool, 1);
+    Threads other;
+    KT::submit(pool, [&] {
+        const auto note = [&ranOn] { ranOn.push_back(std::this_thread::get_id()); };
+        group.run(note);
+        EXPECT_FALSE(group.waitFor(1));
+        other.start([&serial] { serial.gate.open(); });
+        group.run(note);  // waits for a place
+        group.wait();
+        EXPECT_EQ(std::count(ranOn.begin(), ranOn.end(), std::this_thread::get_id()), 0);
+    }).get();
+    EXPECT_EQ(ranOn.size(), 2U);
 }
 
 }  // namespace

@@ -31,10 +31,11 @@ struct Start;
 /// is then logged (category "ktasync"). All but `valid`, assignment and destruction throw KTError
 /// on a future without a task: a default one, moved from, or asked for its result before.
 ///
-/// A wait ends when the task has ended, however it ends: dropped by a shutdown, it ends at once. In
-/// a task of this library, who waits for one that nobody has begun runs it on the spot, so that
-/// waiting in tasks doesn't deadlock, with one worker either. A task derived from KTTask by hand
-/// has no such luck: it needs a worker to spare.
+/// A wait ends when the task has ended, however it ends: dropped by a shutdown, it ends at once. A
+/// task that waits for one of its own pool that nobody has begun runs that on the spot, so that
+/// waiting in tasks doesn't deadlock, with one worker either. A task of another pool is left to the
+/// workers of that one, as is any that a task derived from KTTask by hand waits for: the waiter
+/// keeps its worker, and the other task needs one to spare.
 ///
 /// \tparam R  what the callable returns: a value, a reference or void
 /// \ingroup ktasync

@@ -26,10 +26,11 @@ namespace KT {
 /// group.wait();
 /// \endcode
 /// A waiter runs the group's tasks that nobody has begun, in their order, on its own thread; in a
-/// task also those that the group's running tasks have submitted. So waiting in a task doesn't
-/// deadlock: to any depth (where a stack is half full, a thread is made for the next task), with
-/// one worker, with a pool that was shut down. Tasks that a task puts into a group begin before
-/// others that are queued. A group can be used again after a wait.
+/// task of the pool also those that the group's running tasks have submitted. So waiting in a task
+/// doesn't deadlock: to any depth (where a stack is half full, a thread is made for the next task),
+/// with one worker, with a pool that was shut down. A task of another pool runs none of them, and
+/// waits for the workers. Tasks that a task puts into a group begin before others that are queued.
+/// A group can be used again after a wait.
 ///
 /// `run`, `tryRun`, `cancel` and the counts may be called from any thread, its own tasks too.
 /// `wait` from any other thread. Constructing and destroying it belong to one thread. It can't be

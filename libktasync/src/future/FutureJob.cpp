@@ -91,9 +91,10 @@ bool FutureJob::wait(int milliseconds)
     while (!isReady()) {
         boost::intrusive_ptr<FutureJob> awaited(this);
         if (CurrentJob::innermost != nullptr) {
-            // In a task there may be no other worker left to run it.
             awaited = firstUnfinished(path);
-            if (!end.isOver() && awaited->claim()) {
+            // In a task of this pool there may be no other worker left to run it. One of another
+            // pool leaves it to this one's workers: their number may be a promise.
+            if (CurrentJob::isAnyOf(scheduler()) && !end.isOver() && awaited->claim()) {
                 runForWaiter(*awaited);
                 continue;
             }

@@ -180,10 +180,21 @@ boost::intrusive_ptr<Job> Group::takeDescendantLocked()
     return boost::static_pointer_cast<Job>(thief->own.takeFirst());
 }
 
+// In a task, only if it is one of this pool, which may have no other worker left. One of another
+// pool leaves them to this one's workers: their number may be a promise.
+bool Group::mayRunTasks() const
+{
+    return CurrentJob::innermost == nullptr || CurrentJob::isAnyOf(home);
+}
+
 bool Group::runOneOrWait(Lock& hold, const Deadline& end)
 {
     if (end.isOver()) {
         return false;
+    }
+    if (!mayRunTasks()) {
+        end.wait(hold, changed);
+        return true;
     }
     boost::intrusive_ptr<Job> job = takeWaitingLocked();
     for (int looks = 0; !job && places != 0 && thief != nullptr && looks < looksBeforeSleep;

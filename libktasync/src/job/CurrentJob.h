@@ -28,6 +28,13 @@ struct CurrentJob {
         return false;
     }
 
+    /// Whether the calling thread is in a job of the pool of `scheduler`: a thread that such a job
+    /// blocks may run another one, and the pool does no more at once than it has workers.
+    static bool isAnyOf(const Scheduler& scheduler)
+    {
+        return isAny([&scheduler](const Job& job) { return &job.scheduler() == &scheduler; });
+    }
+
     /// The innermost one; null if the calling thread is in none.
     static Job* ofThisThread() { return innermost != nullptr ? innermost->job : nullptr; }
 };

@@ -236,7 +236,7 @@ bool mayBlockFor(const Scheduler& scheduler)
 {
     const boost::shared_ptr<KTThreadPool> pool = scheduler.pool();
     return !(pool && pool->runningInThisThread()) &&
-           !CurrentJob::isAny([&](const Job& job) { return &job.scheduler() == &scheduler; });
+           !CurrentJob::isAnyOf(scheduler);
 }
 
 /// Of a pool that doesn't take everything.

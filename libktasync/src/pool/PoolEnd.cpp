@@ -164,7 +164,7 @@ bool PoolEnd::isInOwnTask() const
         return true;
     }
     // A task that a thread elsewhere runs while it waits.
-    return CurrentJob::isAny([this](const Job& job) { return &job.scheduler() == &scheduler; });
+    return CurrentJob::isAnyOf(scheduler);
 }
 
 // Returns how many tasks haven't ended in time.
