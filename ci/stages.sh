@@ -87,12 +87,14 @@ stage_format() {
   tail -n 1 build/format.log
 }
 
-# The compile commands are those of build/clang.
+# On groups of files, as a unity build compiles them. A using-declaration counts as used if any file of its group
+# uses it.
 stage_lint() {
   local files
+  quietly lint-configure cmake --preset clang -B build/lint -DCMAKE_UNITY_BUILD=ON -DKT_PACKAGING_TESTS=OFF
   tracked_files '*.cpp' ':!tests/platform' ':!tests/headers' \
     ':!tests/ktasync/misuse.cpp' ':!tests/random/Fuzz*.cpp' ':!benchmarks/pools' ':!benchmarks/primitives.cpp'
-  quietly lint nice ci/unless-passed tidy build/clang "${files[@]}"
+  quietly lint nice ci/unless-passed tidy build/lint "${files[@]}"
   tail -n 1 build/lint.log
 }
 
