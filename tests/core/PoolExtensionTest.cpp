@@ -1,4 +1,6 @@
 #include <atomic>
+#include <thread>
+#include <utility>
 
 #include <gtest/gtest.h>
 #include <boost/make_shared.hpp>
@@ -82,6 +84,41 @@ TEST(PoolExtension, AmendsTheStatusAndHearsOfAShutdown)
     EXPECT_EQ(extension->drops, 1);
     pool->close();
     EXPECT_GE(extension->drops, 2);
+}
+
+TEST(PoolExtension, ThreadMayStandInForAWorkerThatWaitsForIt)
+{
+    struct Divided : KT::KTTask {
+        explicit Divided(Pool itsPool) : pool(std::move(itsPool)) {}
+        void run() override
+        {
+            const void* const worker = KT::KTPoolExtension::workerOfThisThread();
+            std::thread part([this, worker] {
+                wasWorker = pool->runningInThisThread();
+                KT::KTPoolExtension::standInFor(worker);
+                isWorker = pool->runningInThisThread();
+                isClosed = pool->close();
+            });
+            part.join();
+        }
+        bool isDone() const { return state == 2; }
+        const Pool pool;
+        bool wasWorker = true;
+        bool isWorker = false;
+        bool isClosed = true;
+    };
+    EXPECT_EQ(KT::KTPoolExtension::workerOfThisThread(), nullptr);
+    const Pool pool = makePool();
+    const auto task = boost::make_shared<Divided>(pool);
+    EXPECT_TRUE(pool->enqueue(task));
+    EXPECT_TRUE(eventually([&] {
+        pool->wake();
+        return task->isDone();
+    }));
+    EXPECT_FALSE(task->wasWorker);
+    EXPECT_TRUE(task->isWorker);
+    EXPECT_FALSE(task->isClosed);
+    EXPECT_TRUE(pool->close());
 }
 
 TEST(PoolExtension, ProbesHaveNoListenersByThemselves)

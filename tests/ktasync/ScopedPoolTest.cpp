@@ -144,7 +144,7 @@ TEST(ScopedPoolStack, OfATaskIsWhatTheOptionsSay)
 
 /// Waits in tasks, one in the other, until one of them runs on another thread than the first; then
 /// calls `atEnd` there.
-void nestUntilOnAnotherThread(KT::KTScopedPool& pool, pthread_t first,
+void nestUntilOnAnotherThread(const KT::KTPoolRef& pool, pthread_t first,
                               const std::function<void()>& atEnd)
 {
     if (pthread_equal(pthread_self(), first) == 0) {
@@ -167,6 +167,32 @@ TEST(ScopedPoolStack, OfATaskThatATaskWaitsForIsTheSame)
     }).get();
     EXPECT_GE(nested, *options.stackSize);
     EXPECT_LT(nested, *options.stackSize * 2);
+}
+
+TEST(ScopedPoolStack, OfItsOwnIsStillThatOfAWorker)
+{
+    const auto core = boost::make_shared<KT::KTThreadPool>(1, 1, 0, 0, 0);
+    core->init(1, 1, 0, 0, 0);
+    bool isWorker = false;
+    bool isClosed = true;
+    KT::submit(core, [&] {
+        nestUntilOnAnotherThread(core, pthread_self(), [&] {
+            isWorker = core->runningInThisThread();
+            isClosed = isWorker && core->close();
+        });
+    }).wait();
+    EXPECT_TRUE(isWorker);
+    EXPECT_FALSE(isClosed);
+    EXPECT_TRUE(core->close());
+}
+
+TEST(ScopedPoolStack, OfItsOwnForAClientIsNoWorkers)
+{
+    HeldPool held;  // so that the client runs what it waits for
+    bool isWorker = true;
+    nestUntilOnAnotherThread(held.pool, pthread_self(),
+                             [&] { isWorker = held.pool.pool()->runningInThisThread(); });
+    EXPECT_FALSE(isWorker);
 }
 
 TEST(ScopedPoolMessages, GoToTheLogAndNotToTheConsole)

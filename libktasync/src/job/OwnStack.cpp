@@ -5,6 +5,8 @@
 
 #include <pthread.h>
 
+#include <ktthread/KTPoolExtension.h>
+
 #include <ktasync/detail/Job.h>
 
 #include "../base/Cancellation.h"
@@ -60,6 +62,7 @@ public:
     explicit OwnStack(Job& jobToRun)
         : job(jobToRun),
           around(CurrentJob::innermost),
+          worker(KTPoolExtension::workerOfThisThread()),
           isStarted(startThread(thread, job.scheduler().stackSize(), run, this))
     {
     }
@@ -108,6 +111,7 @@ private:
     {
         OwnStack& stack = *static_cast<OwnStack*>(self);
         const End end(stack);
+        KTPoolExtension::standInFor(stack.worker);
         CurrentJob::innermost = stack.around;
         CurrentJob::showsName = true;
         stack.job.run();
@@ -116,6 +120,7 @@ private:
 
     Job& job;
     const CurrentJob* const around;
+    const void* const worker;  ///< that waits for it
     std::mutex mutex;
     std::condition_variable ended;
     std::atomic<bool> hasEnded{false};

@@ -73,6 +73,18 @@ public:
     /// \param status  of the pool alone
     virtual void amend(KTThreadPoolStatus& status) const = 0;
 
+    /// Which worker the calling thread is, for `standInFor`.
+    ///
+    /// \return  null if it is none
+    static const void* workerOfThisThread();
+
+    /// Has the calling thread count as a worker (KTThreadPool::runningInThisThread), to its end:
+    /// for a thread that a worker's task has made to do a part of it, and that the worker waits
+    /// for. The pool can't wait for such a thread either.
+    ///
+    /// \param worker  what workerOfThisThread has said on that one; null: of no pool
+    static void standInFor(const void* worker);
+
     /// How many tools listen to a probe: for an extension whose work is too short to tell of each
     /// piece while nobody listens.
     struct Listeners {

@@ -138,7 +138,8 @@ public:
     /// \return           what join said; if false, call it again with more time or by force
     bool close(bool force = false, int timeoutMs = -1);
 
-    /// The pool's own workers can't wait for it. \return  whether the caller runs on one of them
+    /// The pool's own workers can't wait for it. \return  whether the caller runs on one of them,
+    /// or on a thread that stands in for one (KTPoolExtension::standInFor)
     bool runningInThisThread() const;
     /// What the pool does at the moment. \return  its figures
     KTThreadPoolStatus status() const;

@@ -17,6 +17,7 @@ KT_LISTENERS(task_ended);
 
 #include <ktthread/KTThread.h>
 
+#include "LiveThreadCount.h"
 #include "Probes.h"
 #include "TaskLink.h"
 
@@ -40,6 +41,16 @@ int KTCarrier::slotOfWorker() const
 KTPoolExtension::KTPoolExtension() = default;
 
 KTPoolExtension::~KTPoolExtension() = default;
+
+const void* KTPoolExtension::workerOfThisThread()
+{
+    return KTLiveThreadCount::ofThisThread();
+}
+
+void KTPoolExtension::standInFor(const void* worker)
+{
+    KTLiveThreadCount::countThisThreadAs(static_cast<const KTLiveThreadCount*>(worker));
+}
 
 KTPoolExtension::Listeners KTPoolExtension::probeListeners()
 {

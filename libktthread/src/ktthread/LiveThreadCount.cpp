@@ -71,6 +71,11 @@ const KTLiveThreadCount* KTLiveThreadCount::ofThisThread()
     return countOfThisThread;
 }
 
+void KTLiveThreadCount::countThisThreadAs(const KTLiveThreadCount* count)
+{
+    countOfThisThread = count;
+}
+
 namespace core {
 
 LiveThread::LiveThread(boost::intrusive_ptr<KTLiveThreadCount> count) : threads(std::move(count))

@@ -34,6 +34,8 @@ public:
 
     /// The count that includes the calling thread; null on a thread that is no worker.
     static const KTLiveThreadCount* ofThisThread();
+    /// For a thread that no count includes, and that one of the count waits for.
+    static void countThisThreadAs(const KTLiveThreadCount* count);
 
 private:
     boost::shared_ptr<KTMutex> mutex;
