@@ -214,8 +214,12 @@ KTPoolMetrics::KTPoolMetrics(const KTPoolRef& pool,
     if (refreshMs < 1) {
         refuse("refreshMs is " + std::to_string(refreshMs) + ": it must be 1 or more");
     }
+    const std::string label = name.empty() ? pool.pool()->name() : name;
+    if (label.empty()) {
+        refuse("there is no name: none is given, and the pool has none");
+    }
     keptRegistry = registry;
-    figures = std::make_unique<Figures>(pool, *registry, name, refreshMs);
+    figures = std::make_unique<Figures>(pool, *registry, label, refreshMs);
 }
 
 KTPoolMetrics::~KTPoolMetrics()

@@ -171,10 +171,22 @@ TEST_F(PoolMetrics, OfSeveralPoolsShareARegistry)
     EXPECT_THAT(scrape(), HasSubstr("ktthread_tasks_total{outcome=\"done\",pool=\"first\"} 1"));
 }
 
+TEST_F(PoolMetrics, HaveThePoolsNameUnlessTheyAreGivenOne)
+{
+    KT::KTPoolOptions options;
+    options.name = "render";
+    KT::KTScopedPool pool(options);
+    const KT::KTPoolMetrics byDefault(pool, registry);
+    const KT::KTPoolMetrics given(pool, registry, "given");
+    EXPECT_THAT(scrape(), AllOf(HasSubstr("ktthread_workers{pool=\"render\"}"),
+                                HasSubstr("ktthread_workers{pool=\"given\"}")));
+}
+
 TEST_F(PoolMetrics, NonsenseIsRefused)
 {
     KT::KTScopedPool pool;
     EXPECT_THROW(KT::KTPoolMetrics(pool, nullptr, "name"), KT::KTError);
+    EXPECT_THROW(KT::KTPoolMetrics(pool, registry), KT::KTError);  // nor has the pool a name
     EXPECT_THROW(KT::KTPoolMetrics(pool, registry, "name", 0), KT::KTError);
 }
 

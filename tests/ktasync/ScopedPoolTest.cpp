@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <utility>
@@ -82,6 +83,8 @@ INSTANTIATE_TEST_SUITE_P(
                     Nonsense{"spinUs", [](Options& o) { o.spinUs = -1; }},
                     Nonsense{"stopTimeoutMs", [](Options& o) { o.stopTimeoutMs = -1; }},
                     Nonsense{"maxQueued", [](Options& o) { o.maxQueued = -1; }},
+                    Nonsense{"name", [](Options& o) { o.name = std::string(32, 'x'); }},
+                    Nonsense{"name", [](Options& o) { o.name = "two\nlines"; }},
                     Nonsense{"stackSize", [](Options& o) { o.stackSize = 0; }},
                     Nonsense{"stackSize", [](Options& o) { o.stackSize = 65535; }},
                     Nonsense{"stackSize", [](Options& o) { o.stackSize = (1U << 30) + 1; }}));
@@ -193,6 +196,67 @@ TEST(ScopedPoolStack, OfItsOwnForAClientIsNoWorkers)
     nestUntilOnAnotherThread(held.pool, pthread_self(),
                              [&] { isWorker = held.pool.pool()->runningInThisThread(); });
     EXPECT_FALSE(isWorker);
+}
+
+/// The options of a pool with one worker and a name that no short string holds.
+KT::KTPoolOptions named()
+{
+    KT::KTPoolOptions options = fixedSize(1);
+    options.name = "the pool that renders the rest.";
+    return options;
+}
+
+TEST(ScopedPoolName, IsThatOfTheCoresPool)
+{
+    KT::KTScopedPool pool(named());
+    EXPECT_EQ(pool.status().name, named().name);
+    KT::KTScopedPool moved(std::move(pool));
+    EXPECT_EQ(moved.pool()->name(), named().name);
+    EXPECT_STREQ(KT::KTScopedPool().status().name, "");
+}
+
+TEST(ScopedPoolName, BeginsTheRecordsOfThePool)
+{
+    const LogCapture log("ktasync");
+    const auto failing = [] { throw std::runtime_error("why"); };
+    {
+        KT::KTScopedPool pool(named());
+        KT::post(pool, "post", failing);
+        KT::submit(pool, "submit", failing);
+        KT::KTTaskGroup(pool).run(failing);
+        KT::submit(pool, [&pool] { pool.close(); }).get();
+    }
+    const std::string label = "pool 'the pool that renders the rest.': ";
+    const std::string why = "failed, and nobody asked for its result: why";
+    std::vector<std::string> texts;
+    for (const LogRecord& record : log.records()) {
+        texts.push_back(record.text);
+    }
+    EXPECT_THAT(texts, testing::UnorderedElementsAre(
+                           label + "task 'post' " + why, label + "task 'submit' " + why,
+                           label + "task 'TestBody' " + why,
+                           label + "closed by a task of its own: leaving them"));
+}
+
+TEST(ScopedPoolName, BeginsTheRecordOfAnEndWithWorkLeft)
+{
+    const LogCapture log("ktasync");
+    KT::KTPoolOptions options = named();
+    options.finishTimeoutMs = 20;
+    options.stopTimeoutMs = 20;
+    options.stuck = Stuck::keepWaiting;
+    Gate gate;
+    KT::KTScopedPool pool(options);
+    KT::submit(pool, [&gate] { gate.pass(); });
+    ASSERT_TRUE(untilArrived(pool, gate));
+    std::thread opener([&] {
+        EXPECT_TRUE(eventually([&log] { return log.records().size() == 1; }));
+        gate.open();
+    });
+    EXPECT_TRUE(pool.close());
+    opener.join();
+    EXPECT_THAT(log.records()[0].text,
+                testing::StartsWith("pool '" + options.name + "': tasks unfinished after 20 ms"));
 }
 
 TEST(ScopedPoolMessages, GoToTheLogAndNotToTheConsole)

@@ -180,6 +180,23 @@ TEST_F(TraceRecorder, CountersFollowThePool)
     EXPECT_TRUE(shows("workers", "idle", 1));
 }
 
+TEST_F(TraceRecorder, HasTheNameOfThePoolInThoseOfLanesAndTracks)
+{
+    KT::KTPoolOptions options = fixedSize(1);
+    options.name = "a \"pool\"";
+    KT::KTScopedPool pool(options);
+    KT::KTTraceRecorder trace(pool, path, 1);
+    KT::submit(pool, "one", [] {}).get();
+    EXPECT_TRUE(eventually([&] {
+        trace.flush();
+        return hasCounter("a \"pool\" workers", "idle", 1) &&
+               hasCounter("a \"pool\" queue", "queued", 0);
+    }));
+    const Events names = eventsOf("M");
+    ASSERT_EQ(names.size(), 2U);
+    EXPECT_EQ(names[1]["args"]["name"], "a \"pool\" worker");
+}
+
 TEST_F(TraceRecorder, IsInTheFileSoonByItself)
 {
     KT::KTScopedPool pool(fixedSize(1));

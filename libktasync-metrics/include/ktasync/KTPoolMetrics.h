@@ -46,16 +46,16 @@ namespace KT {
 /// \ingroup ktasync-metrics
 class KTASYNC_EXPORT KTPoolMetrics {
 public:
-    /// Starts to keep them. Throws KTError without a registry, for a `refreshMs` below 1, and for a
-    /// name that the registry has already; std::bad_alloc; std::system_error if the thread can't be
-    /// made. Doesn't block.
+    /// Starts to keep them. Throws KTError without a registry or any name, for a `refreshMs` below
+    /// 1, and for a name that the registry has already; std::bad_alloc; std::system_error if the
+    /// thread can't be made. Doesn't block.
     ///
     /// \param pool       is kept alive, and may be closed
     /// \param registry   that the figures are put into
-    /// \param name       what the label `pool` says
+    /// \param name       what the label `pool` says; empty: the pool's name
     /// \param refreshMs  milliseconds between two looks for the gauges; 1 or more
     KTPoolMetrics(const KTPoolRef& pool, const std::shared_ptr<prometheus::Registry>& registry,
-                  const std::string& name, int refreshMs = 1000);
+                  const std::string& name = std::string(), int refreshMs = 1000);
 
     /// Takes the pool's figures out of the registry. Waits for its own thread, not for the pool's.
     /// In a child of the process that made it (fork) it does nothing.

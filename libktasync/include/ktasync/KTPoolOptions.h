@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <optional>
+#include <string>
 
 #include <ktasync/export.h>
 
@@ -102,6 +103,10 @@ struct KTPoolOptions {
     /// Bytes of stack that a task has: 64 KiB to 1 GiB, of which the memory is taken that was
     /// touched. Not set: what the system gives a thread, 8 MiB in most places (`ulimit -s`).
     std::optional<std::size_t> stackSize;
+
+    /// What the pool is called in log records, `status`, metrics, timelines, probes and gdb: up to
+    /// 31 characters of printable ASCII. Empty: it has no name.
+    std::string name;
 };
 
 }  // namespace KT

@@ -22,7 +22,7 @@ namespace KT {
 /// (`waited_us`, microseconds) and its outcome (`done`, `failed`, `cancelled`); a task that ended
 /// without having begun is a mark in the lane of the thread that dropped it. Two tracks of counters
 /// show the pool's workers, busy and idle, and the queue; they change only in steps of the
-/// sampling.
+/// sampling. The names of lanes and tracks begin with that of the pool, if it has one.
 ///
 /// It tells of tasks of this library that were submitted since; the counters know all tasks. A
 /// slice is written when its task has ended, so those that still run at the end are not in the

@@ -31,10 +31,15 @@ std::string describe(const std::exception_ptr& error)
 
 }  // namespace
 
-void logUnseen(std::string_view task, const std::exception_ptr& error)
+std::string poolLabel(std::string_view name)
+{
+    return name.empty() ? std::string() : "pool '" + std::string(name) + "': ";
+}
+
+void logUnseen(std::string_view label, std::string_view task, const std::exception_ptr& error)
 {
     logWarning("exception", [&] {
-        return "task '" + std::string(task) +
+        return std::string(label) + "task '" + std::string(task) +
                "' failed, and nobody asked for its result: " + describe(error);
     });
 }

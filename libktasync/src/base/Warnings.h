@@ -10,8 +10,11 @@
 namespace KT {
 namespace detail {
 
-/// Logs that `task` threw `error`. Throws nothing.
-void logUnseen(std::string_view task, const std::exception_ptr& error);
+/// How the records of a pool of that name begin; empty for an empty name. Throws std::bad_alloc.
+std::string poolLabel(std::string_view name);
+
+/// Logs that `task` threw `error`, of the pool with the `label`. Throws nothing.
+void logUnseen(std::string_view label, std::string_view task, const std::exception_ptr& error);
 
 /// Writes a warning of this library. Throws std::bad_alloc.
 void writeWarning(const char* function, const std::string& text);

@@ -44,7 +44,7 @@ FutureJob::FutureJob(Scheduler& ofPool, std::string_view name) : Job(ofPool, nam
 FutureJob::~FutureJob()
 {
     if (failure && outcome() == Outcome::failed) {
-        logUnseen(name(), failure);
+        logUnseen(scheduler().label(), name(), failure);
     }
     intrusive_ptr_release(&scheduler());
 }

@@ -38,7 +38,7 @@ KTTaskGroup::~KTTaskGroup()
     const detail::Group::Account account =
         group->close(std::uncaught_exceptions() > exceptionsAround);
     if (account.first) {
-        detail::logUnseen(group->name().view(), account.first);
+        detail::logUnseen(group->scheduler().label(), group->name().view(), account.first);
     }
 }
 

@@ -235,8 +235,7 @@ namespace {
 bool mayBlockFor(const Scheduler& scheduler)
 {
     const boost::shared_ptr<KTThreadPool> pool = scheduler.pool();
-    return !(pool && pool->runningInThisThread()) &&
-           !CurrentJob::isAnyOf(scheduler);
+    return !(pool && pool->runningInThisThread()) && !CurrentJob::isAnyOf(scheduler);
 }
 
 /// Of a pool that doesn't take everything.

@@ -10,7 +10,7 @@ PostJob::~PostJob() = default;
 void PostJob::conclude(Outcome outcome, std::exception_ptr error)
 {
     if (outcome == Outcome::failed) {
-        logUnseen(name(), error);
+        logUnseen(scheduler().label(), name(), error);
     }
 }
 

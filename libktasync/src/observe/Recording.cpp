@@ -34,7 +34,7 @@ KTTraceRecorder::Recording::Recording(const KTPoolRef& poolToWatch, std::string 
     : pool(poolToWatch.pool()),
       path(std::move(pathOfFile)),
       maker(getpid()),
-      events(maker),
+      events(maker, pool->name()),
       observers(poolToWatch.scheduler().observers),
       file(std::move(fileToWrite))
 {
@@ -145,7 +145,7 @@ void KTTraceRecorder::Recording::writeLocked(const Action& action)
     } catch (const std::system_error& error) {
         hasFailed = true;
         detail::logWarning("KTTraceRecorder", [&] {
-            return "'" + path +
+            return detail::poolLabel(pool->name()) + "'" + path +
                    "' can't be written, and records no more: " + error.code().message();
         });
     } catch (const std::bad_alloc&) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <utility>
 
 #include <errno.h>
 
@@ -32,7 +33,15 @@ std::string microseconds(TraceEvents::Clock::duration time)
 
 }  // namespace
 
-TraceEvents::TraceEvents(pid_t processOfEvents) : process(processOfEvents), start(Clock::now()) {}
+TraceEvents::TraceEvents(pid_t processOfEvents, std::string pool)
+    : process(processOfEvents), poolName(std::move(pool)), start(Clock::now())
+{
+}
+
+std::string TraceEvents::track(const char* what) const
+{
+    return quoted(poolName.empty() ? what : poolName + ' ' + what);
+}
 
 std::string TraceEvents::beginning(const char* kind, const std::string& quotedName) const
 {
@@ -54,7 +63,7 @@ std::string TraceEvents::processName() const
 std::string TraceEvents::laneName(pid_t thread) const
 {
     return beginning("M", "\"thread_name\"") + ",\"tid\":" + std::to_string(thread) +
-           ",\"args\":{\"name\":\"worker\"}}";
+           ",\"args\":{\"name\":" + track("worker") + "}}";
 }
 
 std::string TraceEvents::task(const TaskReport& report, pid_t thread, Time end) const
@@ -68,14 +77,14 @@ std::string TraceEvents::task(const TaskReport& report, pid_t thread, Time end) 
 
 std::string TraceEvents::workers(Time now, const KTThreadPoolStatus& status) const
 {
-    return beginning("C", "\"workers\"") + at(now) +
+    return beginning("C", track("workers")) + at(now) +
            ",\"args\":{\"busy\":" + std::to_string(status.busyThreads) +
            ",\"idle\":" + std::to_string(std::max(status.threads - status.busyThreads, 0)) + "}}";
 }
 
 std::string TraceEvents::queue(Time now, const KTThreadPoolStatus& status) const
 {
-    return beginning("C", "\"queue\"") + at(now) +
+    return beginning("C", track("queue")) + at(now) +
            ",\"args\":{\"queued\":" + std::to_string(status.queuedTasks) + "}}";
 }
 

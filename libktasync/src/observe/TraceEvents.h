@@ -20,7 +20,8 @@ public:
     using Clock = std::chrono::steady_clock;
     using Time = Clock::time_point;
 
-    explicit TraceEvents(pid_t processOfEvents);
+    /// `pool` is its name, empty if it has none.
+    TraceEvents(pid_t processOfEvents, std::string pool);
 
     std::string processName() const;
     std::string laneName(pid_t thread) const;
@@ -31,9 +32,12 @@ public:
 
 private:
     std::string beginning(const char* kind, const std::string& quotedName) const;
+    /// The name of a lane or a track, in quotes: with that of the pool, if it has one.
+    std::string track(const char* what) const;
     std::string at(Time time) const;
 
     const pid_t process;
+    const std::string poolName;
     const Time start;
 };
 

@@ -81,6 +81,7 @@ void KTScopedPool::start(const KTPoolOptions& options, int threads, int most)
     owned = boost::make_shared<KTThreadPool>(threads, most, period, 0, 0);
     try {
         owned->setStackSize(ofScheduler.stackSize);
+        owned->setName(options.name);
         owned->setMessages(KTThreadPool::Messages::log);
         scheduler = &detail::Scheduler::attachTo(owned, ofScheduler);
         end = std::make_unique<detail::PoolEnd>(options, owned, *scheduler);

@@ -118,6 +118,12 @@ PoolEnd::PoolEnd(const KTPoolOptions& chosen, boost::shared_ptr<KTThreadPool> of
 {
 }
 
+template <typename MakeText>
+void PoolEnd::report(const MakeText& makeText) const
+{
+    logWarning("close", [&] { return scheduler.label() + makeText(); });
+}
+
 bool PoolEnd::close()
 {
     if (maker != getpid()) {
@@ -151,7 +157,7 @@ void PoolEnd::closeForGood()
     const std::lock_guard<std::mutex> hold(mutex);
     if (!std::exchange(isDone, true)) {
         // Still running: what is in its queue is dropped, what runs is asked to stop.
-        logWarning("close", [] { return "destroyed by a task of its own: leaving them"; });
+        report([] { return "destroyed by a task of its own: leaving them"; });
         closeSurely(*pool, false, 0);
         closeLater(pool);
     }
@@ -181,7 +187,7 @@ int PoolEnd::finishWork()
     const auto isStopped = [this] { return pool->status().threads < 1; };
     if (!isFinishedBy(sooner(end, Deadline(options.reportAfterMs))) && !end.isOver() &&
         !isStopped()) {
-        logWarning("close", [this] {
+        report([this] {
             return "not finished after " + std::to_string(options.reportAfterMs) + " ms" +
                    textOfRunning() + ": waiting on";
         });
@@ -194,11 +200,11 @@ bool PoolEnd::stopWork(int unfinished)
 {
     if (closeSurely(*pool, false, options.stopTimeoutMs)) {
         if (unfinished > 0) {
-            logWarning("close", [&] { return textOfUnfinished(unfinished); });
+            report([&] { return textOfUnfinished(unfinished); });
         }
         return true;
     }
-    logWarning("close", [&] {
+    report([&] {
         const std::string before = textOfUnfinished(unfinished);
         return before + (before.empty() ? "" : "; ") + textOfStuck();
     });

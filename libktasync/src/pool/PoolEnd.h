@@ -38,6 +38,8 @@ public:
     void closeForGood();
 
 private:
+    template <typename MakeText>
+    void report(const MakeText& makeText) const;
     bool isInOwnTask() const;
     int finishWork();
     bool stopWork(int unfinished);

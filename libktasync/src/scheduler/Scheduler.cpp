@@ -11,6 +11,7 @@
 
 #include <ktasync/KTPoolOptions.h>
 #include "../base/Cancellation.h"
+#include "../base/Warnings.h"
 #include "Carrier.h"
 
 namespace KT {
@@ -47,6 +48,7 @@ Scheduler::Scheduler(const boost::shared_ptr<KTThreadPool>& pool, const Schedule
       options(chosen),
       target(pool),
       probed(pool.get()),
+      poolsLabel(poolLabel(pool->name())),
       listeners(probeListeners()),
       outer(shardsFor(chosen)),
       runners(static_cast<std::size_t>(chosen.maxThreads)),

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include <boost/shared_ptr.hpp>
@@ -83,6 +84,9 @@ public:
 
     /// Null once the pool is gone.
     boost::shared_ptr<KTThreadPool> pool() const { return target.lock(); }
+
+    /// How log records of this pool's begin: see poolLabel.
+    const std::string& label() const { return poolsLabel; }
 
     /// Bytes, for a thread that runs work of this pool; 0: the system's default.
     std::size_t stackSize() const { return options.stackSize; }
@@ -177,6 +181,7 @@ private:
     const SchedulerOptions options;
     const boost::weak_ptr<KTThreadPool> target;
     const KTThreadPool* const probed;  ///< for the probes: the address only
+    const std::string poolsLabel;
     const Listeners listeners;
     std::vector<std::unique_ptr<WorkQueue>> outer;
     std::vector<std::atomic<Runner*>> runners;
