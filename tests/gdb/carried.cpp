@@ -20,6 +20,7 @@ int main()
     KT::KTPoolOptions options;
     options.threads = 1;
     options.maxThreads = 1;
+    options.name = "render";
     KT::KTScopedPool pool(options);
     std::promise<void> begins;
     KT::post(pool, "hash", [&begins, opened] {

@@ -77,9 +77,10 @@ KT::KTTask* damagedTask = nullptr;
 KT::KTTask* base = nullptr;
 KT::KTThread* sleeper = nullptr;
 
-Pool makePool(int workers)
+Pool makePool(int workers, const char* name = "")
 {
     const Pool fresh = boost::make_shared<KT::KTThreadPool>(workers, workers, 10, 0, 0);
+    fresh->setName(name);
     fresh->init(workers, workers, 10, 0, 0);
     return fresh;
 }
@@ -96,7 +97,7 @@ bool arrives(const Pool& where, const boost::shared_ptr<Primes>& task)
 /// as after a wake-up that was lost.
 bool fillPool()
 {
-    pool = makePool(2);
+    pool = makePool(2, "primes");
     weakPool = pool;
     running = boost::make_shared<Primes>("count primes");
     done = boost::make_shared<Primes>("count more");

@@ -42,9 +42,10 @@ boost::shared_ptr<Task> makeTask(const std::string& name, bool isToFail = false)
     return boost::make_shared<Task>(name, isToFail);
 }
 
-Pool makePool(int workers, int most)
+Pool makePool(int workers, int most, const char* name = "")
 {
     const Pool pool = boost::make_shared<KT::KTThreadPool>(workers, most, 0, 0, 0);
+    pool->setName(name);
     pool->init(workers, most, 0, 0, 0);
     return pool;
 }
@@ -74,7 +75,7 @@ void runTasks()
 
 void growAndShrink()
 {
-    const Pool pool = makePool(19, 20);
+    const Pool pool = makePool(19, 20, "render");
     expect(pool->adjustThread(1));
     expect(!pool->xIncreaseThread());
     expect(pool->adjustThread(-1));

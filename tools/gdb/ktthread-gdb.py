@@ -577,7 +577,21 @@ class Pool:
         return "made" if serves else "closed"
 
     def text(self):
-        return f"KT::KTThreadPool, {attempt(self.state)}"
+        return f"KT::KTThreadPool{self.label()}, {attempt(self.state)}"
+
+    def label(self):
+        """Its name behind a space; nothing if it has none, or is no pool."""
+        try:
+            owned(self.pool, self.name)
+        except (gdb.error, Unusable):
+            return ""
+        name = attempt(self.given_name)
+        return name and " " + name
+
+    def given_name(self):
+        name = member(pointee(self.pool["settings"]).address, "name")
+        text = bytes(gdb.selected_inferior().read_memory(int(name.address), name.type.sizeof)).partition(b"\0")[0]
+        return f'"{shown(text.decode(errors="backslashreplace"))}"' if text else ""
 
     def counts(self):
         scheduler = self.scheduler()
@@ -778,7 +792,7 @@ def show_pool(pointer, workers):
     pool = Pool(pointer)
     state = pool.state()
     counts = ", ".join(f"{name} {count}" for name, count in pool.counts())
-    gdb.write(f"Pool 0x{int(pointer):x}, {state}: {counts}, queued {attempt(pool.queued)}\n")
+    gdb.write(f"Pool 0x{int(pointer):x}{pool.label()}, {state}: {counts}, queued {attempt(pool.queued)}\n")
     gdb.write(f"  queue: {attempt(pool.first_tasks)}\n")
     rows = []
     try:

@@ -173,8 +173,10 @@ public:
     KTPoolExtension* extension() const { return extensionInUse.load(std::memory_order_acquire); }
 
 private:
-    friend class KTMonitor;  // load, resize; and the counts for its probe
-    friend class KTThread;   // beginTask, endTask, report, liveThreads; and queueLength likewise
+    friend class KTMonitor;        // load, resize, tellLimit; and the counts for its probe
+    friend class KTPoolExtension;  // settings, for its probes
+    friend class KTThread;         // beginTask, endTask, report, liveThreads, settings, label; and
+                                   // queueLength likewise
     struct Load;
     struct Settings;
     struct Gate {  // in front of a lock; kept apart from what other threads write

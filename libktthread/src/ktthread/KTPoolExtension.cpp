@@ -16,6 +16,7 @@ KT_LISTENERS(task_ended);
 #include <mutex>
 
 #include <ktthread/KTThread.h>
+#include <ktthread/KTThreadPool.h>
 
 #include "LiveThreadCount.h"
 #include "Probes.h"

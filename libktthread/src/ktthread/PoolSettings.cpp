@@ -1,6 +1,7 @@
 // What the owner of a pool sets.
 #include "PoolSettings.h"
 
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -71,6 +72,7 @@ void KTThreadPool::setName(const std::string& chosen)
 
 const char* KTThreadPool::name() const
 {
+    static_assert(offsetof(Settings, name) == 0, "see Probes.h");
     return settings->name;
 }
 

@@ -29,19 +29,26 @@
 // The operands come with their constraints, and can't be in parentheses.
 // NOLINTBEGIN(bugprone-macro-parentheses)
 
-/// The arguments of each probe: pool, name of the task (0: none), index of the worker (-1: none),
-/// length of the queue.
-#define KT_PROBE(event, pool, name, worker, queued)                                          \
-    __asm__ volatile inline(KT_PROBE_NOTE(event, "8@%[arg0] 8@%[arg1] -4@%[arg2] 8@%[arg3]") \
-                            :                                                                \
-                            : [arg0] "rm"(pool), [arg1] name, [arg2] worker, [arg3] queued)
+/// The name of a pool, a pointer to characters that end with a null: its settings begin with it.
+#define KT_NAME_OF_POOL(pool) KT_AT((pool)->settings)
 
-/// A probe of a pool as a whole has two more arguments: the number of its workers, and `last`.
-#define KT_POOL_PROBE(event, pool, queued, workers, last)                             \
-    __asm__ volatile inline(                                                          \
-        KT_PROBE_NOTE(event, "8@%[arg0] 8@$0 -4@$-1 8@%[arg3] -4@%[arg4] -4@%[arg5]") \
-        :                                                                             \
-        : [arg0] "rm"(pool), [arg3] queued, [arg4] workers, [arg5] last)
+/// The arguments of each probe: pool, name of the task (0: none), index of the worker (-1: none),
+/// length of the queue, name of the pool.
+#define KT_PROBE(event, pool, name, worker, queued)                                \
+    __asm__ volatile inline(                                                       \
+        KT_PROBE_NOTE(event, "8@%[arg0] 8@%[arg1] -4@%[arg2] 8@%[arg3] 8@%[arg4]") \
+        :                                                                          \
+        : [arg0] "rm"(pool), [arg1] name, [arg2] worker, [arg3] queued,            \
+          [arg4] KT_NAME_OF_POOL(pool))
+
+/// Those of a probe of a pool as a whole, which are as many as bpftrace takes: pool, its name, -1,
+/// length of the queue, number of workers, `last`.
+#define KT_POOL_PROBE(event, pool, queued, workers, last)                                  \
+    __asm__ volatile inline(                                                               \
+        KT_PROBE_NOTE(event, "8@%[arg0] 8@%[arg1] -4@$-1 8@%[arg3] -4@%[arg4] -4@%[arg5]") \
+        :                                                                                  \
+        : [arg0] "rm"(pool), [arg1] KT_NAME_OF_POOL(pool), [arg3] queued, [arg4] workers,  \
+          [arg5] last)
 
 // NOLINTEND(bugprone-macro-parentheses)
 
