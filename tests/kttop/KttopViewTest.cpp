@@ -72,6 +72,14 @@ TEST_F(KttopText, HasShortNumbers)
     EXPECT_EQ(asDuration(3599), "59m59s");
     EXPECT_EQ(asDuration(7265), "2h01m");
     EXPECT_EQ(asDuration(90000), "1d01h");
+    EXPECT_EQ(asCpuTime(0), "0:00.00");
+    EXPECT_EQ(asCpuTime(9999999), "0:00.00");
+    EXPECT_EQ(asCpuTime(61050000000), "1:01.05");
+    EXPECT_EQ(asCpuTime(59999999999999), "999:59.99");
+    EXPECT_EQ(asCpuTime(60000000000000), "1000:00");
+    EXPECT_EQ(asCpuTime(59999999000000000), "999999:59");
+    EXPECT_EQ(asCpuTime(60000000000000000), "16666h");
+    EXPECT_EQ(asCpuTime(18446744073709551615U), "5124095h");
     EXPECT_EQ(asPercent(99.94), "99.9");
     EXPECT_EQ(asPercent(1234.5), "1234");
     EXPECT_EQ(asRate(0.04), "0");
@@ -138,16 +146,17 @@ TEST_F(KttopView, AlignsItsColumns)
     worker.stateSeconds = 64;
     worker.sinceBefore = true;
     worker.waitPercent = 3;
+    worker.reading.cpuNs = 3723049999999;
     worker.voluntaryRate = 1234;
     worker.involuntaryRate = 0.5;
     add(4194304, WorkerState::sleeping).stateSeconds = 0.25;
     const std::vector<std::string> lines = page(80, 24);
     EXPECT_EQ(lines[5],
-              "    TID STATE    TASK     CPU% WAIT%    TIME  VOL/S INV/S S WAITS IN            ");
+              "    TID STATE    TASK     CPU% WAIT%     TIME+   SINCE  VOL/S INV/S S WAITS IN  ");
     EXPECT_EQ(lines[6],
-              "    123 running  image-r  87.6   3.0   1m04s+  1234   0.5 S futex_wait_queue    ");
+              "    123 running  image-r  87.6   3.0  62:03.04   1m04s+  1234   0.5 S futex_wait");
     EXPECT_EQ(lines[7],
-              "4194304 sleeping           0.0   0.0    0.2s      0     0 S futex_wait_queue    ");
+              "4194304 sleeping           0.0   0.0   0:00.00    0.2s      0     0 S futex_wait");
 }
 
 TEST_F(KttopView, HasADashForWhatIsNotKnown)
@@ -157,7 +166,7 @@ TEST_F(KttopView, HasADashForWhatIsNotKnown)
     first.hasSwitchRates = false;
     first.reading.waitsIn = "";
     EXPECT_EQ(page(80, 24)[6],
-              "      1 idle                 -     -    0.0s      -     - S -                   ");
+              "      1 idle                 -     -   0:00.00    0.0s      -     - S -         ");
 }
 
 TEST_F(KttopView, HasADashForDetailsThatWereNotRead)
@@ -166,7 +175,7 @@ TEST_F(KttopView, HasADashForDetailsThatWereNotRead)
     seen.hasSwitchRates = false;
     seen.reading.hasDetails = false;
     EXPECT_EQ(page(80, 24)[6],
-              "      1 running  load      5.0   0.0    0.0s      -     - - -                   ");
+              "      1 running  load      5.0   0.0   0:00.00    0.0s      -     - - -         ");
 }
 
 TEST_F(KttopView, HasTheSameRowsAsItsPage)
@@ -224,7 +233,7 @@ TEST_F(KttopView, FitsEverySize)
 TEST_F(KttopView, LeavesColumnsOutWhereThereIsNoRoom)
 {
     EXPECT_THAT(columnsFor(40),
-                ElementsAre(Column::tid, Column::state, Column::task, Column::cpu, Column::time));
+                ElementsAre(Column::tid, Column::state, Column::task, Column::cpu, Column::since));
     EXPECT_EQ(columnsFor(80).size(), static_cast<std::size_t>(columnCount));
     EXPECT_THAT(columnsFor(1), ElementsAre(Column::tid));
 }
@@ -283,6 +292,7 @@ TEST_F(KttopView, SortsByEveryColumn)
     scene.snapshot.workers[0].waitPercent = 3;
     scene.snapshot.workers[1].voluntaryRate = 3;
     scene.snapshot.workers[2].involuntaryRate = 3;
+    scene.snapshot.workers[2].reading.cpuNs = 3;
     scene.snapshot.workers[1].reading.kernelState = 'R';
     scene.snapshot.workers[2].reading.waitsIn = "a";
     EXPECT_THAT(order(Column::tid), ElementsAre(1, 2, 3));
@@ -292,7 +302,8 @@ TEST_F(KttopView, SortsByEveryColumn)
     EXPECT_THAT(order(Column::cpu), ElementsAre(2, 1, 3));
     EXPECT_THAT(order(Column::cpu, true), ElementsAre(3, 1, 2));
     EXPECT_THAT(order(Column::wait), ElementsAre(3, 1, 2));
-    EXPECT_THAT(order(Column::time), ElementsAre(1, 2, 3));
+    EXPECT_THAT(order(Column::cpuTime), ElementsAre(2, 1, 3));
+    EXPECT_THAT(order(Column::since), ElementsAre(1, 2, 3));
     EXPECT_THAT(order(Column::voluntary), ElementsAre(1, 2, 3));
     EXPECT_THAT(order(Column::involuntary), ElementsAre(2, 1, 3));
     EXPECT_THAT(order(Column::kernel), ElementsAre(1, 2, 3));

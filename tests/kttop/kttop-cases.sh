@@ -134,7 +134,7 @@ case_screen_follows_the_pool() {
   start_demo 4 40
   show 80 24 "$pid" --interval 0.1
   expect_on_screen "^kttop: $demo, pid $pid  *[0-9:]*$" '^4 workers: 0 running, 4 sleeping, 0 idle, 0 new' \
-    'TID STATE    TASK     CPU% WAIT%    TIME' 'no task seen$'
+    'TID STATE    TASK     CPU% WAIT%     TIME+   SINCE  VOL' 'no task seen$'
   tell run load 2
   tell spin image-resize 1
   expect_on_screen '^4 workers: 3 running, 1 sleeping' '^ *[0-9]* running  load  ' '^ *[0-9]* running  image-r ' \
@@ -224,7 +224,7 @@ case_rows_off_the_page_have_no_stale_figures() {
   await screen_lacks PAUSED
   await screen_lacks "$unread"
   # Sorted by what is costly, it takes all of that. Else the last rows would be those without.
-  press s s s s s
+  press s s s s s s
   expect_on_screen '^84-100 of 100 by VOL/S'
   await screen_lacks "$unread"
   press q
@@ -254,7 +254,7 @@ case_screen_fits_every_size() {
   show 80 24 "$pid" --interval 0.1
   expect_on_screen 'WAITS IN$' '^1-17 of 24 '
   resize 40 10
-  expect_on_screen '^24: 2 run 22 sleep 0 idle$' '^ *TID STATE    TASK     CPU%    TIME$' '^1-3 of 24 by STATE'
+  expect_on_screen '^24: 2 run 22 sleep 0 idle$' '^ *TID STATE    TASK     CPU%   SINCE$' '^1-3 of 24 by STATE'
   [ "$(screen | wc -l)" -eq 10 ] || fail "a line too many"
   resize 120 30
   expect_on_screen '^24 workers: 2 running, 22 sleeping, 0 idle, 0 new; 1 other thread, CPU' 'WAITS IN$' \
@@ -365,6 +365,7 @@ workers = sample["workers"]
 assert sorted(worker["task"] or "" for worker in workers) == ["", "image-r", "load", "load"]
 spinning = next(worker for worker in workers if worker["task"] == "image-r")
 assert 0 < spinning["cpu_percent"] <= 101, spinning
+assert 0.5 * spinning["cpu_percent"] / 101 <= spinning["cpu_seconds"], spinning
 assert all(worker["cpu_percent"] == 0 for worker in workers if worker["task"] == "load")
 assert sample["tasks"][0] == {"task": "load", "looks": 4, "percent": 66.667}
 PYTHON

@@ -30,6 +30,7 @@ json asJson(const Worker& worker)
             {"state_seconds", rounded(worker.stateSeconds)},
             {"state_seconds_is_minimum", worker.sinceBefore},
             {"cpu_percent", known(worker.hasRates, worker.cpuPercent)},
+            {"cpu_seconds", rounded(static_cast<double>(reading.cpuNs) / 1e9)},
             {"wait_percent", known(worker.hasRates && reading.waitNs, worker.waitPercent)},
             {"voluntary_per_second", known(worker.hasSwitchRates, worker.voluntaryRate)},
             {"involuntary_per_second", known(worker.hasSwitchRates, worker.involuntaryRate)},

@@ -1,14 +1,13 @@
-/// Reads the threads of a process from /proc.
+/// Takes samples of a process from /proc.
 #pragma once
 
-#include <map>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "ProcFile.h"
 #include "ProcText.h"
 #include "Sample.h"
+#include "ThreadReader.h"
 
 /// There is no such process, it can't be read, or it is none that can be watched.
 class ProcessError : public std::runtime_error {
@@ -37,35 +36,12 @@ public:
     void readDetails(WorkerReading& worker);
 
 private:
-    struct Thread {
-        std::uint64_t start = 0;
-        bool seen = false;
-        WorkerReading last;  ///< with details
-        ThreadFile comm{"comm"};
-        ThreadFile status{"status"};
-        ThreadFile schedstat{"schedstat"};
-        ThreadFile wchan{"wchan"};
-    };
-
     StatText readStat() const;
     void checkStillThere(std::size_t threadsListed) const;
     std::vector<int> listThreads() const;
     void readThread(int tid, Details details, Sample& sample);
-    std::optional<std::string> readName(int tid);
-    bool readWorker(Details details, Thread& thread, WorkerReading& worker);
-    bool readStart(Thread& thread, WorkerReading& worker, bool hasTimes);
-    bool readStatus(Thread& thread, WorkerReading& worker);
-    std::optional<std::string> read(int tid, ThreadFile& file);
-    void forgetUnseen();
-    void forget(std::map<int, Thread>::iterator thread);
 
     const std::string root;
-    const std::size_t mayKeep;
-    std::size_t kept = 0;
+    ThreadReader threads;
     ProcessIdentity identity;
-    FileDescriptor tasks;  ///< the process's folder that has one for each thread
-    std::map<int, Thread> threads;
 };
-
-/// Files that may stay open, the limit of open files having been raised as far as it goes.
-std::size_t filesToKeep();

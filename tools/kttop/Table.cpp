@@ -25,11 +25,12 @@ const std::array<Format, columnCount> formats = {{
     {"TASK", 7, false, 2, false},
     {"CPU%", 5, true, 3, true},
     {"WAIT%", 5, true, 5, true},
-    {"TIME", 8, true, 4, true},
-    {"VOL/S", 5, true, 6, true},
-    {"INV/S", 5, true, 7, true},
-    {"S", 1, false, 8, false},
-    {"WAITS IN", 8, false, 9, false},
+    {"TIME+", 9, true, 6, true},
+    {"SINCE", 8, true, 4, true},
+    {"VOL/S", 5, true, 7, true},
+    {"INV/S", 5, true, 8, true},
+    {"S", 1, false, 9, false},
+    {"WAITS IN", 8, false, 10, false},
 }};
 
 const Format& formatOf(Column column)
@@ -76,7 +77,8 @@ int comparedBy(Column column, const Worker& a, const Worker& b)
         case Column::task: return compared(a.reading.task, b.reading.task);
         case Column::cpu: return compared(a.cpuPercent, b.cpuPercent);
         case Column::wait: return compared(a.waitPercent, b.waitPercent);
-        case Column::time: return compared(a.stateSeconds, b.stateSeconds);
+        case Column::cpuTime: return compared(a.reading.cpuNs, b.reading.cpuNs);
+        case Column::since: return compared(a.stateSeconds, b.stateSeconds);
         case Column::voluntary: return compared(a.voluntaryRate, b.voluntaryRate);
         case Column::involuntary: return compared(a.involuntaryRate, b.involuntaryRate);
         case Column::kernel: return compared(a.reading.kernelState, b.reading.kernelState);
@@ -105,7 +107,8 @@ std::string cellText(Column column, const Worker& worker, bool utf8)
         case Column::task: return taskOf(reading, utf8);
         case Column::cpu: return asPercent(worker.cpuPercent);
         case Column::wait: return asPercent(worker.waitPercent);
-        case Column::time:
+        case Column::cpuTime: return asCpuTime(reading.cpuNs);
+        case Column::since:
             return asDuration(worker.stateSeconds) + (worker.sinceBefore ? "+" : " ");
         case Column::voluntary: return asRate(worker.voluntaryRate);
         case Column::involuntary: return asRate(worker.involuntaryRate);
@@ -225,7 +228,7 @@ Line tableHeader(const std::vector<Column>& columns, const Sorting& sorting, std
     return lineOf(columns, width, [&](Column column) {
         // A blank where the times have their mark.
         const std::string title =
-            std::string(titleOf(column)) + (column == Column::time ? " " : "");
+            std::string(titleOf(column)) + (column == Column::since ? " " : "");
         return Span{title, column == sorting.column ? Style::sorted : Style::header};
     });
 }

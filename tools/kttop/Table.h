@@ -8,9 +8,21 @@
 #include "History.h"
 #include "Page.h"
 
-enum class Column { tid, state, task, cpu, wait, time, voluntary, involuntary, kernel, waitsIn };
+enum class Column {
+    tid,
+    state,
+    task,
+    cpu,
+    wait,
+    cpuTime,
+    since,
+    voluntary,
+    involuntary,
+    kernel,
+    waitsIn
+};
 
-const int columnCount = 10;
+const int columnCount = 11;
 
 /// Shares, times and rates: the largest first. The others: the smallest first. Reversed: the other
 /// way round. What isn't known comes last either way; equals are sorted by tid.

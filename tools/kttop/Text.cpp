@@ -90,11 +90,15 @@ std::string formatted(const char* format, double number)
     return text.data();
 }
 
+std::string twoDigits(std::uint64_t number)
+{
+    return (number < 10 ? "0" : "") + std::to_string(number);
+}
+
 std::string twoUnits(std::uint64_t large, const char* largeUnit, std::uint64_t small,
                      const char* smallUnit)
 {
-    return std::to_string(large) + largeUnit + (small < 10 ? "0" : "") + std::to_string(small) +
-           smallUnit;
+    return std::to_string(large) + largeUnit + twoDigits(small) + smallUnit;
 }
 
 }  // namespace
@@ -164,6 +168,18 @@ std::string asDuration(double seconds)
         return twoUnits(whole / 3600, "h", whole / 60 % 60, "m");
     }
     return twoUnits(whole / 86400, "d", whole / 3600 % 24, "h");
+}
+
+std::string asCpuTime(std::uint64_t nanoseconds)
+{
+    const std::uint64_t hundredths = nanoseconds / 10000000;
+    const std::uint64_t seconds = hundredths / 100;
+    const std::uint64_t minutes = seconds / 60;
+    if (minutes >= 1000000) {
+        return std::to_string(minutes / 60) + "h";
+    }
+    const std::string text = std::to_string(minutes) + ":" + twoDigits(seconds % 60);
+    return minutes < 1000 ? text + "." + twoDigits(hundredths % 100) : text;
 }
 
 std::string asPercent(double percent)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 /// What others have named, fit for a terminal: each character that is not printable, and each byte
@@ -27,6 +28,10 @@ std::string withoutLast(const std::string& text);
 
 /// "0.4s", "12s", "3m05s", "2h07m", "5d03h".
 std::string asDuration(double seconds);
+
+/// Processor time as top's TIME+: minutes, seconds and hundredths, "3:05.27"; "1000:05" or "16667h"
+/// where that is too long. At most nine columns; begun hundredths don't count.
+std::string asCpuTime(std::uint64_t nanoseconds);
 
 /// "0.0", "99.9", "1234": at most five columns.
 std::string asPercent(double percent);
