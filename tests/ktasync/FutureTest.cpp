@@ -233,6 +233,136 @@ TEST(WaitingInATask, RunsInnerTasksOfAStoppedTaskAsStopped)
     EXPECT_TRUE(outer.get());
 }
 
+TEST(WaitingInATask, ReachesTheInnerTasksOfItsGroupWithAStopRequest)
+{
+    KT::KTScopedPool pool(fixedSize(1));
+    Gate gate;
+    std::atomic<bool> wasStopped(false);
+    KT::KTFuture<void> outer = KT::submit(pool, [&] {
+        KT::KTTaskGroup group(pool);
+        group.run([&](const KT::KTStopToken& stop) {
+            gate.pass();
+            wasStopped = stop.waitFor(-1);
+        });
+        group.wait();
+    });
+    ASSERT_TRUE(untilArrived(pool, gate));
+    gate.open();
+    outer.cancel();
+    outer.get();
+    EXPECT_TRUE(wasStopped);
+}
+
+/// A task that another one, which has not made it, runs while it waits for it.
+class TaskInsideOfAnother : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        Gate start;
+        outer = KT::submit(pool, [this, &start](const KT::KTStopToken& stop) {
+            start.pass();
+            if (waitsForItsStop) {
+                stop.waitFor(-1);
+            }
+            inner.wait();
+        });
+        inner = KT::submit(pool, [this](const KT::KTStopToken& stop) {
+            gate.pass();
+            return isToWait ? stop.waitFor(-1) : stop.stopRequested();
+        });
+        EXPECT_TRUE(untilArrived(pool, start));
+        if (waitsForItsStop) {
+            outer.cancel();
+        }
+        start.open();
+        EXPECT_TRUE(untilArrived(pool, gate));
+    }
+
+    bool waitsForItsStop = false;
+    bool isToWait = false;
+    Gate gate;
+    KT::KTFuture<void> outer;
+    KT::KTFuture<bool> inner;
+    KT::KTScopedPool pool{fixedSize(1)};
+};
+
+TEST_F(TaskInsideOfAnother, IsNotStoppedWithIt)
+{
+    outer.cancel();
+    gate.open();
+    outer.get();
+    EXPECT_FALSE(inner.get());
+}
+
+TEST_F(TaskInsideOfAnother, IsStoppedByItsOwnCancel)
+{
+    isToWait = true;
+    inner.cancel();
+    gate.open();
+    outer.get();
+    EXPECT_TRUE(inner.get());
+}
+
+TEST_F(TaskInsideOfAnother, IsStoppedByAShutdownThoughTheOtherIsCancelled)
+{
+    isToWait = true;
+    outer.cancel();
+    pool.pool()->shutdown(false);
+    gate.open();
+    outer.get();
+    EXPECT_TRUE(inner.get());
+}
+
+class TaskInsideOfAStoppedOne : public TaskInsideOfAnother {
+protected:
+    TaskInsideOfAStoppedOne() { waitsForItsStop = true; }
+};
+
+TEST_F(TaskInsideOfAStoppedOne, BeginsUnstopped)
+{
+    gate.open();
+    outer.get();
+    EXPECT_FALSE(inner.get());
+}
+
+TEST_F(TaskInsideOfAStoppedOne, IsStoppedByAShutdown)
+{
+    isToWait = true;
+    pool.pool()->shutdown(false);
+    gate.open();
+    outer.get();
+    EXPECT_TRUE(inner.get());
+}
+
+/// Also where the memory of the task that made it was used again for the one that waits.
+TEST(WaitingInATask, PassesNoStopRequestOnToATaskThatAnEndedOneMade)
+{
+    KT::KTScopedPool pool(fixedSize(1));
+    Gate queued;
+    Gate held;
+    Gate gate;
+    auto maker = std::make_unique<KT::KTFuture<KT::KTFuture<bool>>>(KT::submit(pool, [&] {
+        queued.pass();
+        return KT::submit(pool, [&gate](const KT::KTStopToken& stop) {
+            gate.pass();
+            return stop.stopRequested();
+        });
+    }));
+    KT::KTFuture<void> holding = KT::submit(pool, [&held] { held.pass(); });
+    queued.open();
+    ASSERT_TRUE(untilArrived(pool, held));
+    KT::KTFuture<bool> made = maker->get();
+    maker.reset();
+    // It begins before what is queued, and where the maker was.
+    KT::KTFuture<void> waiting = holding.then([&made] { made.wait(); });
+    held.open();
+    ASSERT_TRUE(untilArrived(pool, gate));
+    EXPECT_FALSE(waiting.cancel());
+    gate.open();
+    waiting.get();
+    EXPECT_FALSE(made.get());
+}
+
 int depthOf(const KT::KTScopedPool& pool, int depth)
 {
     return depth == 0 ? 0 : 1 + KT::submit(pool, depthOf, std::cref(pool), depth - 1).get();

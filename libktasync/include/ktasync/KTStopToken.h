@@ -18,8 +18,10 @@ namespace KT {
 /// });
 /// \endcode
 /// The mark is raised by `cancel` of the future or the group, and when the pool is shut down while
-/// one of its workers runs the task; not if another thread runs it, while it waits for the task.
-/// It stays raised. Heeding it is up to the callable. A token may be copied, and
+/// one of its workers runs the task; not if another thread runs it, while it waits for the task. A
+/// `cancel` also reaches the task that the cancelled one runs itself, because it waits for it, if
+/// it has made that task; one that it got from elsewhere goes on, and so may have a result for
+/// others. The mark stays raised. Heeding it is up to the callable. A token may be copied, and
 /// kept for longer than the task runs; every operation may be called from any thread.
 ///
 /// \ingroup ktasync

@@ -162,7 +162,7 @@ bool FutureJob::cancel()
     if (drop()) {
         return true;
     }
-    requestStop();
+    requestStopOfOwn();
     return false;
 }
 

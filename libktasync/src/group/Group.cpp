@@ -247,7 +247,7 @@ void Group::cancel()
         const boost::intrusive_ptr<GroupJob> job(&running.front());
         running.splice(running.end(), running, running.begin());
         hold.unlock();
-        job->requestStop();
+        job->requestStopOfOwn();
         hold.lock();
     }
 }

@@ -1,6 +1,8 @@
 /// What the calling thread is in.
 #pragma once
 
+#include <cstdint>
+
 #include <ktasync/detail/Job.h>
 
 namespace KT {
@@ -10,6 +12,9 @@ namespace detail {
 struct CurrentJob {
     Job* job;
     const CurrentJob* around;
+    /// Tells this turn from all others, of other jobs at the same address too; 0 until it is asked
+    /// for.
+    mutable std::uintptr_t number = 0;
 
     /// Of the calling thread; null if it is in none.
     static thread_local const CurrentJob* innermost;
@@ -35,8 +40,24 @@ struct CurrentJob {
         return isAny([&scheduler](const Job& job) { return &job.scheduler() == &scheduler; });
     }
 
+    /// The number of the calling thread's turn, which what it makes now is marked with; 0 if it is
+    /// in none.
+    static std::uintptr_t numberOfThisThread()
+    {
+        if (innermost == nullptr) {
+            return 0;
+        }
+        if (innermost->number == 0) {
+            innermost->number = nextNumber();
+        }
+        return innermost->number;
+    }
+
     /// The innermost one; null if the calling thread is in none.
     static Job* ofThisThread() { return innermost != nullptr ? innermost->job : nullptr; }
+
+private:
+    static std::uintptr_t nextNumber();
 };
 
 }  // namespace detail

@@ -1,5 +1,7 @@
 #include <ktasync/detail/Job.h>
 
+#include <atomic>
+#include <cstdint>
 #include <utility>
 
 #include <pthread.h>
@@ -20,6 +22,20 @@ namespace detail {
 
 thread_local const CurrentJob* CurrentJob::innermost = nullptr;
 thread_local bool CurrentJob::showsName = false;
+
+// Each thread takes many at a time.
+std::uintptr_t CurrentJob::nextNumber()
+{
+    const std::uintptr_t atATime = 4096;
+    static std::atomic<std::uintptr_t> firstFree{1};
+    static thread_local std::uintptr_t next = 0;
+    static thread_local std::uintptr_t end = 0;
+    if (next == end) {
+        next = firstFree.fetch_add(atATime, std::memory_order_relaxed);
+        end = next + atATime;
+    }
+    return next++;
+}
 
 namespace {
 
@@ -42,7 +58,8 @@ public:
     {
         CurrentJob::innermost = &frame;
         if (frame.around != nullptr) {
-            frame.around->job->beginInner(job);
+            const std::uintptr_t maker = job.inner.number();
+            frame.around->job->beginInner(job, maker != 0 && maker == frame.around->number);
             show(job, *frame.around->job);
         }
         if (job.queuedAt != Time::time_point()) {
@@ -84,7 +101,8 @@ private:
 Job::Job(Scheduler& ofPool, std::string_view name)
     : Work(name),
       home(ofPool),
-      queuedAt(ofPool.observers.isEmpty() ? Time::time_point() : Time::now())
+      queuedAt(ofPool.observers.isEmpty() ? Time::time_point() : Time::now()),
+      inner(CurrentJob::numberOfThisThread())
 {
 }
 
@@ -185,20 +203,29 @@ void Job::report(Outcome outcome, Time::time_point startedAt) const
     home.observers.report({name(), outcome, start - queuedAt, hasRun, now - start});
 }
 
+void Job::requestStop()
+{
+    requestStop(CurrentWork::Stop::ofThread);
+}
+
+void Job::requestStopOfOwn()
+{
+    requestStop(CurrentWork::Stop::ofTask);
+}
+
 // Jobs may be nested deeply: without recursion. Each is kept from ending by the one around it. What
 // a job runs after it has seen its mark is to begin with a mark, too: hence the mark comes second.
-void Job::requestStop()
+void Job::requestStop(CurrentWork::Stop stop)
 {
     Job* job = this;
     CurrentWork* holding = nullptr;
     while (job != nullptr) {
         CurrentWork& next = job->inner;
-        Job* const nested = static_cast<Job*>(next.stopAndHold());
-        {
-            ParkingPlace& place = ParkingPlace::of(job);
-            const std::lock_guard<std::mutex> hold(place.mutex);
-            job->state |= stopMark;
-            place.changed.notify_all();
+        const bool isMeant = holding == nullptr || stop == CurrentWork::Stop::ofThread ||
+                             (job->state & foreignMark) == 0;
+        Job* const nested = isMeant ? static_cast<Job*>(next.stopAndHold(stop)) : nullptr;
+        if (isMeant) {
+            job->raiseMark();
         }
         if (holding != nullptr) {
             holding->release();
@@ -208,10 +235,24 @@ void Job::requestStop()
     }
 }
 
-void Job::beginInner(Job& job)
+void Job::raiseMark()
 {
+    ParkingPlace& place = ParkingPlace::of(this);
+    const std::lock_guard<std::mutex> hold(place.mutex);
+    state |= stopMark;
+    place.changed.notify_all();
+}
+
+// The job is noted first: a stop that comes afterwards finds it, and one that came before is seen.
+void Job::beginInner(Job& job, bool isOwn)
+{
+    if (!isOwn) {
+        job.state |= foreignMark;
+    }
     if (!inner.begin(job)) {
         job.requestStop();
+    } else if (isOwn && inner.isStopped(CurrentWork::Stop::ofTask)) {
+        job.requestStopOfOwn();
     }
 }
 

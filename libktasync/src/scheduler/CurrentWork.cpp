@@ -7,36 +7,29 @@ namespace detail {
 
 bool CurrentWork::begin(Work& work)
 {
-    std::uintptr_t none = 0;
-    return word.compare_exchange_strong(none, reinterpret_cast<std::uintptr_t>(&work));
+    const auto address = reinterpret_cast<std::uintptr_t>(&work);
+    std::uintptr_t now = 0;
+    while (!word.compare_exchange_weak(now, address | (now & allStops))) {
+        if (has(now, Stop::ofThread)) {
+            return false;
+        }
+    }
+    return true;
 }
 
 void CurrentWork::end()
 {
     std::uintptr_t now = notHeld();
-    while (!word.compare_exchange_weak(now, now & stopped)) {
+    while (!word.compare_exchange_weak(now, now & allStops)) {
         now = notHeld();
     }
 }
 
-Work* CurrentWork::hold()
+Work* CurrentWork::workIn(std::uintptr_t now)
 {
-    std::uintptr_t now = notHeld();
-    while ((now & ~stopped) != 0 && !word.compare_exchange_weak(now, now | held)) {
-        now = notHeld();
-    }
-    return reinterpret_cast<Work*>(now & ~stopped);  // NOLINT(performance-no-int-to-ptr)
-}
-
-Work* CurrentWork::stopAndHold()
-{
-    std::uintptr_t now = notHeld();
-    while ((now & stopped) == 0 &&
-           !word.compare_exchange_weak(now, now == 0 ? stopped : now | stopped | held)) {
-        now = notHeld();
-    }
+    const std::uintptr_t flags = allStops | held | isNumber;
     // NOLINTNEXTLINE(performance-no-int-to-ptr)
-    return (now & stopped) != 0 ? nullptr : reinterpret_cast<Work*>(now);
+    return (now & isNumber) != 0 ? nullptr : reinterpret_cast<Work*>(now & ~flags);
 }
 
 // Waits until no other thread holds the work: for a few instructions, or for the handlers that a
@@ -51,6 +44,29 @@ std::uintptr_t CurrentWork::notHeld() const
     return now;
 }
 
+Work* CurrentWork::hold()
+{
+    std::uintptr_t now = notHeld();
+    while (workIn(now) != nullptr && !word.compare_exchange_weak(now, now | held)) {
+        now = notHeld();
+    }
+    return workIn(now);
+}
+
+Work* CurrentWork::stopAndHold(Stop stop)
+{
+    std::uintptr_t now = word;
+    while (!has(now, stop)) {
+        now = notHeld();
+        Work* const work = workIn(now);
+        const std::uintptr_t kept = work != nullptr ? now | held : now & allStops;
+        if (!has(now, stop) && word.compare_exchange_weak(now, kept | bitsOf(stop))) {
+            return work;
+        }
+    }
+    return nullptr;
+}
+
 void CurrentWork::release()
 {
     word.fetch_and(~held);
@@ -58,7 +74,7 @@ void CurrentWork::release()
 
 void CurrentWork::requestStop()
 {
-    if (Work* const work = stopAndHold()) {
+    if (Work* const work = stopAndHold(Stop::ofThread)) {
         work->requestStop();
         release();
     }

@@ -33,6 +33,41 @@ TEST(CurrentWork, WithoutWorkAStopKeepsTheFirstFromBeginning)
     EXPECT_EQ(work->stopRequests, 0);
 }
 
+TEST(CurrentWork, AStopOfTheTaskLetsTheNextWorkBeginAndOneOfTheThreadReachesItStill)
+{
+    using Stop = CurrentWork::Stop;
+    CurrentWork current;
+    const boost::intrusive_ptr<TestWork> work(new TestWork);
+    EXPECT_EQ(current.stopAndHold(Stop::ofTask), nullptr);
+    EXPECT_TRUE(current.isStopped(Stop::ofTask));
+    EXPECT_FALSE(current.isStopped());
+    ASSERT_TRUE(current.begin(*work));
+    EXPECT_EQ(current.stopAndHold(Stop::ofTask), nullptr);
+    EXPECT_EQ(current.stopAndHold(Stop::ofThread), work.get());
+    current.release();
+    EXPECT_EQ(current.stopAndHold(Stop::ofThread), nullptr);
+    current.end();
+    EXPECT_TRUE(current.isStopped());
+}
+
+TEST(CurrentWork, HoldsANumberUntilWorkBeginsOrAStopIsRequested)
+{
+    const boost::intrusive_ptr<TestWork> work(new TestWork);
+    EXPECT_EQ(CurrentWork().number(), 0U);
+    CurrentWork begun(5);
+    EXPECT_EQ(begun.number(), 5U);
+    EXPECT_FALSE(begun.isStopped());
+    ASSERT_TRUE(begun.begin(*work));
+    EXPECT_EQ(begun.number(), 0U);
+    begun.requestStop();
+    EXPECT_EQ(work->stopRequests, 1);
+    begun.end();
+    CurrentWork stopped(7);
+    stopped.requestStop();
+    EXPECT_EQ(stopped.number(), 0U);
+    EXPECT_FALSE(stopped.begin(*work));
+}
+
 /// A stop request reaches running work, or prevents the next work from beginning.
 TEST(CurrentWork, NoStopIsLost)
 {

@@ -58,7 +58,8 @@ private:
     static constexpr unsigned short followsMark = firstOfDerived << 3;   ///< `source` is set
     static constexpr unsigned short toDropMark = firstOfDerived << 4;
     static constexpr int outcomeShift = 12;
-    static_assert((toDropMark << 1) <= (1 << outcomeShift), "the outcome has bits of its own");
+    static_assert(toDropMark < foreignMark, "the job's mark is its own");
+    static_assert(foreignMark < (1 << outcomeShift), "the outcome has bits of its own");
 
     std::exception_ptr failure;
     // Both under the parking place: what to queue at the end; the job that queues this one.

@@ -51,8 +51,12 @@ public:
 
     void execute() override;
     void abandon() override;
-    /// Raises the stop mark, and that of each job that runs inside of this one.
+    /// Raises the stop mark, and that of each job that runs inside of this one: the thread is to
+    /// stop.
     void requestStop() override;
+    /// Raises the stop mark, and that of each job inside that was made by the one around it. Nobody
+    /// has cancelled the others.
+    KTASYNC_HIDDEN void requestStopOfOwn();
 
     bool stopRequested() const { return (state & stopMark) != 0; }
     /// As KTStopToken::waitFor.
@@ -76,6 +80,8 @@ protected:
     bool hasEnded() const { return (state.load(std::memory_order_relaxed) & ended) != 0; }
 
     static constexpr unsigned short firstOfDerived = firstFree << 2;
+    /// It runs inside of a job that hasn't made it.
+    static constexpr unsigned short foreignMark = 1 << 11;
 
 private:
     friend class JobTurn;
@@ -88,12 +94,15 @@ private:
     KTASYNC_HIDDEN void finish(Outcome outcome, std::exception_ptr error,
                                Time::time_point startedAt);
     KTASYNC_HIDDEN void report(Outcome outcome, Time::time_point startedAt) const;
-    KTASYNC_HIDDEN void beginInner(Job& job);
+    KTASYNC_HIDDEN void raiseMark();
+    KTASYNC_HIDDEN void requestStop(CurrentWork::Stop stop);
+    KTASYNC_HIDDEN void beginInner(Job& job, bool isOwn);
 
     Scheduler& home;
     /// The epoch if nobody observes the pool.
     const Time::time_point queuedAt;
-    CurrentWork inner;  ///< the job that runs inside of this one
+    /// The job that runs inside of this one; until then, the number of the turn that made this one.
+    CurrentWork inner;
 };
 
 /// Has the pool run `job`, in the order of submission. A pool that takes none drops it, and false

@@ -17,8 +17,8 @@ class WorkList;
 class WorkQueue;
 
 /// The base of a job: a name, and what it takes to wait in a queue. A queue holds a reference to
-/// each work in it.
-class KTASYNC_EXPORT Work : public boost::intrusive_ref_counter<Work> {
+/// each work in it. Its address leaves four bits free, for CurrentWork.
+class KTASYNC_EXPORT __attribute__((aligned(16))) Work : public boost::intrusive_ref_counter<Work> {
 public:
     virtual ~Work();
     Work(const Work&) = delete;
