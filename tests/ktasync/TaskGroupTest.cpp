@@ -6,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include <boost/make_shared.hpp>
+
 #include <spdlog/common.h>
 
 #include "Async.h"
@@ -131,6 +133,42 @@ TEST(TaskGroup, WaitForGivesUpInTime)
     EXPECT_FALSE(group.waitFor(30));
     gate.open();
     EXPECT_TRUE(group.waitFor(-1));
+}
+
+TEST(TaskGroup, WaitForRunsNoTaskWhereThatCouldTakeLonger)
+{
+    HeldPool held;
+    std::thread::id ranOn;
+    KT::KTTaskGroup group(held.pool);
+    group.run([&ranOn] { ranOn = std::this_thread::get_id(); });
+    EXPECT_FALSE(group.waitFor(1));
+    held.release();
+    EXPECT_TRUE(group.waitFor(60000));
+    EXPECT_NE(ranOn, std::this_thread::get_id());
+}
+
+TEST(TaskGroup, WaitForRunsTasksWhereNoOtherWorkerMayBeLeft)
+{
+    struct Waiter : KT::KTTask {
+        explicit Waiter(const KT::KTScopedPool& ofWorker) : pool(ofWorker) {}
+        void run() override
+        {
+            KT::KTTaskGroup group(pool);
+            group.run([this] { ranOn = std::this_thread::get_id(); });
+            static_cast<void>(group.waitFor(60000));
+            isHelper = ranOn == std::this_thread::get_id();
+            hasEnded = true;
+        }
+        const KT::KTScopedPool& pool;
+        std::thread::id ranOn;
+        bool isHelper = false;
+        std::atomic<bool> hasEnded{false};
+    };
+    KT::KTScopedPool pool(fixedSize(1));
+    const auto byHand = boost::make_shared<Waiter>(pool);
+    pool.pool()->enqueue(byHand);
+    ASSERT_TRUE(eventually(pool, [&byHand] { return byHand->hasEnded.load(); }));
+    EXPECT_TRUE(byHand->isHelper);
 }
 
 TEST(TaskGroup, RefusesNonsense)

@@ -112,7 +112,9 @@ public:
     /// point.
     void wait();
 
-    /// As `wait`, for a limited time. It may take longer by one task that it runs itself.
+    /// As `wait`, for a limited time. It runs tasks of the group only on a worker of its pool,
+    /// which may be the only one, and may take longer by one of them there; any other thread just
+    /// waits.
     ///
     /// \param milliseconds  that it may take; no limit if negative
     /// \return              whether all have ended; false without looking at exceptions

@@ -15,7 +15,7 @@ Deadline::Deadline(int milliseconds)
 
 bool Deadline::isOver() const
 {
-    return end != Clock::time_point::max() && Clock::now() >= end;
+    return !isNever() && Clock::now() >= end;
 }
 
 bool Deadline::wait(std::unique_lock<std::mutex>& hold, std::condition_variable& changed) const

@@ -16,6 +16,7 @@ public:
     explicit Deadline(int milliseconds);
 
     bool isOver() const;
+    bool isNever() const { return end == Clock::time_point::max(); }
     friend Deadline sooner(const Deadline& a, const Deadline& b) { return a.end < b.end ? a : b; }
 
     /// Blocks until `changed` is notified (or spuriously), or until the deadline: false then. A

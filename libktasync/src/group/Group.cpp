@@ -180,11 +180,15 @@ boost::intrusive_ptr<Job> Group::takeDescendantLocked()
     return boost::static_pointer_cast<Job>(thief->own.takeFirst());
 }
 
-// In a task, only if it is one of this pool, which may have no other worker left. One of another
-// pool leaves them to this one's workers: their number may be a promise.
-bool Group::mayRunTasks() const
+// Whether a waiter runs tasks. In one of this pool there may be no other worker left to do it; one
+// of another pool leaves them to this one's workers, whose number may be a promise. Anywhere else
+// it depends on whether a task may take longer than the waiter wants to wait.
+bool Group::mayRunTasks(const Deadline& end) const
 {
-    return CurrentJob::innermost == nullptr || CurrentJob::isAnyOf(home);
+    if (CurrentJob::innermost != nullptr) {
+        return CurrentJob::isAnyOf(home);
+    }
+    return end.isNever() || pool->runningInThisThread();
 }
 
 bool Group::runOneOrWait(Lock& hold, const Deadline& end)
@@ -192,7 +196,7 @@ bool Group::runOneOrWait(Lock& hold, const Deadline& end)
     if (end.isOver()) {
         return false;
     }
-    if (!mayRunTasks()) {
+    if (!mayRunTasks(end)) {
         end.wait(hold, changed);
         return true;
     }
@@ -269,7 +273,7 @@ Group::Account Group::close(bool isUnwinding)
         if (isToEnd) {
             cancel();
         }
-    } while (!wait(isToEnd ? -1 : lookForStopMs));
+    } while (!wait(isToEnd || around == nullptr ? -1 : lookForStopMs));
     return settle();
 }
 

@@ -98,8 +98,9 @@ public:
     /// std::bad_alloc, and none runs then.
     KTASYNC_HIDDEN void startAll(const std::vector<boost::intrusive_ptr<GroupJob>>& jobs);
 
-    /// Runs what nobody has begun, but in a task of another pool, and waits for the rest; whether
-    /// all has ended. Throws KTError in a task of the group, which it would wait for.
+    /// Runs what nobody has begun, but in a task of another pool, and outside of any task if the
+    /// time is limited, and waits for the rest; whether all has ended. Throws KTError in a task of
+    /// the group, which it would wait for.
     KTASYNC_HIDDEN bool wait(int milliseconds);
 
     /// Drops what nobody has begun, and what comes until the next `settle`.
@@ -135,7 +136,7 @@ private:
     KTASYNC_HIDDEN bool listLocked(GroupJob& job);
     KTASYNC_HIDDEN void moveToRunningLocked(GroupJob& job);
     bool isFullLocked() const { return limit > 0 && places >= limit; }
-    KTASYNC_HIDDEN bool mayRunTasks() const;
+    KTASYNC_HIDDEN bool mayRunTasks(const Deadline& end) const;
     KTASYNC_HIDDEN bool runOneOrWait(Lock& hold, const Deadline& end);
     KTASYNC_HIDDEN boost::intrusive_ptr<Job> takeWaitingLocked();
     KTASYNC_HIDDEN boost::intrusive_ptr<Job> takeDescendantLocked();
