@@ -32,6 +32,22 @@ TEST(Future, GivesItsResultOnce)
     EXPECT_THROW(future.get(), KT::KTError);
 }
 
+TEST(Future, KeepsNothingOfAResultThatWasAskedFor)
+{
+    struct Copied {
+        explicit Copied(std::shared_ptr<int> toKeep) : kept(std::move(toKeep)) {}
+        Copied(const Copied&) = default;
+        ~Copied() = default;
+        Copied& operator=(const Copied&) = delete;
+        std::shared_ptr<int> kept;
+    };
+    KT::KTScopedPool pool;
+    const auto kept = std::make_shared<int>(0);
+    KT::KTFuture<Copied> future = KT::submit(pool, [kept] { return Copied(kept); });
+    future.get();
+    EXPECT_EQ(kept.use_count(), 1);
+}
+
 TEST(Future, Moves)
 {
     KT::KTScopedPool pool;
@@ -140,6 +156,17 @@ TEST(FutureCancel, OfAnEndedTaskChangesNothing)
     future.wait();
     EXPECT_FALSE(future.cancel());
     EXPECT_EQ(future.get(), 1);
+}
+
+TEST(FutureCancel, OfAFutureThatWasAskedForItsResultChangesNothing)
+{
+    HeldPool held;
+    KT::KTFuture<int> front = KT::submit(held.pool, [] { return 1; });
+    KT::KTFuture<int> back = front.then([](int n) { return n; });
+    EXPECT_FALSE(front.cancel());
+    held.release();
+    EXPECT_EQ(back.get(), 1);
+    EXPECT_FALSE(back.cancel());
 }
 
 TEST(FutureCancel, ThrownByTheCallableSaysThatItGaveUp)

@@ -2,6 +2,7 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <thread>
 #include <utility>
@@ -137,6 +138,33 @@ TEST(Race, OfThenAgainstTheEndOfTheTaskInFront)
     KT::KTScopedPool pool(fixedSize(2));
     for (int round = 0; round < 20 * rounds; ++round) {
         ASSERT_EQ(KT::submit(pool, [] { return 1; }).then([](int n) { return n + 1; }).get(), 2);
+    }
+}
+
+TEST(Race, OfCancelAgainstGetAndThen)
+{
+    KT::KTScopedPool pool(fixedSize(2));
+    for (int round = 0; round < rounds; ++round) {
+        KT::KTFuture<int> future = KT::submit(pool, [] { return 1; });
+        std::thread canceller([&future] { future.cancel(); });
+        KT::KTFuture<int> next;
+        KT::KTFuture<int>& last =
+            round % 2 == 0 ? future : next = future.then([](int n) { return n; });
+        thrownBy<KT::KTCancelled>([&last] { EXPECT_EQ(last.get(), 1); });
+        EXPECT_FALSE(future.valid());
+        canceller.join();
+    }
+}
+
+TEST(Race, OfCancelAgainstADestructorThatFollowsItsEffect)
+{
+    HeldPool held;
+    for (int round = 0; round < rounds; ++round) {
+        auto future = std::make_unique<KT::KTFuture<int>>(KT::submit(held.pool, [] { return 1; }));
+        std::thread canceller([&shared = *future] { EXPECT_TRUE(shared.cancel()); });
+        EXPECT_THROW(future->get(), KT::KTCancelled);
+        future.reset();
+        canceller.join();
     }
 }
 

@@ -12,6 +12,7 @@
 
 #include <ktasync/KTCancelled.h>
 #include <ktasync/detail/FutureJob.h>
+#include <ktasync/detail/FutureShare.h>
 
 namespace KT {
 
@@ -20,8 +21,7 @@ struct Start;
 [[noreturn]] KTASYNC_EXPORT void refuseEmptyFuture(const char* method);
 }  // namespace detail
 
-/// What `submit` returns. It may be moved, not copied, and outlive its pool. `wait`, `waitFor`,
-/// `isReady` and `cancel` may be called from several threads at once; the rest belongs to one.
+/// What `submit` returns. It may be moved, not copied, and outlive its pool.
 /// \code
 /// KT::KTFuture<int> lines = KT::submit(pool, "count", countLines, path);
 /// KT::KTFuture<std::string> text = lines.then([](int n) { return std::to_string(n); });
@@ -30,6 +30,15 @@ struct Start;
 /// A future that is let go of leaves its task alone; an exception that nobody can look at any more
 /// is then logged (category "ktasync"). All but `valid`, assignment and destruction throw KTError
 /// on a future without a task: a default one, moved from, or asked for its result before.
+///
+/// | one thread may call | while others call                                               |
+/// |---------------------|-----------------------------------------------------------------|
+/// | any of the next row | `valid`, `isReady`, `wait`, `waitFor`, `cancel`                 |
+/// | `get` or `then`     | the same: after it `cancel` says false, the others throw KTError |
+/// | anything else       | nothing on this future                                          |
+///
+/// Else is moving, assigning and destroying: the calls on other threads have returned by then, but
+/// for a `cancel` that `get` has shown to have taken effect, by throwing KTCancelled.
 ///
 /// A wait ends when the task has ended, however it ends: dropped by a shutdown, it ends at once. A
 /// task that waits for one of its own pool that nobody has begun runs that on the spot, so that
@@ -48,7 +57,7 @@ public:
     /// Whether there is a task. Doesn't block, and throws nothing.
     ///
     /// \return  false for a future by default, moved from, or asked for its result
-    bool valid() const { return static_cast<bool>(job); }
+    bool valid() const { return !share.isEmpty() && !share.isTaken(); }
 
     /// Blocks until the task has ended. Throws what it threw, or KTCancelled. The future has no
     /// task after that, either way. A cancellation point.
@@ -56,8 +65,10 @@ public:
     /// \return  the task's result, moved
     R get()
     {
-        wait();
-        return std::exchange(job, nullptr)->take();
+        detail::ResultJob<R>& job = checked("get");
+        job.wait(-1);
+        share.setTaken();
+        return job.take();
     }
 
     /// Blocks until the task has ended. Throws KTError in that task itself. A cancellation point.
@@ -75,10 +86,16 @@ public:
     bool isReady() const { return checked("isReady").isReady(); }
 
     /// A task not begun never runs, and `get` throws KTCancelled. One that runs gets its stop mark
-    /// raised; one that has ended is left alone. Doesn't wait.
+    /// raised; one that has ended is left alone, and so is one whose result was asked for, by `get`
+    /// or `then`. Doesn't wait.
     ///
     /// \return  true if the task had not begun
-    bool cancel() const { return checked("cancel").cancel(); }
+    bool cancel() const
+    {
+        // Once the effect is seen, the future may go.
+        const boost::intrusive_ptr<detail::ResultJob<R>> job(share.job());
+        return job ? !share.isTaken() && job->cancel() : checked("cancel").cancel();
+    }
 
     /// Has `callable` called with the result, moved, as a task of its own, once there is one, and
     /// returns the future of that; this future has no task any more. A failure goes past the
@@ -101,17 +118,18 @@ public:
 
 private:
     friend struct detail::Start;
-    explicit KTFuture(boost::intrusive_ptr<detail::ResultJob<R>> of) : job(std::move(of)) {}
+    using Share = detail::FutureShare<detail::ResultJob<R>>;
+    explicit KTFuture(Share of) : share(std::move(of)) {}
 
     detail::ResultJob<R>& checked(const char* method) const
     {
-        if (!job) {
+        if (!valid()) {
             detail::refuseEmptyFuture(method);
         }
-        return *job;
+        return *share.job();
     }
 
-    boost::intrusive_ptr<detail::ResultJob<R>> job;
+    Share share;
 };
 
 }  // namespace KT

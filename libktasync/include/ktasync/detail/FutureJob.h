@@ -70,6 +70,9 @@ private:
 /// With the result.
 template <typename R>
 class ResultJob : public FutureJob {
+    using Stored = std::conditional_t<std::is_reference_v<R>, std::remove_reference_t<R>*,
+                                      std::remove_cv_t<R>>;
+
 public:
     using Result = R;
 
@@ -82,7 +85,10 @@ public:
         if constexpr (std::is_reference_v<R>) {
             return static_cast<R>(**result);
         } else {
-            return std::move(*result);
+            // What the move leaves must not last for as long as the future.
+            Stored taken = std::move(*result);
+            result.reset();
+            return taken;
         }
     }
 
@@ -99,8 +105,6 @@ protected:
     }
 
 private:
-    using Stored = std::conditional_t<std::is_reference_v<R>, std::remove_reference_t<R>*,
-                                      std::remove_cv_t<R>>;
     std::optional<Stored> result;
 };
 

@@ -42,7 +42,8 @@ struct Start {
     template <typename JobType>
     static auto futureOf(boost::intrusive_ptr<JobType> job)
     {
-        return KTFuture<typename JobType::Result>(std::move(job));
+        using R = typename JobType::Result;
+        return KTFuture<R>(FutureShare<ResultJob<R>>(std::move(job)));
     }
 
     /// A job, not queued yet.
@@ -63,18 +64,18 @@ struct Start {
     }
 
     template <typename R, typename F>
-    static auto after(boost::intrusive_ptr<ResultJob<R>>& source, std::string_view name,
-                      F&& callable)
+    static auto after(FutureShare<ResultJob<R>>& share, std::string_view name, F&& callable)
     {
         using Next = Continuation<R, std::decay_t<F>>;
         static_assert(Next::possible,
                       "the callable of then can't be called with the result (moved), nor with the "
                       "ready KTFuture, nor after a const KTStopToken&");
         if constexpr (Next::possible) {
+            const boost::intrusive_ptr<ResultJob<R>> source(share.job());
             const auto job =
                 make(source->scheduler(), name, Next(source, std::forward<F>(callable)));
+            share.setTaken();
             source->attach(job);
-            source.reset();
             return futureOf(job);
         }
     }
@@ -108,7 +109,7 @@ template <typename F>
 auto KTFuture<R>::then(std::string_view name, F&& callable)
 {
     checked("then");
-    return detail::Start::after(job, name, std::forward<F>(callable));
+    return detail::Start::after(share, name, std::forward<F>(callable));
 }
 
 }  // namespace KT
