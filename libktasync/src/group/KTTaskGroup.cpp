@@ -6,6 +6,7 @@
 #include <kterror/KTError.h>
 
 #include "../base/Warnings.h"
+#include "../scheduler/Scheduler.h"
 
 namespace KT {
 
