@@ -179,6 +179,7 @@ endif()'
 }
 
 case_cmake_required_metrics() {
+  need_metrics
   ask_for 'core metrics' ''
   expect_refusal "the component metrics needs prometheus-cpp" -DCMAKE_DISABLE_FIND_PACKAGE_prometheus-cpp=ON
   hide_metrics
