@@ -163,7 +163,7 @@ public:
         log,      ///< the log, category "KTThread": the last one is a warning, the others are debug
         none      ///< nowhere
     };
-    /// Where this pool's are to go from now on: to the console unless this is called.
+    /// Sends this pool's lines there from now on. \param where  the console unless this is called
     void setMessages(Messages where);
 
     /// Gives the pool an extension, for as long as there is the pool. \param added  not empty
