@@ -1,5 +1,7 @@
 #include <algorithm>
 #include <atomic>
+#include <functional>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <thread>
@@ -348,6 +350,42 @@ TEST(SubmitAll, MovesOutOfARangeThatIsMoved)
     auto futures = KT::submitAll(pool, std::move(calls));
     EXPECT_EQ(futures.at(0).get() + futures.at(1).get(), 3);
     EXPECT_TRUE(KT::submitAll(pool, std::vector<std::function<void()>>()).empty());
+}
+
+/// As std::span and std::ranges::subrange are.
+template <typename Iterator>
+struct View {
+    Iterator begin() const { return first; }
+    Iterator end() const { return last; }
+    Iterator first;
+    Iterator last;
+};
+template <typename Iterator>
+View(Iterator, Iterator) -> View<Iterator>;
+
+TEST(SubmitAll, CopiesOutOfAViewOfSomebodyElsesContainer)
+{
+    KT::KTScopedPool pool;
+    std::vector<std::function<int()>> calls(3, [] { return 1; });
+    for (KT::KTFuture<int>& future : KT::submitAll(pool, View{calls.begin(), calls.end()})) {
+        EXPECT_EQ(future.get(), 1);
+    }
+    KT::postAll(pool, View{calls.begin(), calls.end()});
+    for (const std::function<int()>& call : calls) {
+        EXPECT_TRUE(call);
+    }
+}
+
+TEST(SubmitAll, MovesOutOfAViewThatAsksForIt)
+{
+    KT::KTScopedPool pool;
+    std::vector<std::function<int()>> calls(3, [] { return 1; });
+    for (KT::KTFuture<int>& future : KT::submitAll(
+             pool,
+             View{std::make_move_iterator(calls.begin()), std::make_move_iterator(calls.end())})) {
+        EXPECT_EQ(future.get(), 1);
+    }
+    EXPECT_FALSE(calls.front());
 }
 
 TEST(SubmitAll, StoppedPoolCancelsAll)

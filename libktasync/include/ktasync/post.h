@@ -2,7 +2,6 @@
 /// Handing callables to a pool without asking for their results.
 #pragma once
 
-#include <iterator>
 #include <string_view>
 #include <type_traits>
 #include <utility>
@@ -12,6 +11,7 @@
 #include <ktasync/KTScopedPool.h>
 #include <ktasync/detail/Bound.h>
 #include <ktasync/detail/PostJob.h>
+#include <ktasync/detail/RangeElement.h>
 
 namespace KT {
 
@@ -55,12 +55,9 @@ bool post(const KTPoolRef& pool, F&& callable, Args&&... args)
                 std::forward<Args>(args)...);
 }
 
-/// Posts all callables of `range`, in its order and with nothing in between. Moves them out of a
-/// range that is a temporary one or moved, and copies them otherwise. Throws std::bad_alloc; none
-/// is called then. Doesn't block. Any thread may call it, tasks too.
-/// \code
-/// KT::postAll(pool, "part", split(work));
-/// \endcode
+/// Posts all callables of `range`, in its order and with nothing in between. Moves or copies them
+/// as `submitAll` does. Throws std::bad_alloc; none is called then. Doesn't block. Any thread may
+/// call it, tasks too. \code KT::postAll(pool, "part", split(work)); \endcode
 ///
 /// \param pool   where they run
 /// \param name   of each of the tasks; copied
@@ -70,9 +67,7 @@ bool post(const KTPoolRef& pool, F&& callable, Args&&... args)
 template <typename Range>
 bool postAll(const KTPoolRef& pool, std::string_view name, Range&& range)
 {
-    using Element = decltype(*std::begin(range));
-    using Passed = std::conditional_t<std::is_lvalue_reference_v<Range>, Element,
-                                      std::remove_reference_t<Element>&&>;
+    using Passed = detail::PassedElement<Range>;
     std::vector<boost::intrusive_ptr<detail::Work>> jobs;
     for (auto&& callable : range) {
         jobs.push_back(detail::makePost(pool.scheduler(), name, static_cast<Passed>(callable)));

@@ -2,7 +2,6 @@
 /// Handing callables to a pool.
 #pragma once
 
-#include <iterator>
 #include <string_view>
 #include <type_traits>
 #include <utility>
@@ -12,6 +11,7 @@
 #include <ktasync/KTPoolRef.h>
 #include <ktasync/KTScopedPool.h>
 #include <ktasync/KTStopToken.h>
+#include <ktasync/detail/RangeElement.h>
 
 namespace KT {
 
@@ -66,11 +66,10 @@ auto submit(const KTPoolRef& pool, F&& callable, Args&&... args)
 
 /// Has all callables of `range` called, in its order; returns their futures, in its order too. The
 /// queue and the wake-up are paid once for all. The pool looks once whether it should grow, and
-/// then as tasks end. Moves the callables out of a range that is a temporary one or moved, and
-/// copies them otherwise. Throws std::bad_alloc; none is called then.
-/// \code
-/// std::vector<std::function<int()>> parts = split(work);
-/// for (KT::KTFuture<int>& part : KT::submitAll(pool, "part", std::move(parts))) {
+/// then as tasks end. Moves the callables out of a container that is a temporary one or moved, and
+/// copies them otherwise, out of a view too: the container behind it is somebody else's. Throws
+/// std::bad_alloc; none is called then. \code std::vector<std::function<int()>> parts =
+/// split(work); for (KT::KTFuture<int>& part : KT::submitAll(pool, "part", std::move(parts))) {
 ///     total += part.get();
 /// }
 /// \endcode
@@ -84,10 +83,8 @@ auto submit(const KTPoolRef& pool, F&& callable, Args&&... args)
 template <typename Range>
 auto submitAll(const KTPoolRef& pool, std::string_view name, Range&& range)
 {
-    using Element = decltype(*std::begin(range));
-    using Passed = std::conditional_t<std::is_lvalue_reference_v<Range>, Element,
-                                      std::remove_reference_t<Element>&&>;
-    std::vector<KTFuture<typename detail::BoundOf<Element>::Result>> futures;
+    using Passed = detail::PassedElement<Range>;
+    std::vector<KTFuture<typename detail::BoundOf<Passed>::Result>> futures;
     std::vector<boost::intrusive_ptr<detail::Work>> jobs;
     for (auto&& callable : range) {
         const auto job = detail::Start::make(pool.scheduler(), name, static_cast<Passed>(callable));
