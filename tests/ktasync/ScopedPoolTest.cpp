@@ -224,8 +224,10 @@ TEST(ScopedPoolName, BeginsTheRecordsOfThePool)
         KT::post(pool, "post", failing);
         KT::submit(pool, "submit", failing);
         KT::KTTaskGroup(pool).run(failing);
-        KT::submit(pool, [&pool] { pool.close(); }).get();
     }
+    auto last = std::make_unique<KT::KTScopedPool>(named());
+    KT::KTScopedPool& pool = *last;
+    KT::submit(pool, [last = std::move(last)]() mutable { last.reset(); }).get();
     const std::string label = "pool 'the pool that renders the rest.': ";
     const std::string why = "failed, and nobody asked for its result: why";
     std::vector<std::string> texts;
@@ -235,7 +237,7 @@ TEST(ScopedPoolName, BeginsTheRecordsOfThePool)
     EXPECT_THAT(texts, testing::UnorderedElementsAre(
                            label + "task 'post' " + why, label + "task 'submit' " + why,
                            label + "task 'TestBody' " + why,
-                           label + "closed by a task of its own: leaving them"));
+                           label + "destroyed by a task of its own: leaving them"));
 }
 
 TEST(ScopedPoolName, BeginsTheRecordOfAnEndWithWorkLeft)

@@ -2,7 +2,9 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <memory>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "Allocations.h"
@@ -137,6 +139,19 @@ TEST(SubmitOutOfMemory, BatchThrowsAndNoneEverRuns)
     held.release();
     EXPECT_TRUE(held.pool.close());
     EXPECT_EQ(ran, 50);
+}
+
+TEST(SubmitOutOfMemory, ThenLeavesTheCallableAsItWas)
+{
+    HeldPool held;
+    KT::KTFuture<int> front = KT::submit(held.pool, [] { return 1; });
+    KT::KTFuture<int> back;
+    auto add = [one = std::make_shared<int>(1), ballast = Ballast()](int n) {
+        return n + *one + ballast[0];
+    };
+    EXPECT_EQ(failEach([&] { back = front.then(std::move(add)); }), 1);
+    held.release();
+    EXPECT_EQ(back.get(), 2);
 }
 
 TEST(SubmitOutOfMemory, ThenThrowsAndLeavesTheFutureAsItWas)

@@ -287,6 +287,74 @@ TEST(StopToken, WaitsForAsLongAsItIsTold)
     EXPECT_NO_THROW(KT::KTStopToken().throwIfStopRequested());
 }
 
+/// A result that keeps its own task, by the token.
+struct WithToken {
+    KT::KTStopToken token;
+    std::shared_ptr<int> kept;
+};
+
+class TokenInAResult : public testing::Test {
+protected:
+    KT::KTFuture<WithToken> submit()
+    {
+        return KT::submit(held.pool, [kept = kept](const KT::KTStopToken& stop) {
+            return WithToken{stop, kept};
+        });
+    }
+    bool isDestroyed()
+    {
+        return eventually([this] { return kept.use_count() == 1; });
+    }
+
+    const std::shared_ptr<int> kept = std::make_shared<int>(0);
+    HeldPool held;
+};
+
+TEST_F(TokenInAResult, IsDestroyedWithItWhenTheFutureGoes)
+{
+    KT::KTFuture<WithToken> future = submit();
+    held.release();
+    future.wait();
+    future = KT::KTFuture<WithToken>();
+    EXPECT_TRUE(isDestroyed());
+}
+
+TEST_F(TokenInAResult, IsDestroyedWithItWhenTheTaskEndsIfTheFutureWentBefore)
+{
+    submit();
+    held.release();
+    EXPECT_TRUE(isDestroyed());
+}
+
+TEST_F(TokenInAResult, IsDestroyedWithItWhenWhatFollowsIsCancelled)
+{
+    KT::KTFuture<void> next = submit().then([](const WithToken&) {});
+    next.cancel();
+    held.release();
+    EXPECT_TRUE(isDestroyed());
+}
+
+TEST_F(TokenInAResult, LastsForAsLongAsTheResult)
+{
+    KT::KTFuture<WithToken> future = submit();
+    held.release();
+    {
+        const WithToken result = future.get();
+        EXPECT_FALSE(result.token.stopRequested());
+    }
+    EXPECT_TRUE(isDestroyed());
+}
+
+TEST_F(TokenInAResult, IsDestroyedWithAnExceptionThatHasItWhenTheFutureGoes)
+{
+    const LogCapture log("ktasync");
+    KT::submit(held.pool, [kept = kept](const KT::KTStopToken& stop) {
+        throw WithToken{stop, kept};
+    });
+    held.release();
+    EXPECT_TRUE(isDestroyed());
+}
+
 TEST(SubmitAll, CallsAllInOrderAndGivesTheirFutures)
 {
     KT::KTScopedPool pool(fixedSize(1));

@@ -65,10 +65,8 @@ public:
     /// \return  the task's result, moved
     R get()
     {
-        detail::ResultJob<R>& job = checked("get");
-        job.wait(-1);
-        share.setTaken();
-        return job.take();
+        checked("get").wait(-1);
+        return share.take();
     }
 
     /// Blocks until the task has ended. Throws KTError in that task itself. A cancellation point.

@@ -43,9 +43,6 @@ FutureJob::FutureJob(Scheduler& ofPool, std::string_view name) : Job(ofPool, nam
 
 FutureJob::~FutureJob()
 {
-    if (failure && outcome() == Outcome::failed) {
-        logUnseen(scheduler().label(), name(), failure);
-    }
     intrusive_ptr_release(&scheduler());
 }
 
@@ -68,9 +65,17 @@ void FutureJob::conclude(Outcome outcome, std::exception_ptr error)
     failure = std::move(error);
     const auto how = static_cast<unsigned short>(static_cast<unsigned>(outcome) << outcomeShift);
     const unsigned short before = state.fetch_or(readyMark | how);
-    if ((before & (awaitedMark | followedMark)) == 0) {
-        return;
+    if ((before & (awaitedMark | followedMark)) != 0) {
+        tellOfEnd(outcome);
     }
+    if ((before & forsakenMark) != 0) {
+        const InJob frame(*this);
+        forget();
+    }
+}
+
+void FutureJob::tellOfEnd(Outcome outcome)
+{
     boost::intrusive_ptr<FutureJob> next;
     {
         ParkingPlace& place = ParkingPlace::of(this);
@@ -82,6 +87,23 @@ void FutureJob::conclude(Outcome outcome, std::exception_ptr error)
         // A pool that stops takes tasks for a moment yet, and never runs them.
         Backlog::passOn(std::move(next), outcome == Outcome::lost);
     }
+}
+
+void FutureJob::forsake()
+{
+    if ((state.fetch_or(forsakenMark) & readyMark) != 0) {
+        forget();
+    }
+}
+
+// Of the end and the last share, what comes second does it.
+void FutureJob::forget()
+{
+    if (failure && outcome() == Outcome::failed) {
+        logUnseen(scheduler().label(), name(), failure);
+    }
+    failure = nullptr;
+    destroyResult();
 }
 
 bool FutureJob::wait(int milliseconds)

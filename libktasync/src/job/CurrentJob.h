@@ -60,5 +60,20 @@ private:
     static std::uintptr_t nextNumber();
 };
 
+/// The calling thread is in `job`, for a scope.
+class InJob {
+public:
+    explicit InJob(Job& job) : frame{&job, CurrentJob::innermost}
+    {
+        CurrentJob::innermost = &frame;
+    }
+    ~InJob() { CurrentJob::innermost = frame.around; }
+    InJob(const InJob&) = delete;
+    InJob& operator=(const InJob&) = delete;
+
+private:
+    const CurrentJob frame;
+};
+
 }  // namespace detail
 }  // namespace KT

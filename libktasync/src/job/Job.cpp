@@ -180,10 +180,8 @@ void Job::finish(Outcome outcome, std::exception_ptr error, Time::time_point sta
     {
         // What the job was given is destroyed inside of it: a group or a pool in there must not
         // wait for this very job.
-        const CurrentJob frame{this, CurrentJob::innermost};
-        CurrentJob::innermost = &frame;
+        const InJob frame(*this);
         discard();
-        CurrentJob::innermost = frame.around;
     }
     // Before anybody hears of the end: who then looks at the figures finds the task in them.
     if (queuedAt != Time::time_point()) {

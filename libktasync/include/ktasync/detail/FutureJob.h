@@ -35,6 +35,10 @@ public:
     /// Throws what the call threw, or KTCancelled. Only for a job that has ended, and once.
     void rethrowFailure();
 
+    /// Nobody is left who may ask for the result: destroys it, or has it destroyed at once when the
+    /// job ends, and logs an exception. The result may hold the job itself, by a KTStopToken.
+    void forsake();
+
     /// Has `next` queued when this job has ended.
     void attach(const boost::intrusive_ptr<FutureJob>& next);
 
@@ -45,20 +49,24 @@ public:
 protected:
     void claimed() override;
     void conclude(Outcome outcome, std::exception_ptr error) override;
+    virtual void destroyResult() = 0;
 
 private:
     using Path = std::vector<boost::intrusive_ptr<FutureJob>>;
     KTASYNC_HIDDEN boost::intrusive_ptr<FutureJob> firstUnfinished(Path& path);
     KTASYNC_HIDDEN bool waitForEnd(const Deadline& end);
     KTASYNC_HIDDEN Outcome outcome() const;
+    KTASYNC_HIDDEN void tellOfEnd(Outcome outcome);
+    KTASYNC_HIDDEN void forget();
 
     static constexpr unsigned short readyMark = firstOfDerived;
     static constexpr unsigned short awaitedMark = firstOfDerived << 1;  ///< by a thread that sleeps
     static constexpr unsigned short followedMark = firstOfDerived << 2;  ///< `continuation` is set
     static constexpr unsigned short followsMark = firstOfDerived << 3;   ///< `source` is set
     static constexpr unsigned short toDropMark = firstOfDerived << 4;
+    static constexpr unsigned short forsakenMark = firstOfDerived << 5;
     static constexpr int outcomeShift = 12;
-    static_assert(toDropMark < foreignMark, "the job's mark is its own");
+    static_assert(forsakenMark < foreignMark, "the job's mark is its own");
     static_assert(foreignMark < (1 << outcomeShift), "the outcome has bits of its own");
 
     std::exception_ptr failure;
@@ -93,6 +101,8 @@ public:
     }
 
 protected:
+    void destroyResult() override { result.reset(); }
+
     template <typename Call>
     void keepResultOf(Call&& call)
     {
@@ -118,6 +128,8 @@ public:
     void take() { rethrowFailure(); }
 
 protected:
+    void destroyResult() override {}
+
     template <typename Call>
     void keepResultOf(Call&& call)
     {

@@ -10,10 +10,11 @@ namespace KT {
 namespace detail {
 
 /// A share in a job, with the right to take its result once. The share itself lasts for as long as
-/// this object, so that other threads may be at the job while the result is taken.
+/// this object, so that other threads may be at the job while the result is taken. Destroyed
+/// without that, it has the job forget the result.
 ///
 /// `job`, `isTaken` and `isEmpty` may be called by several threads at once, also while one calls
-/// `setTaken`; nothing else may happen at the same time as the rest. Nothing here blocks.
+/// `take` or `setTaken`; nothing else may happen at the same time as the rest. Nothing here blocks.
 template <typename JobType>
 class FutureShare {
 public:
@@ -31,8 +32,9 @@ public:
     }
     ~FutureShare()
     {
-        if (JobType* const ended = job()) {
-            intrusive_ptr_release(ended);
+        const boost::intrusive_ptr<JobType> released(job(), false);
+        if (released && !isTaken()) {
+            released->forsake();
         }
     }
 
@@ -49,6 +51,13 @@ public:
     void setTaken()
     {
         word.store(word.load(std::memory_order_relaxed) | taken, std::memory_order_relaxed);
+    }
+
+    /// As ResultJob::take. Only for a share that isn't empty, nor taken.
+    decltype(auto) take()
+    {
+        setTaken();
+        return job()->take();
     }
 
 private:

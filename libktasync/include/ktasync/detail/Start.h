@@ -25,17 +25,25 @@ public:
     using Chosen = std::conditional_t<OnResult::possible, OnResult, OnFuture>;
     using Result = typename Chosen::Result;
 
+    /// What it is made of. It is made in place, when there is memory for it: what throws
+    /// std::bad_alloc has moved nothing.
     template <typename G>
-    Continuation(boost::intrusive_ptr<ResultJob<R>> front, G&& callableToKeep)
-        : source(std::move(front)), callable(std::forward<G>(callableToKeep))
+    struct Parts {
+        ResultJob<R>& front;
+        G&& callable;
+    };
+
+    template <typename G>
+    explicit Continuation(const Parts<G>& parts)
+        : callable(std::forward<G>(parts.callable)), source(&parts.front)
     {
     }
 
     Result operator()(const KTStopToken& token);
 
 private:
-    boost::intrusive_ptr<ResultJob<R>> source;
     F callable;
+    FutureShare<ResultJob<R>> source;  // last: no exception follows
 };
 
 struct Start {
@@ -43,7 +51,12 @@ struct Start {
     static auto futureOf(boost::intrusive_ptr<JobType> job)
     {
         using R = typename JobType::Result;
-        return KTFuture<R>(FutureShare<ResultJob<R>>(std::move(job)));
+        return futureOf(FutureShare<ResultJob<R>>(std::move(job)));
+    }
+    template <typename R>
+    static KTFuture<R> futureOf(FutureShare<ResultJob<R>> share)
+    {
+        return KTFuture<R>(std::move(share));
     }
 
     /// A job, not queued yet.
@@ -71,11 +84,13 @@ struct Start {
                       "the callable of then can't be called with the result (moved), nor with the "
                       "ready KTFuture, nor after a const KTStopToken&");
         if constexpr (Next::possible) {
-            const boost::intrusive_ptr<ResultJob<R>> source(share.job());
-            const auto job =
-                make(source->scheduler(), name, Next(source, std::forward<F>(callable)));
+            using Call = Bound<Next>;
+            ResultJob<R>& source = *share.job();
+            const typename Next::template Parts<F> parts{source, std::forward<F>(callable)};
+            const boost::intrusive_ptr<FutureCall<Call>> job(
+                new FutureCall<Call>(source.scheduler(), name, parts));
             share.setTaken();
-            source->attach(job);
+            source.attach(job);
             return futureOf(job);
         }
     }
@@ -88,10 +103,10 @@ auto Continuation<R, F>::operator()(const KTStopToken& token) -> Result
     if constexpr (!OnResult::possible) {
         return OnFuture::call(std::move(callable), sameToken, Start::futureOf(std::move(source)));
     } else if constexpr (std::is_void_v<R>) {
-        source->take();
+        source.take();
         return OnResult::call(std::move(callable), sameToken);
     } else {
-        return OnResult::call(std::move(callable), sameToken, source->take());
+        return OnResult::call(std::move(callable), sameToken, source.take());
     }
 }
 
