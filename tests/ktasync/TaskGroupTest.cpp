@@ -2,9 +2,13 @@
 #include <atomic>
 #include <memory>
 #include <optional>
+#include <stdexcept>
+#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
+
+#include <pthread.h>
 
 #include <boost/make_shared.hpp>
 
@@ -340,6 +344,122 @@ TEST(TaskGroupLimit, PlaceIsGivenBackWhenTheTaskCannotBeMade)
     EXPECT_THROW(group.run(bad), std::logic_error);
     EXPECT_THROW(group.tryRun(bad), std::logic_error);
     group.wait();
+}
+
+TEST(TaskGroupLimit, BoundsTheQueue)
+{
+    HeldPool held;
+    std::atomic<int> ran(0);
+    int mostQueued = 0;
+    {
+        KT::KTTaskGroup group(held.pool, 10);
+        for (int i = 0; i < 1000; ++i) {
+            group.run([&ran] { ++ran; });
+            mostQueued = std::max(mostQueued, held.pool.status().queuedTasks);
+        }
+        group.wait();
+        EXPECT_EQ(held.pool.status().queuedTasks, 0);
+    }
+    EXPECT_EQ(ran, 1000);
+    EXPECT_LE(mostQueued, 10);
+}
+
+TEST(TaskGroupWaiters, ThatSleepLeaveTheTasksToTheWorkers)
+{
+    KT::KTScopedPool pool(fixedSize(1));
+    std::atomic<int> elsewhere(0);
+    const std::thread::id here = std::this_thread::get_id();
+    KT::KTTaskGroup group(pool, 2, KT::KTTaskGroup::Waiters::sleep);
+    for (int i = 0; i < 1000; ++i) {
+        group.run([&] { elsewhere += std::this_thread::get_id() != here; });
+    }
+    group.wait();
+    EXPECT_EQ(elsewhere, 1000);
+}
+
+TEST(TaskGroupWaiters, ThatSleepInATaskOfThePoolHelpAllTheSame)
+{
+    KT::KTScopedPool pool(fixedSize(1));
+    std::atomic<int> ran(0);
+    KT::submit(pool, [&] {
+        KT::KTTaskGroup group(pool, 2, KT::KTTaskGroup::Waiters::sleep);
+        for (int i = 0; i < 10; ++i) {
+            group.run([&ran] { ++ran; });
+        }
+        group.wait();
+    }).get();
+    EXPECT_EQ(ran, 10);
+}
+
+TEST(TaskGroupSubmit, GivesTheResult)
+{
+    KT::KTScopedPool pool(fixedSize(2));
+    KT::KTTaskGroup group(pool);
+    KT::KTFuture<int> sum = group.submit(
+        "add", [](int a, int b) { return a + b; }, 1, 2);
+    KT::KTFuture<std::string> name =
+        group.submit([](const KT::KTStopToken&) { return "x"; }).then([](const std::string& x) {
+            return x + "y";
+        });
+    group.wait();
+    EXPECT_TRUE(sum.isReady());
+    EXPECT_EQ(sum.get(), 3);
+    EXPECT_EQ(name.get(), "xy");
+}
+
+TEST(TaskGroupSubmit, LeavesExceptionsToTheFuture)
+{
+    KT::KTScopedPool pool(fixedSize(2));
+    KT::KTTaskGroup group(pool);
+    KT::KTFuture<void> failing = group.submit([] { throw std::runtime_error("why"); });
+    group.wait();
+    EXPECT_EQ(group.failures(), 1);
+    EXPECT_THROW(failing.get(), std::runtime_error);
+}
+
+TEST(TaskGroupSubmit, IsCancelledWithTheGroup)
+{
+    HeldPool held;
+    KT::KTTaskGroup group(held.pool);
+    KT::KTFuture<void> dropped = group.submit([] { ADD_FAILURE(); });
+    group.cancel();
+    group.wait();
+    EXPECT_EQ(group.cancellations(), 1);
+    EXPECT_THROW(dropped.get(), KT::KTCancelled);
+}
+
+TEST(TaskGroupSubmit, IsRunByItsWaiterInATask)
+{
+    KT::KTScopedPool pool(fixedSize(1));
+    EXPECT_EQ(KT::submit(pool,
+                         [&pool] {
+                             KT::KTTaskGroup group(pool);
+                             return group.submit([] { return 7; }).get();
+                         })
+                  .get(),
+              7);
+}
+
+TEST(TaskGroupEnd, CancelsWhenItsWaiterIsCancelled)
+{
+    KT::KTScopedPool pool(fixedSize(1));
+    std::atomic<bool> wasAsked(false);
+    Gate gate;
+    std::thread waiter([&] {
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+        KT::KTTaskGroup group(pool);
+        group.run([&](const KT::KTStopToken& stop) {
+            gate.pass();
+            wasAsked = stop.waitFor(-1);
+        });
+        EXPECT_TRUE(untilArrived(pool, gate));
+        gate.open();
+        pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
+        group.wait();
+    });
+    pthread_cancel(waiter.native_handle());
+    waiter.join();
+    EXPECT_TRUE(wasAsked);
 }
 
 TEST(TaskGroupEnd, WaitsForTheTasks)

@@ -13,6 +13,7 @@
 #include <ktasync/KTScopedPool.h>
 #include <ktasync/detail/Bound.h>
 #include <ktasync/detail/Group.h>
+#include <ktasync/detail/Start.h>
 #include <ktasync/export.h>
 
 namespace KT {
@@ -39,15 +40,23 @@ namespace KT {
 /// \ingroup ktasync
 class KTASYNC_EXPORT KTTaskGroup {
 public:
+    /// What a thread does that waits for the group, or for a place in it.
+    enum class Waiters {
+        help,  ///< it runs tasks of the group
+        sleep  ///< it leaves them to the workers: no more run at once than the pool has of these
+    };
+
     /// An empty group. Throws KTError if `limit` is negative, std::bad_alloc.
     ///
-    /// \param pool   where its tasks run
-    /// \param limit  tasks in flight at most, queued or running; 0: no limit
-    explicit KTTaskGroup(const KTPoolRef& pool, int limit = 0);
+    /// \param pool     where its tasks run
+    /// \param limit    tasks in flight at most, queued or running; 0: no limit
+    /// \param waiters  outside the pool; its own tasks always help
+    explicit KTTaskGroup(const KTPoolRef& pool, int limit = 0, Waiters waiters = Waiters::help);
 
-    /// Blocks as `wait`. Cancels first if it is left by an exception, or by a task that was asked
-    /// to stop. An exception that no `wait` has thrown is logged (category "ktasync"). In one of
-    /// its own tasks it cancels the others, and doesn't wait.
+    /// Blocks as `wait`. Cancels first if it is left by an exception, by a task that was asked to
+    /// stop, or by a thread that was cancelled in one of the group's operations. An exception that
+    /// no `wait` has thrown is logged (category "ktasync"). In one of its own tasks it cancels the
+    /// others, and doesn't wait.
     ~KTTaskGroup();
 
     KTTaskGroup(const KTTaskGroup&) = delete;
@@ -75,7 +84,8 @@ public:
     void run(std::string_view name, F&& callable, Args&&... args)
     {
         detail::Place place(*group, true);
-        start(place, name, std::forward<F>(callable), std::forward<Args>(args)...);
+        start<detail::GroupCall>(place, name, std::forward<F>(callable),
+                                 std::forward<Args>(args)...);
     }
 
     /// As `run`, but instead of blocking it does nothing and says false.
@@ -102,8 +112,35 @@ public:
         if (!place) {
             return false;
         }
-        start(place, name, std::forward<F>(callable), std::forward<Args>(args)...);
+        start<detail::GroupCall>(place, name, std::forward<F>(callable),
+                                 std::forward<Args>(args)...);
         return true;
+    }
+
+    /// As `run`, and gives a future of the result. What the callable throws reaches the future
+    /// alone: `wait` doesn't throw it, and counts it. So does the end of a task that was dropped.
+    ///
+    /// \param callable  copied, or moved in, as are the arguments
+    /// \param args      what it is called with
+    /// \return          as of the function `submit`
+    template <typename F, typename... Args, std::enable_if_t<!detail::isName<F>, int> = 0>
+    auto submit(F&& callable, Args&&... args)
+    {
+        return submit(group->name().view(), std::forward<F>(callable), std::forward<Args>(args)...);
+    }
+
+    /// The same, with a task name.
+    ///
+    /// \param name      of the task; copied
+    /// \param callable  copied, or moved in, as are the arguments
+    /// \param args      what it is called with
+    /// \return          as of the function `submit`
+    template <typename F, typename... Args>
+    auto submit(std::string_view name, F&& callable, Args&&... args)
+    {
+        detail::Place place(*group, true);
+        return detail::Start::futureOf(start<detail::GroupFutureCall>(
+            place, name, std::forward<F>(callable), std::forward<Args>(args)...));
     }
 
     /// Blocks until all tasks have ended, and throws the first exception of those that ended since
@@ -135,24 +172,27 @@ public:
     int cancellations() const { return group->cancellations(); }
 
 private:
-    template <typename F, typename... Args>
-    void start(detail::Place& place, std::string_view name, F&& callable, Args&&... args);
+    template <template <typename> class JobOf, typename F, typename... Args>
+    auto start(detail::Place& place, std::string_view name, F&& callable, Args&&... args);
 
     boost::intrusive_ptr<detail::Group> group;
     int exceptionsAround;
 };
 
-template <typename F, typename... Args>
-void KTTaskGroup::start(detail::Place& place, std::string_view name, F&& callable, Args&&... args)
+template <template <typename> class JobOf, typename F, typename... Args>
+auto KTTaskGroup::start(detail::Place& place, std::string_view name, F&& callable, Args&&... args)
 {
     using Call = detail::BoundOf<F, Args...>;
     static_assert(Call::Call::possible,
                   "the callable can't be called with these arguments: it gets moved copies of them "
                   "(std::ref passes a reference), after a const KTStopToken& if it takes one");
     if constexpr (Call::Call::possible) {
-        const boost::intrusive_ptr<detail::GroupJob> job(new detail::GroupCall<Call>(
-            group, name, std::forward<F>(callable), std::forward<Args>(args)...));
-        group->start(job, place.passOn());
+        const boost::intrusive_ptr<JobOf<Call>> job(
+            new JobOf<Call>(group, name, std::forward<F>(callable), std::forward<Args>(args)...));
+        group->start(*job, place.passOn());
+        return job;
+    } else {
+        return boost::intrusive_ptr<detail::ResultJob<void>>();
     }
 }
 

@@ -22,19 +22,40 @@ const int lookForStopMs = 20;
 /// How often a waiter looks for work before it sleeps: some microseconds.
 const int looksBeforeSleep = 50;
 
+/// Marks a scope that the unwinding of a cancelled thread leaves: a destructor further out can't
+/// tell that from a return.
+class CutOff {
+public:
+    explicit CutOff(std::atomic<bool>& toSet) : mark(toSet) {}
+    ~CutOff()
+    {
+        if (!isOver) {
+            mark = true;
+        }
+    }
+    CutOff(const CutOff&) = delete;
+    CutOff& operator=(const CutOff&) = delete;
+
+    void over() { isOver = true; }
+
+private:
+    std::atomic<bool>& mark;
+    bool isOver = false;
+};
+
 }  // namespace
 
-GroupJob::GroupJob(boost::intrusive_ptr<Group> ofGroup, std::string_view jobName)
-    : Job(ofGroup->scheduler(), jobName), owner(std::move(ofGroup))
+GroupMember::GroupMember(boost::intrusive_ptr<Group> ofGroup, Job& itself)
+    : owner(std::move(ofGroup)), job(itself)
 {
 }
 
-GroupJob::~GroupJob() = default;
+GroupMember::~GroupMember() = default;
 
-void GroupJob::claimed()
+void GroupMember::claimed()
 {
     // A waiter that claims it has moved it before.
-    if (!isRunning.load(std::memory_order_relaxed)) {
+    if (!isRunning().load(std::memory_order_relaxed)) {
         const std::lock_guard<std::mutex> hold(owner->mutex);
         owner->moveToRunningLocked(*this);
         Runner* const runner = owner->home.runnerOfThisThread();
@@ -42,16 +63,26 @@ void GroupJob::claimed()
     }
 }
 
-void GroupJob::conclude(Outcome outcome, std::exception_ptr error)
+void GroupMember::concluded(Outcome outcome, std::exception_ptr error, bool told)
 {
-    owner->ended(*this, outcome, std::move(error));
+    const std::lock_guard<std::mutex> hold(owner->mutex);
+    owner->unlistLocked(*this);
+    owner->countLocked(outcome, std::move(error), told);
 }
 
-Group::Group(const KTPoolRef& ofPool, int limitOfPlaces)
+GroupJob::GroupJob(const boost::intrusive_ptr<Group>& ofGroup, std::string_view jobName)
+    : Job(ofGroup->scheduler(), jobName), GroupMember(ofGroup, *this)
+{
+}
+
+GroupJob::~GroupJob() = default;
+
+Group::Group(const KTPoolRef& ofPool, int limitOfPlaces, bool waitersHelp)
     : pool(ofPool.pool()),
       home(ofPool.scheduler()),
       usualName(ofPool.defaultName()),
-      limit(limitOfPlaces)
+      limit(limitOfPlaces),
+      helps(waitersHelp)
 {
 }
 
@@ -88,31 +119,40 @@ void Group::leave()
     changed.notify_all();
 }
 
-bool Group::listLocked(GroupJob& job)
+bool Group::listLocked(GroupMember& member)
 {
     if (!isCancelled) {
-        waiting.push_back(job);
+        waiting.push_back(member);
         // Who waits may be the only one left to run it.
         changed.notify_all();
     }
     return !isCancelled;
 }
 
-void Group::moveToRunningLocked(GroupJob& job)
+void Group::moveToRunningLocked(GroupMember& member)
 {
-    if (job.hook.is_linked() && !job.isRunning) {
-        waiting.erase(waiting.iterator_to(job));
-        running.push_back(job);
-        job.isRunning = true;
+    if (member.hook.is_linked() && !member.isRunning()) {
+        waiting.erase(waiting.iterator_to(member));
+        running.push_back(member);
+        member.isRunning() = true;
     }
 }
 
-void Group::start(const boost::intrusive_ptr<GroupJob>& job, Entry place)
+void Group::unlistLocked(GroupMember& member)
 {
+    if (member.hook.is_linked()) {
+        Members& list = member.isRunning() ? running : waiting;
+        list.erase(list.iterator_to(member));
+    }
+}
+
+void Group::start(GroupMember& member, Entry place)
+{
+    const boost::intrusive_ptr<Job> job(&member.job);
     bool isListed = false;
     {
         const Lock hold(mutex);
-        isListed = listLocked(*job);
+        isListed = listLocked(member);
     }
     if (!isListed) {
         job->drop();
@@ -162,9 +202,9 @@ boost::intrusive_ptr<Job> Group::takeWaitingLocked()
     if (waiting.empty()) {
         return nullptr;
     }
-    const boost::intrusive_ptr<GroupJob> job(&waiting.front());
-    moveToRunningLocked(*job);
-    return job;
+    GroupMember& member = waiting.front();
+    moveToRunningLocked(member);
+    return &member.job;
 }
 
 // In a task, a thread that waits for what a carrier has taken runs what that one has submitted
@@ -188,7 +228,7 @@ bool Group::mayRunTasks(const Deadline& end) const
     if (CurrentJob::innermost != nullptr) {
         return CurrentJob::isAnyOf(home);
     }
-    return end.isNever() || pool->runningInThisThread();
+    return (helps && end.isNever()) || pool->runningInThisThread();
 }
 
 bool Group::runOneOrWait(Lock& hold, const Deadline& end)
@@ -196,10 +236,18 @@ bool Group::runOneOrWait(Lock& hold, const Deadline& end)
     if (end.isOver()) {
         return false;
     }
-    if (!mayRunTasks(end)) {
+    CutOff cutOff(wasCutOff);
+    if (mayRunTasks(end)) {
+        runOneOrSleep(hold, end);
+    } else {
         end.wait(hold, changed);
-        return true;
     }
+    cutOff.over();
+    return true;
+}
+
+void Group::runOneOrSleep(Lock& hold, const Deadline& end)
+{
     boost::intrusive_ptr<Job> job = takeWaitingLocked();
     for (int looks = 0; !job && places != 0 && thief != nullptr && looks < looksBeforeSleep;
          ++looks) {
@@ -220,22 +268,20 @@ bool Group::runOneOrWait(Lock& hold, const Deadline& end)
     } else if (places != 0 && waiting.empty()) {
         end.wait(hold, changed);
     }
-    return true;
 }
 
 void Group::dropWaiting()
 {
     for (;;) {
-        boost::intrusive_ptr<GroupJob> job;
+        boost::intrusive_ptr<Job> job;
         {
             const Lock hold(mutex);
             isCancelled = true;
             isUnsettled = true;
-            if (waiting.empty()) {
-                return;
-            }
-            job = &waiting.front();
-            moveToRunningLocked(*job);
+            job = takeWaitingLocked();
+        }
+        if (!job) {
+            return;
         }
         job->drop();
     }
@@ -248,7 +294,7 @@ void Group::cancel()
     // go of a job may run a client's destructor.
     Lock hold(mutex);
     for (std::size_t left = running.size(); left > 0 && !running.empty(); --left) {
-        const boost::intrusive_ptr<GroupJob> job(&running.front());
+        const boost::intrusive_ptr<Job> job(&running.front().job);
         running.splice(running.end(), running, running.begin());
         hold.unlock();
         job->requestStopOfOwn();
@@ -263,7 +309,7 @@ Group::Account Group::close(bool isUnwinding)
     }
     const NoCancellation off;
     const Job* const around = CurrentJob::ofThisThread();
-    bool isToEnd = isUnwinding;
+    bool isToEnd = isUnwinding || wasCutOff;
     if (places != 0 && isCallersOwn()) {
         cancel();
         return Account();
@@ -288,15 +334,10 @@ Group::Account Group::settle()
     return std::exchange(account, Account());
 }
 
-void Group::ended(GroupJob& job, Outcome outcome, std::exception_ptr error)
+void Group::countLocked(Outcome outcome, std::exception_ptr error, bool told)
 {
-    const Lock hold(mutex);
     if (thief == home.runnerOfThisThread()) {
         thief = nullptr;
-    }
-    if (job.hook.is_linked()) {
-        Jobs& list = job.isRunning ? running : waiting;
-        list.erase(list.iterator_to(job));
     }
     failed += outcome == Outcome::failed;
     const bool isCancellation = outcome == Outcome::cancelled || outcome == Outcome::lost;
@@ -305,7 +346,7 @@ void Group::ended(GroupJob& job, Outcome outcome, std::exception_ptr error)
     if (error && !account.first && !(isCancellation && isCancelled)) {
         account.first = std::move(error);
     }
-    account.lost = account.lost || (isCancellation && !isCancelled);
+    account.lost = account.lost || (told && isCancellation && !isCancelled);
     isUnsettled = isUnsettled || account.first || account.lost;
     --places;
     if (places == 0 || limit > 0) {

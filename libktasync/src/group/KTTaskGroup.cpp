@@ -24,8 +24,9 @@ void throwFirst(const detail::Group::Account& account, const detail::Group& grou
 
 }  // namespace
 
-KTTaskGroup::KTTaskGroup(const KTPoolRef& pool, int limit)
-    : group(new detail::Group(pool, limit)), exceptionsAround(std::uncaught_exceptions())
+KTTaskGroup::KTTaskGroup(const KTPoolRef& pool, int limit, Waiters waiters)
+    : group(new detail::Group(pool, limit, waiters == Waiters::help)),
+      exceptionsAround(std::uncaught_exceptions())
 {
     if (limit < 0) {
         throw KTError("KTTaskGroup", "KTTaskGroup",

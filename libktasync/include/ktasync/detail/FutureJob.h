@@ -139,7 +139,7 @@ protected:
 
 /// With the callable.
 template <typename Bound>
-class FutureCall final : public ResultJob<typename Bound::Result> {
+class FutureCall : public ResultJob<typename Bound::Result> {
 public:
     template <typename... Parts>
     FutureCall(Scheduler& ofPool, std::string_view name, Parts&&... parts)

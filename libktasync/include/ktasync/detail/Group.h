@@ -15,6 +15,7 @@
 #include <boost/smart_ptr/intrusive_ref_counter.hpp>
 
 #include <ktasync/KTPoolRef.h>
+#include <ktasync/detail/FutureJob.h>
 #include <ktasync/detail/Job.h>
 #include <ktasync/export.h>
 
@@ -25,51 +26,49 @@ class Deadline;
 class Group;
 struct Runner;
 
-/// A job of a group. It is in one of the group's two lists from `start` until it ends.
-class KTASYNC_EXPORT GroupJob : public Job {
+/// What makes a job one of a group. It is in one of the group's two lists from `start` until it
+/// ends.
+class KTASYNC_EXPORT GroupMember {
 public:
-    GroupJob(boost::intrusive_ptr<Group> ofGroup, std::string_view jobName);
-    ~GroupJob() override;
-
-    const Group* group() const override { return owner.get(); }
+    GroupMember(const GroupMember&) = delete;
+    GroupMember& operator=(const GroupMember&) = delete;
 
 protected:
-    void claimed() override;
-    void conclude(Outcome outcome, std::exception_ptr error) override;
+    GroupMember(boost::intrusive_ptr<Group> ofGroup, Job& itself);
+    ~GroupMember();
+
+    /// For the job's operations of the same names. The group doesn't throw `error` if it isn't
+    /// `told` how the job has ended.
+    void claimed();
+    void concluded(Outcome outcome, std::exception_ptr error, bool told);
+    const Group* itsGroup() const { return owner.get(); }
 
 private:
     friend class Group;
     const boost::intrusive_ptr<Group> owner;
-    // Written under the group's mutex.
-    boost::intrusive::list_member_hook<> hook;
-    std::atomic<bool> isRunning{false};
+    Job& job;
+    std::atomic<bool>& isRunning() { return job.ownersFlag(); }
+    boost::intrusive::list_member_hook<> hook;  ///< written under the group's mutex
+};
+
+/// A job that only its group asks about.
+class KTASYNC_EXPORT GroupJob : public Job, public GroupMember {
+public:
+    GroupJob(const boost::intrusive_ptr<Group>& ofGroup, std::string_view jobName);
+    ~GroupJob() override;
+
+    const Group* group() const override { return itsGroup(); }
+
+protected:
+    void claimed() override { GroupMember::claimed(); }
+    void conclude(Outcome outcome, std::exception_ptr error) override
+    {
+        concluded(outcome, std::move(error), true);
+    }
 };
 
 template <typename Bound>
-class GroupCall final : public GroupJob {
-public:
-    template <typename... Parts>
-    GroupCall(boost::intrusive_ptr<Group> ofGroup, std::string_view name, Parts&&... parts)
-        : GroupJob(std::move(ofGroup), name), storage(std::in_place, std::forward<Parts>(parts)...)
-    {
-    }
-    ~GroupCall() override
-    {
-        if (!hasEnded()) {
-            discard();
-        }
-    }
-
-protected:
-    void invoke() override
-    {
-        static_cast<void>(storage.bound([this] { return token(); }));
-    }
-    void discard() override { storage.bound.~Bound(); }
-
-private:
-    BoundStorage<Bound> storage;
-};
+using GroupCall = CallWithoutResult<GroupJob, Bound>;
 
 /// Counts the tasks of a group, and runs them for who waits. Shared by the group and its tasks: one
 /// that was run by who waited may be in the pool's queue for longer than the group lives.
@@ -77,7 +76,8 @@ private:
 /// A task has a place from `enter` until it ends, or until `leave` if it doesn't come to be.
 class KTASYNC_EXPORT Group : public boost::intrusive_ref_counter<Group> {
 public:
-    Group(const KTPoolRef& pool, int limit);
+    /// `helps`: whether threads outside the pool run tasks while they wait.
+    Group(const KTPoolRef& pool, int limit, bool helps = true);
     ~Group();
 
     Scheduler& scheduler() const { return home; }
@@ -92,7 +92,7 @@ public:
 
     /// Has `job`, which has a place, run: by the pool or by a waiter, or here and now if the place
     /// is beyond the limit.
-    void start(const boost::intrusive_ptr<GroupJob>& job, Entry place);
+    void start(GroupMember& member, Entry place);
 
     /// Has jobs of this group run that have no places yet, whatever the limit. Throws
     /// std::bad_alloc, and none runs then.
@@ -126,41 +126,75 @@ public:
     int cancellations() const;
 
 private:
-    friend class GroupJob;
-    using Jobs = boost::intrusive::list<
-        GroupJob, boost::intrusive::member_hook< GroupJob, boost::intrusive::list_member_hook<>,
-                                                 &GroupJob::hook>>;
+    friend class GroupMember;
+    using Members = boost::intrusive::list<
+        GroupMember, boost::intrusive::member_hook<
+                         GroupMember, boost::intrusive::list_member_hook<>, &GroupMember::hook>>;
     using Lock = std::unique_lock<std::mutex>;
 
     KTASYNC_HIDDEN bool isCallersOwn() const;
-    KTASYNC_HIDDEN bool listLocked(GroupJob& job);
-    KTASYNC_HIDDEN void moveToRunningLocked(GroupJob& job);
+    KTASYNC_HIDDEN bool listLocked(GroupMember& member);
+    KTASYNC_HIDDEN void moveToRunningLocked(GroupMember& member);
     bool isFullLocked() const { return limit > 0 && places >= limit; }
     KTASYNC_HIDDEN bool mayRunTasks(const Deadline& end) const;
     KTASYNC_HIDDEN bool runOneOrWait(Lock& hold, const Deadline& end);
+    KTASYNC_HIDDEN void runOneOrSleep(Lock& hold, const Deadline& end);
     KTASYNC_HIDDEN boost::intrusive_ptr<Job> takeWaitingLocked();
     KTASYNC_HIDDEN boost::intrusive_ptr<Job> takeDescendantLocked();
-    KTASYNC_HIDDEN void ended(GroupJob& job, Outcome outcome, std::exception_ptr error);
+    KTASYNC_HIDDEN void unlistLocked(GroupMember& member);
+    KTASYNC_HIDDEN void countLocked(Outcome outcome, std::exception_ptr error, bool told);
 
     /// Keeps the pool, which keeps the scheduler.
     const boost::shared_ptr<KTThreadPool> pool;
     Scheduler& home;
     const ShortName usualName;
     const int limit;
+    const bool helps;
     mutable std::mutex mutex;
     std::condition_variable changed;
     /// Taken without `mutex` in a group without a limit, and given back under it.
     std::atomic<int> places{0};
+    /// A thread was cancelled while it waited.
+    std::atomic<bool> wasCutOff{false};
     /// Whether there is anything to settle; set under `mutex`.
     std::atomic<bool> isUnsettled{false};
     // The rest under `mutex`.
-    Jobs waiting;
-    Jobs running;
+    Members waiting;
+    Members running;
     Runner* thief = nullptr;  ///< the last carrier that has begun a task, until it ends one
     int failed = 0;
     int cancelled = 0;
     bool isCancelled = false;
     Account account;
+};
+
+/// A job whose result a future has.
+template <typename Bound>
+class GroupFutureCall final : public FutureCall<Bound>, public GroupMember {
+    using Base = FutureCall<Bound>;
+
+public:
+    template <typename... Parts>
+    GroupFutureCall(const boost::intrusive_ptr<Group>& ofGroup, std::string_view name,
+                    Parts&&... parts)
+        : Base(ofGroup->scheduler(), name, std::forward<Parts>(parts)...),
+          GroupMember(ofGroup, *this)
+    {
+    }
+
+    const Group* group() const override { return itsGroup(); }
+
+protected:
+    void claimed() override
+    {
+        Base::claimed();
+        GroupMember::claimed();
+    }
+    void conclude(Outcome outcome, std::exception_ptr error) override
+    {
+        Base::conclude(outcome, std::move(error));
+        concluded(outcome, nullptr, false);
+    }
 };
 
 /// A place in a group, given back unless it is passed on to a job.

@@ -132,5 +132,33 @@ union BoundStorage {
     Bound bound;
 };
 
+/// A job with a callable, whose result nobody asks for. `Base` is made of the place that it is for
+/// (a pool, a group) and the name.
+template <typename Base, typename Bound>
+class CallWithoutResult final : public Base {
+public:
+    template <typename Place, typename... Parts>
+    CallWithoutResult(Place& place, std::string_view name, Parts&&... parts)
+        : Base(place, name), storage(std::in_place, std::forward<Parts>(parts)...)
+    {
+    }
+    ~CallWithoutResult() override
+    {
+        if (!this->hasEnded()) {
+            discard();
+        }
+    }
+
+protected:
+    void invoke() override
+    {
+        static_cast<void>(storage.bound([this] { return this->token(); }));
+    }
+    void discard() override { storage.bound.~Bound(); }
+
+private:
+    BoundStorage<Bound> storage;
+};
+
 }  // namespace detail
 }  // namespace KT

@@ -24,30 +24,7 @@ protected:
 };
 
 template <typename Bound>
-class PostCall final : public PostJob {
-public:
-    template <typename... Parts>
-    PostCall(Scheduler& ofPool, std::string_view jobName, Parts&&... parts)
-        : PostJob(ofPool, jobName), storage(std::in_place, std::forward<Parts>(parts)...)
-    {
-    }
-    ~PostCall() override
-    {
-        if (!hasEnded()) {
-            discard();
-        }
-    }
-
-protected:
-    void invoke() override
-    {
-        static_cast<void>(storage.bound([this] { return token(); }));
-    }
-    void discard() override { storage.bound.~Bound(); }
-
-private:
-    BoundStorage<Bound> storage;
-};
+using PostCall = CallWithoutResult<PostJob, Bound>;
 
 template <typename F, typename... Args>
 boost::intrusive_ptr<Job> makePost(Scheduler& pool, std::string_view name, F&& callable,

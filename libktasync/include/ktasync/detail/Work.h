@@ -31,6 +31,8 @@ public:
 
     std::string_view name() const { return shortName.view(); }
     const ShortName& fixedName() const { return shortName; }
+    /// For what keeps a list of the work, such as a group: here it takes no memory.
+    std::atomic<bool>& ownersFlag() { return flag; }
 
     /// Runs it, unless another thread does. On a carrier's thread, where cancellation is disabled;
     /// no exception but the forced unwinding comes out.
@@ -55,6 +57,8 @@ protected:
     std::atomic<unsigned short> state{0};
 
 private:
+    std::atomic<bool> flag{false};
+
     friend class WorkList;
     friend class WorkQueue;
 
