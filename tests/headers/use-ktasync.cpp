@@ -15,6 +15,9 @@ int main()
     std::vector<void (*)()> calls = {[] {}};
     KT::submitAll(pool, calls);
     KT::submitAll(pool, "call", std::move(calls));
+    KT::KTPromise<int> promise(pool, "promise");
+    promise.setValue(1);
+    KT::toStdFuture(promise.future()).get();
     KT::KTTaskGroup group(pool, 4);
     group.run([](const KT::KTStopToken& stop, int n) { return stop.stopRequested() ? n : 0; }, 1);
     group.tryRun("two", [] {});

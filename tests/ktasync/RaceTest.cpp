@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -165,6 +166,32 @@ TEST(Race, OfCancelAgainstADestructorThatFollowsItsEffect)
         EXPECT_THROW(future->get(), KT::KTCancelled);
         future.reset();
         canceller.join();
+    }
+}
+
+TEST(Race, OfKeepingAPromiseAgainstCancelAndThen)
+{
+    KT::KTScopedPool pool(fixedSize(2));
+    for (int round = 0; round < rounds; ++round) {
+        KT::KTPromise<std::string> promise(pool);
+        KT::KTFuture<std::string> future = promise.future();
+        bool isKept = false;
+        std::thread keeper([&] { isKept = promise.setValue("kept"); });
+        std::thread canceller([&future] { future.cancel(); });
+        KT::KTFuture<std::string> next = future.then([](std::string text) { return text; });
+        const bool isCancelled =
+            thrownBy<KT::KTCancelled>([&next] { EXPECT_EQ(next.get(), "kept"); }).has_value();
+        keeper.join();
+        canceller.join();
+        ASSERT_NE(isKept, isCancelled);
+    }
+}
+
+TEST(Race, OfToStdFutureAgainstTheEndOfTheTask)
+{
+    KT::KTScopedPool pool(fixedSize(2));
+    for (int round = 0; round < 5 * rounds; ++round) {
+        ASSERT_EQ(KT::toStdFuture(KT::submit(pool, [round] { return round; })).get(), round);
     }
 }
 

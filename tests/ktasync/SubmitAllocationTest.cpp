@@ -2,6 +2,7 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <future>
 #include <memory>
 #include <thread>
 #include <utility>
@@ -139,6 +140,16 @@ TEST(SubmitOutOfMemory, BatchThrowsAndNoneEverRuns)
     held.release();
     EXPECT_TRUE(held.pool.close());
     EXPECT_EQ(ran, 50);
+}
+
+TEST(SubmitOutOfMemory, ToStdFutureLeavesTheFutureAsItWas)
+{
+    HeldPool held;
+    KT::KTFuture<int> future = KT::submit(held.pool, [] { return 1; });
+    std::future<int> result;
+    EXPECT_GT(failEach([&] { result = KT::toStdFuture(std::move(future)); }), 0);
+    held.release();
+    EXPECT_EQ(result.get(), 1);
 }
 
 TEST(SubmitOutOfMemory, ThenLeavesTheCallableAsItWas)

@@ -18,5 +18,9 @@ int main()
     KT::KTTaskGroup(pool).run([](int) {});
 #elif CASE == 5
     KT::parallelFor(pool, 0.5, 3.5, [](double) {});
+#elif CASE == 6
+    KT::KTPromise<int>(pool).setValue(std::string("no number"));
+#elif CASE == 7
+    KT::KTPromise<void>(pool).setValue(1);
 #endif
 }

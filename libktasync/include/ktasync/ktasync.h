@@ -6,6 +6,7 @@
 #include <ktasync/KTFuture.h>
 #include <ktasync/KTPoolOptions.h>
 #include <ktasync/KTPoolRef.h>
+#include <ktasync/KTPromise.h>
 #include <ktasync/KTScopedPool.h>
 #include <ktasync/KTStopToken.h>
 #include <ktasync/KTTaskGroup.h>

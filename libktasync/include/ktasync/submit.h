@@ -68,8 +68,10 @@ auto submit(const KTPoolRef& pool, F&& callable, Args&&... args)
 /// queue and the wake-up are paid once for all. The pool looks once whether it should grow, and
 /// then as tasks end. Moves the callables out of a container that is a temporary one or moved, and
 /// copies them otherwise, out of a view too: the container behind it is somebody else's. Throws
-/// std::bad_alloc; none is called then. \code std::vector<std::function<int()>> parts =
-/// split(work); for (KT::KTFuture<int>& part : KT::submitAll(pool, "part", std::move(parts))) {
+/// std::bad_alloc; none is called then.
+/// \code
+/// std::vector<std::function<int()>> parts = split(work);
+/// for (KT::KTFuture<int>& part : KT::submitAll(pool, "part", std::move(parts))) {
 ///     total += part.get();
 /// }
 /// \endcode

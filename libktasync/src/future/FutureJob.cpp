@@ -7,6 +7,7 @@
 
 #include <ktasync/KTCancelled.h>
 #include <ktasync/KTFuture.h>
+#include <ktasync/KTStopToken.h>
 
 #include "../base/Cancellation.h"
 #include "../base/Deadline.h"
@@ -39,6 +40,13 @@ void refuseIfAround(const Job& awaited)
 FutureJob::FutureJob(Scheduler& ofPool, std::string_view name) : Job(ofPool, name)
 {
     intrusive_ptr_add_ref(&ofPool);
+}
+
+FutureJob::FutureJob(Scheduler& ofPool, std::string_view name, NeverRun never)
+    : Job(ofPool, name, never)
+{
+    intrusive_ptr_add_ref(&ofPool);
+    state = neverRunMark;
 }
 
 FutureJob::~FutureJob()
@@ -116,7 +124,8 @@ bool FutureJob::wait(int milliseconds)
             awaited = firstUnfinished(path);
             // In a task of this pool there may be no other worker left to run it. One of another
             // pool leaves it to this one's workers: their number may be a promise.
-            if (CurrentJob::isAnyOf(scheduler()) && !end.isOver() && awaited->claim()) {
+            if ((awaited->state & neverRunMark) == 0 && CurrentJob::isAnyOf(scheduler()) &&
+                !end.isOver() && awaited->claim()) {
                 runForWaiter(*awaited);
                 continue;
             }
@@ -182,10 +191,18 @@ void FutureJob::rethrowFailure()
 bool FutureJob::cancel()
 {
     if (drop()) {
+        if ((state & neverRunMark) != 0) {
+            raiseMark();  // somebody is at it, though no thread runs it
+        }
         return true;
     }
     requestStopOfOwn();
     return false;
+}
+
+KTStopToken FutureJob::stopToken() const
+{
+    return token();
 }
 
 void FutureJob::attach(const boost::intrusive_ptr<FutureJob>& next)

@@ -106,6 +106,10 @@ Job::Job(Scheduler& ofPool, std::string_view name)
 {
 }
 
+Job::Job(Scheduler& ofPool, std::string_view name, NeverRun /*unused*/) : Work(name), home(ofPool)
+{
+}
+
 Job::~Job() = default;
 
 KTStopToken Job::token() const

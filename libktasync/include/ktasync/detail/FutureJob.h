@@ -21,12 +21,13 @@ class Deadline;
 class KTASYNC_EXPORT FutureJob : public Job {
 public:
     FutureJob(Scheduler& ofPool, std::string_view name);
+    FutureJob(Scheduler& ofPool, std::string_view name, NeverRun);
     ~FutureJob() override;
 
     bool isReady() const { return (state.load(std::memory_order_acquire) & readyMark) != 0; }
 
     /// Blocks until the job has ended, for at most `milliseconds` (no limit if negative); whether
-    /// it has. In a task it runs the job itself, if nobody has begun.
+    /// it has. In a task of the same pool it runs the job itself, if nobody has begun.
     bool wait(int milliseconds);
 
     /// Drops the job (true) or raises its stop mark (false).
@@ -41,6 +42,14 @@ public:
 
     /// Has `next` queued when this job has ended.
     void attach(const boost::intrusive_ptr<FutureJob>& next);
+
+    bool isForsaken() const { return (state & forsakenMark) != 0; }
+
+    /// Ends a job that is never run, with what `keep(context)` stores or throws; false if it has
+    /// ended before: nothing is called then.
+    bool settle(void (*keep)(void* context), void* context);
+
+    KTStopToken stopToken() const;
 
     // Of jobs that wait for another one, when that has ended.
     void setToDrop() { state |= toDropMark; }
@@ -65,8 +74,9 @@ private:
     static constexpr unsigned short followsMark = firstOfDerived << 3;   ///< `source` is set
     static constexpr unsigned short toDropMark = firstOfDerived << 4;
     static constexpr unsigned short forsakenMark = firstOfDerived << 5;
+    static constexpr unsigned short neverRunMark = firstOfDerived << 6;
     static constexpr int outcomeShift = 12;
-    static_assert(forsakenMark < foreignMark, "the job's mark is its own");
+    static_assert(neverRunMark < foreignMark, "the job's mark is its own");
     static_assert(foreignMark < (1 << outcomeShift), "the outcome has bits of its own");
 
     std::exception_ptr failure;

@@ -23,6 +23,9 @@ namespace detail {
 class Group;
 class Scheduler;
 
+/// Of a job that is no task: nobody observes it.
+enum class NeverRun { neverRun };
+
 /// A callable on its way through a pool, whatever waits for it.
 ///
 /// | phase   | entered by                                              |
@@ -38,6 +41,7 @@ class Scheduler;
 class KTASYNC_EXPORT Job : public Work {
 public:
     Job(Scheduler& ofPool, std::string_view name);
+    Job(Scheduler& ofPool, std::string_view name, NeverRun);
     ~Job() override;
 
     KTASYNC_HIDDEN bool claim();
@@ -79,6 +83,12 @@ protected:
     KTStopToken token() const;
     bool hasEnded() const { return (state.load(std::memory_order_relaxed) & ended) != 0; }
 
+    using Time = std::chrono::steady_clock;
+    /// Ends a claimed job. `startedAt` is the epoch if the call wasn't made.
+    KTASYNC_HIDDEN void finish(Outcome outcome, std::exception_ptr error,
+                               Time::time_point startedAt);
+    KTASYNC_HIDDEN void raiseMark();
+
     static constexpr unsigned short firstOfDerived = firstFree << 2;
     /// It runs inside of a job that hasn't made it.
     static constexpr unsigned short foreignMark = 1 << 11;
@@ -90,11 +100,7 @@ private:
     static constexpr unsigned short stopMark = firstFree << 1;
 
     KTASYNC_HIDDEN void runBody(int cancelStateOfCall);
-    using Time = std::chrono::steady_clock;
-    KTASYNC_HIDDEN void finish(Outcome outcome, std::exception_ptr error,
-                               Time::time_point startedAt);
     KTASYNC_HIDDEN void report(Outcome outcome, Time::time_point startedAt) const;
-    KTASYNC_HIDDEN void raiseMark();
     KTASYNC_HIDDEN void requestStop(CurrentWork::Stop stop);
     KTASYNC_HIDDEN void beginInner(Job& job, bool isOwn);
 

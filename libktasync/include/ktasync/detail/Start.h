@@ -1,6 +1,7 @@
 /// How futures come to be.
 #pragma once
 
+#include <future>
 #include <string_view>
 #include <type_traits>
 #include <utility>
@@ -11,6 +12,7 @@
 #include <ktasync/KTFuture.h>
 #include <ktasync/detail/Bound.h>
 #include <ktasync/detail/FutureJob.h>
+#include <ktasync/detail/PromiseJob.h>
 
 namespace KT {
 namespace detail {
@@ -93,6 +95,17 @@ struct Start {
             source.attach(job);
             return futureOf(job);
         }
+    }
+
+    template <typename R>
+    static std::future<R> toStd(KTFuture<R>& future)
+    {
+        ResultJob<R>& source = future.checked("toStdFuture");
+        const boost::intrusive_ptr<StdRelay<R>> relay(new StdRelay<R>(source));
+        std::future<R> result = relay->future();
+        future.share.setTaken();
+        source.attach(relay);
+        return result;
     }
 };
 
