@@ -57,7 +57,10 @@ bool post(const KTPoolRef& pool, F&& callable, Args&&... args)
 
 /// Posts all callables of `range`, in its order and with nothing in between. Moves or copies them
 /// as `submitAll` does. Throws std::bad_alloc; none is called then. Doesn't block. Any thread may
-/// call it, tasks too. \code KT::postAll(pool, "part", split(work)); \endcode
+/// call it, tasks too.
+/// \code
+/// KT::postAll(pool, "part", split(work));
+/// \endcode
 ///
 /// \param pool   where they run
 /// \param name   of each of the tasks; copied
