@@ -1,6 +1,7 @@
 #include <ktasync/detail/PostJob.h>
 
 #include "../base/Warnings.h"
+#include "../scheduler/Scheduler.h"
 
 namespace KT {
 namespace detail {

@@ -11,6 +11,7 @@
 
 #include "LiveThreadCount.h"
 #include "Output.h"
+#include "PoolSettings.h"
 #include "Probes.h"
 #include "SharedPointers.h"
 
