@@ -61,6 +61,16 @@ stage_tsan() { build_and_test tsan; }
 stage_clang() { build_and_test clang clang -DKT_PACKAGING_TESTS=OFF; }
 stage_libcxx() { build_and_run_some libcxx '^(core|ktasync)$' 'core-tests ktasync-tests' libcxx; }
 
+# The libraries for another processor, and their tests under qemu.
+stage_arm64() {
+  quietly unpack-arm64 packaging/unpack-arm64 build/arm64-root \
+    libspdlog1.10 libspdlog-dev libfmt9 libfmt-dev libgtest-dev libgmock-dev systemtap-sdt-dev
+  quietly arm64-configure cmake --preset arm64
+  quietly arm64-build compile --preset arm64
+  quietly arm64 alone tests/tools/arm64-checks build/arm64
+  grep ' ran\. (' build/arm64.log
+}
+
 stage_boost() {
   quietly unpack-boost packaging/unpack-boost 1.81 build/boost-1.81
   build_and_run_some boost '^core$' 'core-tests ktasync' dev -DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O0 \

@@ -41,8 +41,9 @@ class Watchdog : public testing::EmptyTestEventListener {
 
 int main(int argc, char** argv)
 {
-    testing::InitGoogleTest(&argc, argv);
+    // Unless the command line says otherwise.
     testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    testing::InitGoogleTest(&argc, argv);
     std::signal(SIGALRM, bark);
     testing::UnitTest::GetInstance()->listeners().Append(new Watchdog);
     return RUN_ALL_TESTS();
