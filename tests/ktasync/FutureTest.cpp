@@ -73,6 +73,27 @@ TEST(Future, WaitsForTheEndAndNotForLonger)
     EXPECT_EQ(future.get(), 1);
 }
 
+/// ThreadSanitizer reports what isn't seen.
+TEST(Future, ShowsAnyWaiterWhatTheTaskWrote)
+{
+    KT::KTScopedPool pool(fixedSize(2));
+    for (int round = 0; round < 100; ++round) {
+        int before = round;
+        int written = 0;
+        KT::KTFuture<void> future =
+            KT::submit(pool, [&] { written = before; }).then([&] { ++written; });
+        const auto isReady = [&future] { return future.isReady(); };
+        switch (round % 4) {
+            case 0: future.wait(); break;
+            case 1: ASSERT_TRUE(future.waitFor(60000)); break;
+            case 2: ASSERT_TRUE(eventually(isReady)); break;
+            default: future.get();
+        }
+        before = written;
+        EXPECT_EQ(before, round + 1);
+    }
+}
+
 TEST(Future, DestroyedBeforeTheTaskRunsLeavesItAlone)
 {
     HeldPool held;

@@ -175,6 +175,27 @@ TEST(TaskGroup, WaitForRunsTasksWhereNoOtherWorkerMayBeLeft)
     EXPECT_TRUE(byHand->isHelper);
 }
 
+/// ThreadSanitizer reports what isn't seen.
+TEST(TaskGroup, ShowsAnyWaiterWhatItsTasksWrote)
+{
+    KT::KTScopedPool pool(fixedSize(2));
+    for (int round = 0; round < 100; ++round) {
+        std::vector<int> written(4);
+        auto group = std::make_unique<KT::KTTaskGroup>(pool);
+        for (int& each : written) {
+            group->run([&each] { each = 1; });
+        }
+        if (round % 2 == 0) {
+            group->wait();
+        } else {
+            ASSERT_TRUE(group->waitFor(60000));
+        }
+        EXPECT_EQ(written, std::vector<int>(4, 1));
+        written.clear();
+        group.reset();
+    }
+}
+
 TEST(TaskGroup, RefusesNonsense)
 {
     KT::KTScopedPool pool;

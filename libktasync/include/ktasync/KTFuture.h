@@ -38,7 +38,14 @@ struct Start;
 /// | anything else       | nothing on this future                                          |
 ///
 /// Else is moving, assigning and destroying: the calls on other threads have returned by then, but
-/// for a `cancel` that `get` has shown to have taken effect, by throwing KTCancelled.
+/// for a `cancel` that `get` has shown to have taken effect, by throwing KTCancelled. Apart from
+/// that a future may be destroyed at any time, before its task runs or while it does, and before or
+/// after its pool; it doesn't block for that. A result that nobody has asked for is destroyed with
+/// it, or when the task ends.
+///
+/// When a wait has found that the task has ended, by whatever operation, `isReady` too, the caller
+/// sees all that the task wrote, and the callable and its arguments have been destroyed. The task
+/// sees what was written before `submit` or `then`, and what the tasks in front of it wrote.
 ///
 /// A wait ends when the task has ended, however it ends: dropped by a shutdown, it ends at once. A
 /// task that waits for one of its own pool that nobody has begun runs that on the spot, so that

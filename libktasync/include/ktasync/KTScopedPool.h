@@ -51,6 +51,10 @@ class PoolEnd;
 /// destructor still does all the steps. Destroyed in a task of its own it is told to stop and left,
 /// with a log record.
 ///
+/// Futures, promises, tokens and groups may outlive it. It may be destroyed once no other thread is
+/// in a call that is given it; its own tasks may go on using it until then, but not those that are
+/// left alone. When it has ended without any left, the caller sees all that its tasks wrote.
+///
 /// In a child of the process that made it (fork) it does nothing: see KTThreadPool.
 ///
 /// \ingroup ktasync

@@ -21,8 +21,9 @@ namespace KT {
 /// one of its workers runs the task; not if another thread runs it, while it waits for the task. A
 /// `cancel` also reaches the task that the cancelled one runs itself, because it waits for it, if
 /// it has made that task; one that it got from elsewhere goes on, and so may have a result for
-/// others. The mark stays raised. Heeding it is up to the callable. A token may be copied, and
-/// kept for longer than the task runs; every operation may be called from any thread.
+/// others. The mark stays raised; who sees it sees what was written before the `cancel`, too.
+/// Heeding it is up to the callable. A token may be copied, and kept for longer than the task runs;
+/// every operation may be called from any thread.
 ///
 /// \ingroup ktasync
 class KTASYNC_EXPORT KTStopToken {

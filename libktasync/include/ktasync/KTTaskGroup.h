@@ -37,6 +37,11 @@ namespace KT {
 /// `wait` from any other thread. Constructing and destroying it belong to one thread. It can't be
 /// copied. It shares the pool, and its tasks own their callables.
 ///
+/// When a wait is through, by returning or by what it throws of a task, the caller sees all that
+/// the tasks wrote, and their callables have been destroyed. The group may be destroyed then, once
+/// the calls of all other threads have returned: none of these tasks touches it any more. It may
+/// be destroyed earlier, and waits then; before or after its pool.
+///
 /// \ingroup ktasync
 class KTASYNC_EXPORT KTTaskGroup {
 public:
