@@ -64,7 +64,7 @@ public:
     /// Whether there is a task. Doesn't block, and throws nothing.
     ///
     /// \return  false for a future by default, moved from, or asked for its result
-    bool valid() const { return !share.isEmpty() && !share.isTaken(); }
+    bool valid() const { return share.untaken() != nullptr; }
 
     /// Blocks until the task has ended. Throws what it threw, or KTCancelled. The future has no
     /// task after that, either way. A cancellation point.
@@ -72,8 +72,10 @@ public:
     /// \return  the task's result, moved
     R get()
     {
-        checked("get").wait(-1);
-        return share.take();
+        detail::ResultJob<R>& job = checked("get");
+        job.wait(-1);
+        share.setTaken();
+        return job.take();
     }
 
     /// Blocks until the task has ended. Throws KTError in that task itself. A cancellation point.
@@ -99,7 +101,7 @@ public:
     {
         // Once the effect is seen, the future may go.
         const boost::intrusive_ptr<detail::ResultJob<R>> job(share.job());
-        return job ? !share.isTaken() && job->cancel() : checked("cancel").cancel();
+        return job ? share.untaken() != nullptr && job->cancel() : checked("cancel").cancel();
     }
 
     /// Has `callable` called with the result, moved, as a task of its own, once there is one, and
@@ -124,14 +126,16 @@ public:
 private:
     friend struct detail::Start;
     using Share = detail::FutureShare<detail::ResultJob<R>>;
-    explicit KTFuture(Share of) : share(std::move(of)) {}
+    explicit KTFuture(boost::intrusive_ptr<detail::ResultJob<R>> of) : share(std::move(of)) {}
+    explicit KTFuture(Share&& of) : share(std::move(of)) {}
 
     detail::ResultJob<R>& checked(const char* method) const
     {
-        if (!valid()) {
+        detail::ResultJob<R>* const job = share.untaken();
+        if (job == nullptr) {
             detail::refuseEmptyFuture(method);
         }
-        return *share.job();
+        return *job;
     }
 
     Share share;

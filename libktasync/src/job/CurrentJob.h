@@ -44,20 +44,15 @@ struct CurrentJob {
     /// in none.
     static std::uintptr_t numberOfThisThread()
     {
-        if (innermost == nullptr) {
-            return 0;
-        }
-        if (innermost->number == 0) {
-            innermost->number = nextNumber();
-        }
-        return innermost->number;
+        return innermost != nullptr ? numberOfInnermost() : 0;
     }
 
     /// The innermost one; null if the calling thread is in none.
     static Job* ofThisThread() { return innermost != nullptr ? innermost->job : nullptr; }
 
 private:
-    static std::uintptr_t nextNumber();
+    /// Not where jobs are made: most are made outside of any.
+    [[gnu::noinline]] static std::uintptr_t numberOfInnermost();
 };
 
 /// The calling thread is in `job`, for a scope.

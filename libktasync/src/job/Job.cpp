@@ -24,17 +24,20 @@ thread_local const CurrentJob* CurrentJob::innermost = nullptr;
 thread_local bool CurrentJob::showsName = false;
 
 // Each thread takes many at a time.
-std::uintptr_t CurrentJob::nextNumber()
+std::uintptr_t CurrentJob::numberOfInnermost()
 {
     const std::uintptr_t atATime = 4096;
     static std::atomic<std::uintptr_t> firstFree{1};
     static thread_local std::uintptr_t next = 0;
     static thread_local std::uintptr_t end = 0;
-    if (next == end) {
-        next = firstFree.fetch_add(atATime, std::memory_order_relaxed);
-        end = next + atATime;
+    if (innermost->number == 0) {
+        if (next == end) {
+            next = firstFree.fetch_add(atATime, std::memory_order_relaxed);
+            end = next + atATime;
+        }
+        innermost->number = next++;
     }
-    return next++;
+    return innermost->number;
 }
 
 namespace {

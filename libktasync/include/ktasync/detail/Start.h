@@ -52,11 +52,10 @@ struct Start {
     template <typename JobType>
     static auto futureOf(boost::intrusive_ptr<JobType> job)
     {
-        using R = typename JobType::Result;
-        return futureOf(FutureShare<ResultJob<R>>(std::move(job)));
+        return KTFuture<typename JobType::Result>(std::move(job));
     }
     template <typename R>
-    static KTFuture<R> futureOf(FutureShare<ResultJob<R>> share)
+    static KTFuture<R> futureOf(FutureShare<ResultJob<R>>&& share)
     {
         return KTFuture<R>(std::move(share));
     }
