@@ -8,12 +8,12 @@ namespace detail {
 bool CurrentWork::begin(Work& work)
 {
     const auto address = reinterpret_cast<std::uintptr_t>(&work);
-    std::uintptr_t now = 0;
-    while (!word.compare_exchange_weak(now, address | (now & allStops))) {
+    std::uintptr_t now = word;
+    do {
         if (has(now, Stop::ofThread)) {
             return false;
         }
-    }
+    } while (!word.compare_exchange_weak(now, address | (now & allStops)));
     return true;
 }
 
