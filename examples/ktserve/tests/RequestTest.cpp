@@ -20,6 +20,8 @@ struct Case {
     int status;
 };
 
+void PrintTo(const Case& of, std::ostream* out) { *out << of.path; }
+
 class RequestOf : public Request, public testing::WithParamInterface<Case> {};
 
 TEST_P(RequestOf, GetsTheStatus)
