@@ -198,6 +198,26 @@ TEST(PromiseInATask, IsWaitedForAndNeverRun)
     EXPECT_EQ(waiting.get(), 2);
 }
 
+TEST(PromiseInATask, IsNotWaitedForWhenWhatFollowsItIsCancelled)
+{
+    KT::KTScopedPool pool(fixedSize(1));
+    KT::KTPromise<int> promise(pool);
+    KT::KTFuture<int> next = promise.future().then([](int n) { return n; });
+    Gate gate;
+    KT::KTFuture<void> waiting = KT::submit(pool, [&] {
+        gate.pass();
+        next.wait();
+    });
+    ASSERT_TRUE(untilArrived(pool, gate));
+    gate.open();
+    // Then the wait has begun, as a rule.
+    EXPECT_FALSE(waiting.waitFor(1));
+    EXPECT_TRUE(next.cancel());
+    EXPECT_TRUE(eventually([&waiting] { return waiting.isReady(); }));
+    promise.setValue(1);
+    waiting.get();
+}
+
 TEST(PromiseInATask, OfAGroup)
 {
     KT::KTScopedPool pool(fixedSize(2));

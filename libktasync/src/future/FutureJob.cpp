@@ -27,6 +27,9 @@ void refuseEmptyFuture(const char* method)
 
 namespace {
 
+/// How often a task that waits for another one to end first looks whether it has to wait at all.
+const int lookForEndMs = 20;
+
 void refuseIfAround(const Job& awaited)
 {
     if (CurrentJob::isAny([&awaited](const Job& job) { return &job == &awaited; })) {
@@ -131,7 +134,10 @@ bool FutureJob::wait(int milliseconds)
             }
             refuseIfAround(*awaited);
         }
-        if (!awaited->waitForEnd(end)) {
+        // This job may be cancelled before the one in front of it ends.
+        const bool isFirst = awaited.get() == this;
+        if (!awaited->waitForEnd(isFirst ? end : sooner(end, Deadline(lookForEndMs))) &&
+            end.isOver()) {
             return isReady();
         }
     }
