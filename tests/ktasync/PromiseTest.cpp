@@ -210,7 +210,7 @@ TEST(PromiseInATask, IsNotWaitedForWhenWhatFollowsItIsCancelled)
     });
     ASSERT_TRUE(untilArrived(pool, gate));
     gate.open();
-    // Then the wait has begun, as a rule.
+    // The wait has begun by then, as a rule.
     EXPECT_FALSE(waiting.waitFor(1));
     EXPECT_TRUE(next.cancel());
     EXPECT_TRUE(eventually([&waiting] { return waiting.isReady(); }));

@@ -27,9 +27,6 @@ void refuseEmptyFuture(const char* method)
 
 namespace {
 
-/// How often a task that waits for another one to end first looks whether it has to wait at all.
-const int lookForEndMs = 20;
-
 void refuseIfAround(const Job& awaited)
 {
     if (CurrentJob::isAny([&awaited](const Job& job) { return &job == &awaited; })) {
@@ -134,10 +131,7 @@ bool FutureJob::wait(int milliseconds)
             }
             refuseIfAround(*awaited);
         }
-        // This job may be cancelled before the one in front of it ends.
-        const bool isFirst = awaited.get() == this;
-        if (!awaited->waitForEnd(isFirst ? end : sooner(end, Deadline(lookForEndMs))) &&
-            end.isOver()) {
+        if (!awaited->waitForEnd(*this, end)) {
             return isReady();
         }
     }
@@ -153,11 +147,7 @@ boost::intrusive_ptr<FutureJob> FutureJob::firstUnfinished(Path& path)
     }
     boost::intrusive_ptr<FutureJob> first = path.empty() ? this : path.back();
     for (;;) {
-        boost::intrusive_ptr<FutureJob> before;
-        {
-            const std::lock_guard<std::mutex> hold(ParkingPlace::of(first.get()).mutex);
-            before = first->source;
-        }
+        boost::intrusive_ptr<FutureJob> before = first->inFront();
         if (!before || before->isReady()) {
             return first;
         }
@@ -170,11 +160,12 @@ boost::intrusive_ptr<FutureJob> FutureJob::firstUnfinished(Path& path)
     }
 }
 
-bool FutureJob::waitForEnd(const Deadline& end)
+// Until this job has ended, or `wanted`, which follows it: that may be cancelled before.
+bool FutureJob::waitForEnd(const FutureJob& wanted, const Deadline& end)
 {
     ParkingPlace& place = ParkingPlace::of(this);
     std::unique_lock<std::mutex> hold(place.mutex);
-    while ((state.fetch_or(awaitedMark) & readyMark) == 0) {
+    while ((state.fetch_or(awaitedMark) & readyMark) == 0 && !wanted.isReady()) {
         if (end.isOver()) {
             return false;
         }
@@ -196,14 +187,28 @@ void FutureJob::rethrowFailure()
 
 bool FutureJob::cancel()
 {
-    if (drop()) {
-        if ((state & neverRunMark) != 0) {
-            raiseMark();  // somebody is at it, though no thread runs it
-        }
-        return true;
+    const boost::intrusive_ptr<FutureJob> front = inFront();
+    if (!drop()) {
+        requestStopOfOwn();
+        return false;
     }
-    requestStopOfOwn();
-    return false;
+    if ((state & neverRunMark) != 0) {
+        raiseMark();  // somebody is at it, though no thread runs it
+    }
+    if (front) {
+        // A task that waits for this job sleeps where the first one before it ends.
+        Path path;
+        ParkingPlace& place = ParkingPlace::of(front->firstUnfinished(path).get());
+        const std::lock_guard<std::mutex> hold(place.mutex);
+        place.changed.notify_all();
+    }
+    return true;
+}
+
+boost::intrusive_ptr<FutureJob> FutureJob::inFront() const
+{
+    const std::lock_guard<std::mutex> hold(ParkingPlace::of(this).mutex);
+    return source;
 }
 
 KTStopToken FutureJob::stopToken() const

@@ -63,7 +63,8 @@ protected:
 private:
     using Path = std::vector<boost::intrusive_ptr<FutureJob>>;
     KTASYNC_HIDDEN boost::intrusive_ptr<FutureJob> firstUnfinished(Path& path);
-    KTASYNC_HIDDEN bool waitForEnd(const Deadline& end);
+    KTASYNC_HIDDEN boost::intrusive_ptr<FutureJob> inFront() const;
+    KTASYNC_HIDDEN bool waitForEnd(const FutureJob& wanted, const Deadline& end);
     KTASYNC_HIDDEN Outcome outcome() const;
     KTASYNC_HIDDEN void tellOfEnd(Outcome outcome);
     KTASYNC_HIDDEN void forget();
