@@ -37,7 +37,7 @@ struct CurrentJob {
     /// blocks may run another one, and the pool does no more at once than it has workers.
     static bool isAnyOf(const Scheduler& scheduler)
     {
-        return isAny([&scheduler](const Job& job) { return &job.scheduler() == &scheduler; });
+        return isAny([&scheduler](const Job& each) { return &each.scheduler() == &scheduler; });
     }
 
     /// The number of the calling thread's turn, which what it makes now is marked with; 0 if it is

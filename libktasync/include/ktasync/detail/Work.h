@@ -18,7 +18,7 @@ class WorkQueue;
 
 /// The base of a job: a name, and what it takes to wait in a queue. A queue holds a reference to
 /// each work in it. Its address leaves four bits free, for CurrentWork.
-class KTASYNC_EXPORT __attribute__((aligned(16))) Work : public boost::intrusive_ref_counter<Work> {
+class KTASYNC_EXPORT Work : public boost::intrusive_ref_counter<Work> {
 public:
     virtual ~Work();
     Work(const Work&) = delete;
@@ -68,7 +68,7 @@ private:
     /// The queue that it is in; written under the mutex of that.
     std::atomic<WorkQueue*> queue{nullptr};
     const ShortName shortName;
-};
+} __attribute__((aligned(16)));
 
 }  // namespace detail
 }  // namespace KT
