@@ -92,7 +92,7 @@ int openBeneath(int directory, const char* path, std::uint64_t flags)
 
 std::string pathOf(std::string_view encoded)
 {
-    const std::string path = decode(encoded);
+    std::string path = decode(encoded);
     std::string_view rest = path;
     for (std::size_t slash = 0; slash != std::string_view::npos;) {
         slash = rest.find('/');

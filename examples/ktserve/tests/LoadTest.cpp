@@ -41,8 +41,10 @@ TEST_F(Load, OfManyConnectionsIsAnswered)
 {
     start();
     std::atomic<int> answered(0);
+    const int count = 4;
     std::vector<std::thread> clients;
-    for (int i = 0; i < 4; ++i) {
+    clients.reserve(count);
+    for (int i = 0; i < count; ++i) {
         clients.emplace_back([&] {
             for (int k = 0; k < 500; ++k) {
                 answered += get(port, "/sum/abc").status == 200 ? 1 : 0;

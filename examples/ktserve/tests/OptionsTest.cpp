@@ -14,7 +14,10 @@ struct Wrong {
     std::string value;
 };
 
-void PrintTo(const Wrong& of, std::ostream* out) { *out << of.option << ' ' << of.value; }
+void PrintTo(const Wrong& of, std::ostream* out)
+{
+    *out << of.option << ' ' << of.value;
+}
 
 class WrongOption : public KtserveTest, public testing::WithParamInterface<Wrong> {};
 

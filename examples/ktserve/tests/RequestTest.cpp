@@ -20,7 +20,10 @@ struct Case {
     int status;
 };
 
-void PrintTo(const Case& of, std::ostream* out) { *out << of.path; }
+void PrintTo(const Case& of, std::ostream* out)
+{
+    *out << of.name;
+}
 
 class RequestOf : public Request, public testing::WithParamInterface<Case> {};
 
