@@ -2,12 +2,10 @@
 
 #include <utility>
 
-#include <kterror/KTError.h>
 #include <ktthread/KTThreadPool.h>
 
 #include "../base/Cancellation.h"
 #include "../base/Deadline.h"
-#include "../base/Pause.h"
 #include "../job/CurrentJob.h"
 #include "../scheduler/Scheduler.h"
 
@@ -18,30 +16,6 @@ namespace {
 
 /// How often a group that is destroyed in a task looks whether that was asked to stop.
 const int lookForStopMs = 20;
-
-/// How often a waiter looks for work before it sleeps: some microseconds.
-const int looksBeforeSleep = 50;
-
-/// Marks a scope that the unwinding of a cancelled thread leaves: a destructor further out can't
-/// tell that from a return.
-class CutOff {
-public:
-    explicit CutOff(std::atomic<bool>& toSet) : mark(toSet) {}
-    ~CutOff()
-    {
-        if (!isOver) {
-            mark = true;
-        }
-    }
-    CutOff(const CutOff&) = delete;
-    CutOff& operator=(const CutOff&) = delete;
-
-    void over() { isOver = true; }
-
-private:
-    std::atomic<bool>& mark;
-    bool isOver = false;
-};
 
 }  // namespace
 
@@ -174,100 +148,6 @@ void Group::startAll(const std::vector<boost::intrusive_ptr<GroupJob>>& jobs)
         }
     }
     home.submitAll(std::move(batch));
-}
-
-bool Group::wait(int milliseconds)
-{
-    if (places == 0) {
-        return true;
-    }
-    const Deadline end(milliseconds);
-    bool mayBlock = false;
-    Lock hold(mutex);
-    while (places != 0) {
-        if (waiting.empty() && !std::exchange(mayBlock, true) && isCallersOwn()) {
-            throw KTError("KTTaskGroup", "wait",
-                          "called in a task of the group, which it waits for", __FILE__, __LINE__);
-        }
-        if (!runOneOrWait(hold, end)) {
-            return false;
-        }
-    }
-    return true;
-}
-
-// The group's next task; null if all have begun.
-boost::intrusive_ptr<Job> Group::takeWaitingLocked()
-{
-    if (waiting.empty()) {
-        return nullptr;
-    }
-    GroupMember& member = waiting.front();
-    moveToRunningLocked(member);
-    return &member.job;
-}
-
-// In a task, a thread that waits for what a carrier has taken runs what that one has submitted
-// since. No other work is in the carrier's queue before it has ended the group's task, for which it
-// needs `mutex`. So a waiting task runs none but those that it waits for in the end, and the locks
-// that it holds do no harm.
-boost::intrusive_ptr<Job> Group::takeDescendantLocked()
-{
-    if (thief == nullptr || CurrentJob::innermost == nullptr ||
-        thief == home.runnerOfThisThread()) {
-        return nullptr;
-    }
-    return boost::static_pointer_cast<Job>(thief->own.takeFirst());
-}
-
-// Whether a waiter runs tasks. In one of this pool there may be no other worker left to do it; one
-// of another pool leaves them to this one's workers, whose number may be a promise. Anywhere else
-// it depends on whether a task may take longer than the waiter wants to wait.
-bool Group::mayRunTasks(const Deadline& end) const
-{
-    if (CurrentJob::innermost != nullptr) {
-        return CurrentJob::isAnyOf(home);
-    }
-    return (helps && end.isNever()) || pool->runningInThisThread();
-}
-
-bool Group::runOneOrWait(Lock& hold, const Deadline& end)
-{
-    if (end.isOver()) {
-        return false;
-    }
-    CutOff cutOff(wasCutOff);
-    if (mayRunTasks(end)) {
-        runOneOrSleep(hold, end);
-    } else {
-        end.wait(hold, changed);
-    }
-    cutOff.over();
-    return true;
-}
-
-void Group::runOneOrSleep(Lock& hold, const Deadline& end)
-{
-    boost::intrusive_ptr<Job> job = takeWaitingLocked();
-    for (int looks = 0; !job && places != 0 && thief != nullptr && looks < looksBeforeSleep;
-         ++looks) {
-        job = takeDescendantLocked();
-        if (!job) {
-            hold.unlock();
-            pause();
-            hold.lock();
-        }
-    }
-    if (job) {
-        hold.unlock();
-        if (job->claim()) {
-            runForWaiter(*job);
-        }
-        job.reset();
-        hold.lock();
-    } else if (places != 0 && waiting.empty()) {
-        end.wait(hold, changed);
-    }
 }
 
 void Group::dropWaiting()

@@ -275,53 +275,5 @@ bool Job::waitForStop(int milliseconds) const
     return true;
 }
 
-namespace {
-
-/// A thread of the pool's own, whose queue would wait for it, must not block.
-bool mayBlockFor(const Scheduler& scheduler)
-{
-    const boost::shared_ptr<KTThreadPool> pool = scheduler.pool();
-    return !(pool && pool->runningInThisThread()) && !CurrentJob::isAnyOf(scheduler);
-}
-
-/// Of a pool that doesn't take everything.
-bool enqueueIfAdmitted(Scheduler& scheduler, std::vector<WorkPointer> jobs)
-{
-    Admission::Lock hold = scheduler.admission.lock();
-    switch (scheduler.admission.enterLocked(hold, mayBlockFor(scheduler))) {
-        case Admission::Entry::comesIn: return scheduler.submitAll(std::move(jobs));
-        case Admission::Entry::runsHere:
-            hold.unlock();
-            for (const WorkPointer& work : jobs) {
-                Job& job = static_cast<Job&>(*work);
-                if (job.claim()) {
-                    runForWaiter(job);
-                }
-            }
-            return true;
-        default:
-            hold.unlock();
-            for (const WorkPointer& work : jobs) {
-                work->abandon();
-            }
-            return false;
-    }
-}
-
-}  // namespace
-
-bool enqueue(boost::intrusive_ptr<Job> job)
-{
-    Scheduler& scheduler = job->scheduler();
-    return scheduler.admission.isOpen() ? scheduler.submit(std::move(job))
-                                        : enqueueIfAdmitted(scheduler, {std::move(job)});
-}
-
-bool enqueueAll(Scheduler& pool, std::vector<boost::intrusive_ptr<Work>> jobs)
-{
-    return pool.admission.isOpen() ? pool.submitAll(std::move(jobs))
-                                   : enqueueIfAdmitted(pool, std::move(jobs));
-}
-
 }  // namespace detail
 }  // namespace KT
