@@ -192,7 +192,7 @@ auto KTTaskGroup::start(detail::Place& place, std::string_view name, F&& callabl
                   "the callable can't be called with these arguments: it gets moved copies of them "
                   "(std::ref passes a reference), after a const KTStopToken& if it takes one");
     if constexpr (Call::Call::possible) {
-        const boost::intrusive_ptr<JobOf<Call>> job(
+        boost::intrusive_ptr<JobOf<Call>> job(
             new JobOf<Call>(group, name, std::forward<F>(callable), std::forward<Args>(args)...));
         group->start(*job, place.passOn());
         return job;

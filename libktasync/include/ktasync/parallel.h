@@ -26,6 +26,12 @@
 #include <ktasync/KTScopedPool.h>
 #include <ktasync/detail/Pieces.h>
 
+// Between a signed bound and an unsigned one the loop may have to be compiled for two types of
+// indices. What a body takes holds all indices that it is called with: not the compiler's business.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wconversion"
+#pragma GCC diagnostic ignored "-Wsign-conversion"
+
 namespace KT {
 
 /// Calls `body(i)` for each i from `first` to `last`, without `last`; the types are integers. Where
@@ -133,3 +139,5 @@ T parallelReduce(const KTPoolRef& pool, First first, Last last, T identity, Map&
 }
 
 }  // namespace KT
+
+#pragma GCC diagnostic pop

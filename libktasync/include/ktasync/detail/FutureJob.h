@@ -172,7 +172,7 @@ protected:
             return storage.bound([this] { return this->token(); });
         });
     }
-    void discard() override { storage.bound.~Bound(); }
+    void discard() final { storage.bound.~Bound(); }
 
 private:
     BoundStorage<Bound> storage;
