@@ -35,6 +35,7 @@ Reply Client::reply() const
         text.append(buffer, static_cast<std::size_t>(size));
     }
     Reply reply;
+    reply.isWhole = size == 0;
     const std::size_t end = text.find("\r\n\r\n");
     if (end != std::string::npos) {
         reply.status = std::atoi(text.substr(text.find(' ')).c_str());

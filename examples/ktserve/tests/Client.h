@@ -10,6 +10,7 @@ struct Reply {
     int status = 0;  ///< 0: nothing
     std::string head;
     std::string body;
+    bool isWhole = false;  ///< the server has closed its side, and not reset the connection
 };
 
 /// A connection to 127.0.0.1. What takes longer than a minute fails.

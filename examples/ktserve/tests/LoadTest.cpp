@@ -68,6 +68,7 @@ TEST_F(Load, BeyondTheQueueIsRefusedAtOnce)
         const Reply reply = get(port, "/sum/abc");
         ASSERT_EQ(503, reply.status);
         ASSERT_NE(std::string::npos, reply.head.find("Retry-After: 7\r\n")) << reply.head;
+        ASSERT_TRUE(reply.isWhole);
     }
     EXPECT_EQ(200, get(adminPort, "/healthz").status);
 }
@@ -141,6 +142,16 @@ TEST_F(Stop, ServesOnWhileItDrains)
 }
 
 TEST_F(Stop, AnswersWhatItCannotFinishInTime)
+{
+    start({"--grace-ms", "0"});
+    const auto running = ask(port, "/sleep/60000");
+    ASSERT_TRUE(untilPoolHas(1, 0));
+    program->tell(SIGTERM);
+    EXPECT_EQ(503, running->reply().status);
+    expectEnd(1);
+}
+
+TEST_F(Stop, AnswersWhatItCannotBeginInTime)
 {
     start({"--max-threads", "1", "--grace-ms", "0"});
     const auto running = ask(port, "/sleep/60000");

@@ -95,7 +95,16 @@ TEST_F(Request, WithABodyThatIsSentGetsTheAnswerAllTheSame)
 {
     const Client client(port);
     client.send(requestOf("/healthz", "Content-Length: 100000\r\n") + std::string(100000, 'x'));
-    EXPECT_EQ(413, client.reply().status);
+    const Reply reply = client.reply();
+    EXPECT_EQ(413, reply.status);
+    EXPECT_TRUE(reply.isWhole);
+}
+
+TEST_F(Request, WithControlCharactersIsRefused)
+{
+    EXPECT_EQ(400, get(port, "/healthz", "X: \x1b[2J\r\n").status);
+    EXPECT_EQ(400, get(port, "/healthz", "X: \x7f\r\n").status);
+    EXPECT_EQ(200, get(port, "/healthz", "X:\ta b\r\n").status);
 }
 
 TEST_F(Request, WithAnotherMethodIsRefused)
