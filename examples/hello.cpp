@@ -39,7 +39,7 @@ int main()
         pool->enqueue(task);
     }
     for (std::future<std::string>& greeting : greetings) {
-        // A wake-up may be lost on its way to a worker: who waits makes up for it.
+        // A wake-up may be lost on its way to a worker: the waiter repeats it.
         while (greeting.wait_for(10ms) != std::future_status::ready) {
             pool->wake();
         }

@@ -11,7 +11,7 @@
 
 #include "Source.h"
 
-/// What there is to do in all; complete once the task that counts it is through.
+/// What there is to do in all; complete once the task that counts it has ended.
 struct Totals {
     std::atomic<std::uint64_t> bytes{0};
     std::atomic<std::uint64_t> files{0};

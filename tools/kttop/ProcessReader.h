@@ -23,7 +23,7 @@ class ProcessEnded : public ProcessError {
 class ProcessReader {
 public:
     /// `procfs` is where /proc is. At most `keptFiles` files stay open between samples; those of
-    /// the other threads are opened anew each time. Throws ProcessError.
+    /// the other threads are opened again each time. Throws ProcessError.
     ProcessReader(const std::string& procfs, int pid, std::size_t keptFiles);
 
     const ProcessIdentity& process() const { return identity; }

@@ -15,7 +15,7 @@
 class ThreadReader {
 public:
     /// `folderOfThreads` is the process's folder that has one for each thread. At most `keptFiles`
-    /// files stay open; those of the other threads are opened anew each time.
+    /// files stay open; those of the other threads are opened again each time.
     ThreadReader(FileDescriptor folderOfThreads, std::size_t keptFiles);
 
     int folder() const { return tasks.get(); }

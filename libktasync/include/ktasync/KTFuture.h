@@ -27,7 +27,7 @@ struct Start;
 /// KT::KTFuture<std::string> text = lines.then([](int n) { return std::to_string(n); });
 /// std::cout << text.get() << '\n';
 /// \endcode
-/// A future that is let go of leaves its task alone; an exception that nobody can look at any more
+/// A future that is dropped leaves its task alone; an exception that nobody can look at any more
 /// is then logged (category "ktasync"). All but `valid`, assignment and destruction throw KTError
 /// on a future without a task: a default one, moved from, or asked for its result before.
 ///
@@ -92,7 +92,7 @@ public:
     /// \return  whether the task has ended
     bool isReady() const { return checked("isReady").isReady(); }
 
-    /// A task not begun never runs, and `get` throws KTCancelled. One that runs gets its stop mark
+    /// A task not begun never runs, and `get` throws KTCancelled. One that runs gets a stop request
     /// raised; one that has ended is left alone, and so is one whose result was asked for, by `get`
     /// or `then`. Doesn't wait.
     ///

@@ -72,7 +72,7 @@ public:
     /// Breaks the promise, unless it was kept.
     ~KTPromise()
     {
-        unused = Share();  // nobody asks for it any more
+        unused = Share();  // a future has it now
         if (job) {
             detail::breakPromise(*job);
         }

@@ -9,7 +9,7 @@
 
 namespace KT {
 
-/// A task's stop mark. A callable that takes a `const KTStopToken&` first is given its own:
+/// A task's stop request. A callable that takes a `const KTStopToken&` first is given its own:
 /// \code
 /// KT::submit(pool, "poll", [](const KT::KTStopToken& stop) {
 ///     while (!stop.waitFor(1000)) {

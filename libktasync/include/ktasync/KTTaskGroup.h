@@ -37,7 +37,7 @@ namespace KT {
 /// `wait` from any other thread. Constructing and destroying it belong to one thread. It can't be
 /// copied. It shares the pool, and its tasks own their callables.
 ///
-/// When a wait is through, by returning or by what it throws of a task, the caller sees all that
+/// When a wait has ended, by returning or by what it throws of a task, the caller sees all that
 /// the tasks wrote, and their callables have been destroyed. The group may be destroyed then, once
 /// the calls of all other threads have returned: none of these tasks touches it any more. It may
 /// be destroyed earlier, and waits then; before or after its pool.
@@ -162,8 +162,8 @@ public:
     /// \return              whether all have ended; false without looking at exceptions
     bool waitFor(int milliseconds);
 
-    /// Drops the tasks that nobody has begun, and any that come until the next wait is through;
-    /// raises the stop marks of the others. Doesn't wait.
+    /// Drops the tasks that nobody has begun, and any that come until the next wait has ended;
+    /// requests the others to stop. Doesn't wait.
     void cancel();
 
     /// How many tasks have thrown something. Doesn't block.

@@ -15,7 +15,7 @@
 
 namespace KT {
 
-/// As `submit`, for a task whose result and end nobody asks for:
+/// As `submit`, for a task without a result, and without a future:
 /// \code
 /// KT::post(pool, "render", [row = n] { render(row); });
 /// \endcode

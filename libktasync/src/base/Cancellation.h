@@ -47,7 +47,7 @@ public:
 {
 #ifdef _LIBCPPABI_VERSION
     // With libc++abi a rethrow would raise an exception that nobody catches. So the handler forgets
-    // what it has caught, first of the fields that the ABI names, and the unwinding starts anew.
+    // what it has caught, first of the fields that the ABI names, and the unwinding starts again.
     *reinterpret_cast<void**>(abi::__cxa_get_globals()) = nullptr;
     pthread_exit(PTHREAD_CANCELED);
 #else

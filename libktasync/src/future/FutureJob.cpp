@@ -139,7 +139,7 @@ bool FutureJob::wait(int milliseconds)
 }
 
 // This job, or the one that must end before it can begin, or the one before that, and so on. `path`
-// keeps the way there, or a long chain would be walked anew for each of its jobs.
+// keeps the way there, or a long chain would be walked again for each of its jobs.
 boost::intrusive_ptr<FutureJob> FutureJob::firstUnfinished(Path& path)
 {
     while (!path.empty() && path.back()->isReady()) {

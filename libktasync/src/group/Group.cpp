@@ -97,7 +97,7 @@ bool Group::listLocked(GroupMember& member)
 {
     if (!isCancelled) {
         waiting.push_back(member);
-        // Who waits may be the only one left to run it.
+        // A waiter may be the only one left to run it.
         changed.notify_all();
     }
     return !isCancelled;

@@ -102,7 +102,7 @@ class Helpers {
 public:
     explicit Helpers(const KTPoolRef& pool) : group(new Group(pool, 0)) {}
 
-    /// Left before `finish` is through: the memory ran out, or the thread was cancelled.
+    /// Left before `finish` has ended: the memory ran out, or the thread was cancelled.
     ~Helpers()
     {
         if (!isFinished) {

@@ -19,7 +19,7 @@ namespace detail {
 
 class Scheduler;
 
-/// Closes a pool in the steps of its options, once, whoever asks for it.
+/// Closes a pool in the steps of its options, once, whichever thread calls it.
 ///
 /// Any thread may call any operation, also while another one closes the pool. None is a
 /// cancellation point.

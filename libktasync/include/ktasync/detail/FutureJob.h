@@ -30,7 +30,7 @@ public:
     /// it has. In a task of the same pool it runs the job itself, if nobody has begun.
     bool wait(int milliseconds);
 
-    /// Drops the job (true) or raises its stop mark (false).
+    /// Drops the job (true) or requests it to stop (false).
     bool cancel();
 
     /// Throws what the call threw, or KTCancelled. Only for a job that has ended, and once.

@@ -70,8 +70,8 @@ protected:
 template <typename Bound>
 using GroupCall = CallWithoutResult<GroupJob, Bound>;
 
-/// Counts the tasks of a group, and runs them for who waits. Shared by the group and its tasks: one
-/// that was run by who waited may be in the pool's queue for longer than the group lives.
+/// Counts the tasks of a group, and runs them for waiters. Shared by the group and its tasks: one
+/// that a client keeps by its future may outlive the group.
 ///
 /// A task has a place from `enter` until it ends, or until `leave` if it doesn't come to be.
 class KTASYNC_EXPORT Group : public boost::intrusive_ref_counter<Group> {
@@ -106,7 +106,7 @@ public:
     /// Drops what nobody has begun, and what comes until the next `settle`.
     KTASYNC_HIDDEN void dropWaiting();
 
-    /// The same, and raises the stop marks of the rest.
+    /// The same, and requests the rest to stop.
     KTASYNC_HIDDEN void cancel();
 
     struct Account {

@@ -55,10 +55,10 @@ public:
 
     void execute() override;
     void abandon() override;
-    /// Raises the stop mark, and that of each job that runs inside of this one: the thread is to
+    /// Requests this job to stop, and each one that runs inside of this one: the thread is to
     /// stop.
     void requestStop() override;
-    /// Raises the stop mark, and that of each job inside that was made by the one around it. Nobody
+    /// Requests this job to stop, and each one inside that was made by the one around it. Nobody
     /// has cancelled the others.
     KTASYNC_HIDDEN void requestStopOfOwn();
 
@@ -138,7 +138,7 @@ union BoundStorage {
     Bound bound;
 };
 
-/// A job with a callable, whose result nobody asks for. `Base` is made of the place that it is for
+/// A job with a callable, without a result. `Base` is made of the place that it is for
 /// (a pool, a group) and the name.
 template <typename Base, typename Bound>
 class CallWithoutResult final : public Base {
