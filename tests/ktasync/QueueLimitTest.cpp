@@ -1,6 +1,7 @@
 /// KTPoolOptions::maxQueued.
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <thread>
 #include <vector>
@@ -149,6 +150,27 @@ TEST(QueueLimit, BlockedSubmitterMayBeCancelled)
     pthread_cancel(submitter.native_handle());
     submitter.join();
     EXPECT_TRUE(eventually([&captured] { return captured.use_count() == 1; }));
+}
+
+/// Submits to the pool when it is destroyed.
+struct LastWord {
+    explicit LastWord(KT::KTScopedPool& toTell) : pool(&toTell) {}
+    ~LastWord()
+    {
+        KT::post(*pool, [] { ADD_FAILURE(); });
+    }
+    LastWord(const LastWord&) = delete;
+    LastWord& operator=(const LastWord&) = delete;
+    KT::KTScopedPool* pool;
+};
+
+TEST(QueueLimit, OfAClosedPoolLetsDestructorsSubmit)
+{
+    for (const WhenFull whenFull : {WhenFull::block, WhenFull::runHere, WhenFull::refuse}) {
+        KT::KTScopedPool pool(limitedTo(1, whenFull));
+        pool.close();
+        EXPECT_FALSE(KT::post(pool, [last = std::make_unique<LastWord>(pool)] { ADD_FAILURE(); }));
+    }
 }
 
 }  // namespace

@@ -19,6 +19,7 @@ TASK_STATES = {0: "waiting", 1: "running", 2: "finished"}
 NAMES_SHOWN = 5  # of the tasks in a queue
 TASKS_SEARCHED = 1000  # of a queue, for what leads to other pools
 LONGEST_NAME = 200
+SIZE_OF_NAME = 32  # of a pool: KTThreadPoolStatus has as much
 MOST_ELEMENTS = 1 << 30  # more of anything is no number of tasks or workers
 MOST_SLOTS = 1 << 20
 FRAMES_SEARCHED = 32
@@ -589,8 +590,9 @@ class Pool:
         return name and " " + name
 
     def given_name(self):
-        name = member(pointee(self.pool["settings"]).address, "name")
-        text = bytes(gdb.selected_inferior().read_memory(int(name.address), name.type.sizeof)).partition(b"\0")[0]
+        # The settings begin with it. Their type is known only from the library's own debug symbols.
+        settings = self.pool["settings"].address.cast(gdb.lookup_type("unsigned long").pointer()).dereference()
+        text = bytes(gdb.selected_inferior().read_memory(int(settings), SIZE_OF_NAME)).partition(b"\0")[0]
         return f'"{shown(text.decode(errors="backslashreplace"))}"' if text else ""
 
     def counts(self):

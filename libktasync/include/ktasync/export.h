@@ -1,5 +1,7 @@
 #pragma once
 
+#include <ktthread/requirements.h>
+
 /// Marks what libktasync and libktasync-metrics export; everything else in them is hidden.
 #define KTASYNC_EXPORT __attribute__((visibility("default")))
 

@@ -22,28 +22,33 @@ bool mayBlockFor(const Scheduler& scheduler)
     return !(pool && pool->runningInThisThread()) && !CurrentJob::isAnyOf(scheduler);
 }
 
+/// Also queues the jobs if they come in.
+Admission::Entry admit(Scheduler& scheduler, std::vector<WorkPointer>& jobs)
+{
+    Admission::Lock hold = scheduler.admission.lock();
+    const Admission::Entry entry = scheduler.admission.enterLocked(hold, mayBlockFor(scheduler));
+    if (entry == Admission::Entry::comesIn) {
+        scheduler.queueAll(std::move(jobs));
+    }
+    return entry;
+}
+
 /// Of a pool that doesn't take everything.
 bool enqueueIfAdmitted(Scheduler& scheduler, std::vector<WorkPointer> jobs)
 {
-    Admission::Lock hold = scheduler.admission.lock();
-    switch (scheduler.admission.enterLocked(hold, mayBlockFor(scheduler))) {
-        case Admission::Entry::comesIn: return scheduler.submitAll(std::move(jobs));
-        case Admission::Entry::runsHere:
-            hold.unlock();
-            for (const WorkPointer& work : jobs) {
-                Job& job = static_cast<Job&>(*work);
-                if (job.claim()) {
-                    runForWaiter(job);
-                }
-            }
-            return true;
-        default:
-            hold.unlock();
-            for (const WorkPointer& work : jobs) {
-                work->abandon();
-            }
-            return false;
+    const Admission::Entry entry = admit(scheduler, jobs);
+    if (entry == Admission::Entry::comesIn) {
+        return scheduler.call();
     }
+    for (const WorkPointer& work : jobs) {
+        Job& job = static_cast<Job&>(*work);
+        if (entry == Admission::Entry::refused) {
+            job.abandon();
+        } else if (job.claim()) {
+            runForWaiter(job);
+        }
+    }
+    return entry == Admission::Entry::runsHere;
 }
 
 }  // namespace

@@ -105,11 +105,16 @@ bool Scheduler::submit(WorkPointer work)
 
 bool Scheduler::submitAll(std::vector<WorkPointer> batch)
 {
+    queueAll(std::move(batch));
+    return call();
+}
+
+void Scheduler::queueAll(std::vector<WorkPointer> batch)
+{
     for (const WorkPointer& work : batch) {
         probeQueued(*work);
     }
     outerQueue().pushAll(std::move(batch));
-    return call();
 }
 
 bool Scheduler::submitNear(WorkPointer work)

@@ -76,6 +76,9 @@ public:
     bool submit(WorkPointer work);
     /// The same for many.
     bool submitAll(std::vector<WorkPointer> batch);
+    /// The same in two steps, of which the second may run destructors of clients.
+    void queueAll(std::vector<WorkPointer> batch);
+    bool call();
     /// The same for work that the calling work may need soon: in its own carrier's queue.
     bool submitNear(WorkPointer work);
 
@@ -147,7 +150,6 @@ private:
     bool hasWork() const;
     std::size_t waiting() const;
     bool isRefused();
-    bool call();
     bool mayStart();
     bool start();
     void watch();

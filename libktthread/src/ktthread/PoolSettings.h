@@ -14,8 +14,8 @@ struct KTThreadPool::Settings {
     /// In place of a size: that of KTThread::setStackSize.
     static constexpr std::size_t ofTheProcess = SIZE_MAX;
 
-    /// Ends with a null; empty: none. Written before init. It comes first: the probes take the
-    /// address of the settings for that of the name.
+    /// Ends with a null; empty: none. Written before init. It comes first: the probes and
+    /// gdb take the address of the settings for that of the name.
     char name[sizeof(KTThreadPoolStatus::name)] = {};
     std::atomic<std::size_t> stackSize{ofTheProcess};
     std::size_t stackSizeOr(std::size_t usual) const
