@@ -43,10 +43,9 @@ Carrier::~Carrier()
     }
 }
 
-Runner& Carrier::disown()
+void Carrier::disown()
 {
     hasBegun = true;
-    return runner;
 }
 
 Runner* Carrier::runnerOfThisThread(const Scheduler& scheduler)

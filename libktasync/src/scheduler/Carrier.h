@@ -25,8 +25,8 @@ public:
     /// Asks the work that runs, and lets no other begin.
     void exitTask() override;
 
-    /// Its place, if it wasn't queued, and its scheduler takes care of that.
-    Runner& disown();
+    /// It wasn't queued: its scheduler takes care of its place.
+    void disown();
     bool isStopped() const { return current.isStopped(); }
 
     /// The place of the carrier that the calling thread is in; null in none of `scheduler`.

@@ -200,10 +200,12 @@ bool Scheduler::start()
     const NoCancellation off;
     ++searching;
     ++unstarted;
+    Runner* place = nullptr;
     boost::shared_ptr<Carrier> carrier;
     bool isRefused = false;
     try {
-        carrier = boost::make_shared<Carrier>(*this, takeRunner());
+        place = &takeRunner();
+        carrier = boost::make_shared<Carrier>(*this, *place);
         const boost::shared_ptr<KTThreadPool> pool = target.lock();
         isRefused = !pool || !pool->enqueue(carrier);
         if (!isRefused) {
@@ -218,7 +220,10 @@ bool Scheduler::start()
         return true;
     }
     if (carrier) {
-        giveBack(carrier->disown());
+        carrier->disown();
+    }
+    if (place != nullptr) {
+        giveBack(*place);
     }
     --unstarted;
     --searching;
