@@ -446,14 +446,18 @@ TEST(SubmitAll, CopiesOutOfAViewOfSomebodyElsesContainer)
 
 TEST(SubmitAll, MovesOutOfAViewThatAsksForIt)
 {
+    struct Call {
+        int operator()() const { return *result; }
+        std::unique_ptr<int> result = std::make_unique<int>(1);
+    };
     KT::KTScopedPool pool;
-    std::vector<std::function<int()>> calls(3, [] { return 1; });
+    std::vector<Call> calls(3);
     for (KT::KTFuture<int>& future : KT::submitAll(
              pool,
              View{std::make_move_iterator(calls.begin()), std::make_move_iterator(calls.end())})) {
         EXPECT_EQ(future.get(), 1);
     }
-    EXPECT_FALSE(calls.front());
+    EXPECT_FALSE(calls.front().result);
 }
 
 TEST(SubmitAll, StoppedPoolCancelsAll)
