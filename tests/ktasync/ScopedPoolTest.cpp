@@ -86,7 +86,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Nonsense{"name", [](Options& o) { o.name = std::string(32, 'x'); }},
                     Nonsense{"name", [](Options& o) { o.name = "two\nlines"; }},
                     Nonsense{"stackSize", [](Options& o) { o.stackSize = 0; }},
-                    Nonsense{"stackSize", [](Options& o) { o.stackSize = 65535; }},
+                    Nonsense{"stackSize", [](Options& o) { o.stackSize = 131071; }},
                     Nonsense{"stackSize", [](Options& o) { o.stackSize = (1U << 30) + 1; }}));
 
 TEST(ScopedPool, ThrowsAndLeavesNothingIfThreadsCannotBeMade)
@@ -137,7 +137,7 @@ TEST(ScopedPoolStack, OfATaskIsTheSystems)
 TEST(ScopedPoolStack, OfATaskIsWhatTheOptionsSay)
 {
     for (const std::size_t size :
-         {std::size_t(65536), std::size_t(1) << 20, std::size_t(1) << 30}) {
+         {std::size_t(131072), std::size_t(1) << 20, std::size_t(1) << 30}) {
         KT::KTPoolOptions options = fixedSize(1);
         options.stackSize = size;
         KT::KTScopedPool pool(options);

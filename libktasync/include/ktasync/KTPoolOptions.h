@@ -100,7 +100,7 @@ struct KTPoolOptions {
     /// What becomes of the tasks that go on for longer than that.
     Stuck stuck = Stuck::keepWaiting;
 
-    /// Bytes of stack that a task has: 64 KiB to 1 GiB, of which the memory is taken that was
+    /// Bytes of stack that a task has: 128 KiB to 1 GiB, of which the memory is taken that was
     /// touched. Not set: what the system gives a thread, 8 MiB in most places (`ulimit -s`).
     std::optional<std::size_t> stackSize;
 

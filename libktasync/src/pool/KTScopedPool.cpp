@@ -24,9 +24,8 @@ const int mostThreads = 65536;
 const int usualMost = 64;
 const int usualMostPerProcessor = 8;
 
-/// Enough for the library's own code and that of the log; and less than what only a mistake asks
-/// for.
-const std::size_t leastStack = std::size_t(64) << 10;
+/// What every platform takes; and less than what only a mistake asks for.
+const std::size_t leastStack = std::size_t(128) << 10;
 const std::size_t mostStack = std::size_t(1) << 30;
 
 template <typename Number>
