@@ -267,6 +267,10 @@ void takenAgain(const Held& held)
 void begin()
 {
     here(0);  // the first look at a stack allocates memory
+    // A child must not inherit the lock from a thread that it doesn't have. Of the handlers, the
+    // first registered takes its lock last and releases it first: those of others are recorded.
+    pthread_atfork([] { seen.lock.lock(); }, [] { seen.lock.unlock(); },
+                   [] { seen.lock.unlock(); });
 }
 
 void write()

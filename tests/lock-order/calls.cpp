@@ -1,7 +1,9 @@
 /// The platform's calls, recorded: to be loaded in front of the C library (LD_PRELOAD).
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 
 #include <dlfcn.h>
 #include <pthread.h>
@@ -26,12 +28,6 @@ bool isLookedAt()
 /// Set from the time on when the recorder is ready.
 bool isOn = false;
 
-__attribute__((constructor)) void begin()
-{
-    order::begin();
-    isOn = isLookedAt();
-}
-
 __attribute__((destructor)) void end()
 {
     if (isOn) {
@@ -40,13 +36,62 @@ __attribute__((destructor)) void end()
     }
 }
 
-template <typename Function>
-Function next(Function, const char* name)
+/// A call of the C library. It is no static of the function that makes the call: a child of a
+/// process in which another thread was just initialising that one would wait for it for ever.
+class Call {
+public:
+    constexpr explicit Call(const char* itsName) : name(itsName) {}
+    void* find()
+    {
+        void* function = found.load(std::memory_order_relaxed);
+        if (function == nullptr) {
+            function = dlsym(RTLD_NEXT, name);
+            found.store(function, std::memory_order_relaxed);
+        }
+        return function;
+    }
+
+private:
+    const char* const name;
+    std::atomic<void*> found{nullptr};
+};
+
+Call of_pthread_mutex_init("pthread_mutex_init");
+Call of_pthread_mutex_destroy("pthread_mutex_destroy");
+Call of_pthread_mutex_lock("pthread_mutex_lock");
+Call of_pthread_mutex_trylock("pthread_mutex_trylock");
+Call of_pthread_mutex_unlock("pthread_mutex_unlock");
+Call of_pthread_rwlock_init("pthread_rwlock_init");
+Call of_pthread_rwlock_destroy("pthread_rwlock_destroy");
+Call of_pthread_rwlock_rdlock("pthread_rwlock_rdlock");
+Call of_pthread_rwlock_wrlock("pthread_rwlock_wrlock");
+Call of_pthread_rwlock_unlock("pthread_rwlock_unlock");
+Call of_pthread_cond_wait("pthread_cond_wait");
+Call of_pthread_cond_timedwait("pthread_cond_timedwait");
+Call of_pthread_cond_clockwait("pthread_cond_clockwait");
+
+#define KT_NEXT(function) \
+    const auto real = reinterpret_cast<decltype(&(function))>(of_##function.find())
+
+/// Finds all of them while there is one thread: the loader's lock is inherited across fork, too.
+void findCalls()
 {
-    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+    for (Call* const call :
+         {&of_pthread_mutex_init, &of_pthread_mutex_destroy, &of_pthread_mutex_lock,
+          &of_pthread_mutex_trylock, &of_pthread_mutex_unlock, &of_pthread_rwlock_init,
+          &of_pthread_rwlock_destroy, &of_pthread_rwlock_rdlock, &of_pthread_rwlock_wrlock,
+          &of_pthread_rwlock_unlock, &of_pthread_cond_wait, &of_pthread_cond_timedwait,
+          &of_pthread_cond_clockwait}) {
+        call->find();
+    }
 }
 
-#define KT_NEXT(function) static const auto real = next(&(function), #function)
+__attribute__((constructor)) void begin()
+{
+    findCalls();
+    order::begin();
+    isOn = isLookedAt();
+}
 
 template <typename Lock>
 int take(int (*real)(Lock*), Lock* lock, Mode mode, void* place)
