@@ -2,6 +2,7 @@
 
 #include <array>
 #include <atomic>
+#include <iterator>
 #include <new>
 #include <utility>
 
@@ -12,7 +13,9 @@ namespace detail {
 
 namespace {
 
-const std::size_t blockSize = 128;
+/// What posted tasks need, and those with a future or a group.
+constexpr std::size_t blockSizes[] = {96, 128};
+const std::size_t kinds = std::size(blockSizes);
 
 #if defined(__SANITIZE_ADDRESS__)
 /// A job that is used after its end must be found.
@@ -85,65 +88,85 @@ private:
     std::array<std::atomic<Free*>, 64> places{};
 };
 
-Rack rack;
+std::array<Rack, kinds> racks;
 
-/// What a thread has: a magazine in use, and a full one or none, so that taking and giving in turn
-/// doesn't go to the rack each time.
+/// What a thread has of a kind: a magazine in use, and a full one or none, so that taking and
+/// giving in turn doesn't go to the rack each time.
 struct Supply {
     Magazine inUse;
     Magazine full;
-    bool isReturned = false;  ///< at the end of the thread
 };
 
-thread_local Supply supply;
+thread_local std::array<Supply, kinds> supplies;
+thread_local bool isReturned = false;  ///< at the end of the thread
 
 void returnAll(void* /*unused*/)
 {
-    supply.inUse.freeAll();
-    supply.full.freeAll();
-    supply.isReturned = false;
+    for (Supply& supply : supplies) {
+        supply.inUse.freeAll();
+        supply.full.freeAll();
+    }
+    isReturned = false;
 }
+
+/// For `returnAll` at the end of a thread. A key rather than a thread-local object with a
+/// destructor: registering that ends the process where the memory has run out. Made when the
+/// library is loaded: until then, blocks aren't kept.
+struct Key {
+    Key() { isMade = pthread_key_create(&key, returnAll) == 0; }
+    pthread_key_t key = 0;
+    bool isMade;
+};
+
+const Key atEndOfThread;
 
 /// False if the thread can't give back at its end what it has: it must have nothing then.
 bool returnsAtItsEnd()
 {
-    if (!supply.isReturned) {
-        // A key rather than a thread-local object with a destructor: registering that ends the
-        // process where the memory has run out.
-        static const std::pair<pthread_key_t, bool> key = [] {
-            pthread_key_t made = 0;
-            const bool isMade = pthread_key_create(&made, returnAll) == 0;
-            return std::make_pair(made, isMade);
-        }();
-        supply.isReturned = key.second && pthread_setspecific(key.first, &supply) == 0;
+    if (!isReturned) {
+        isReturned = atEndOfThread.isMade && pthread_setspecific(atEndOfThread.key, &supplies) == 0;
     }
-    return supply.isReturned;
+    return isReturned;
+}
+
+/// Of a block for `size` bytes; `kinds` if no block is as large.
+std::size_t kindFor(std::size_t size)
+{
+    std::size_t kind = 0;
+    while (kind < kinds && size > blockSizes[kind]) {
+        ++kind;
+    }
+    return kind;
 }
 
 }  // namespace
 
 void* takeBlock(std::size_t size)
 {
-    if (!areUsedAgain || size > blockSize) {
+    const std::size_t kind = kindFor(size);
+    if (!areUsedAgain || kind == kinds) {
         return ::operator new(size);
     }
+    Supply& supply = supplies[kind];
     if (supply.inUse.count == 0) {
         std::swap(supply.inUse, supply.full);
     }
     if (supply.inUse.count == 0 && returnsAtItsEnd()) {
-        supply.inUse = rack.take();
+        supply.inUse = racks[kind].take();
     }
-    return supply.inUse.count == 0 ? ::operator new(blockSize) : supply.inUse.pop();
+    return supply.inUse.count == 0 ? ::operator new(blockSizes[kind]) : supply.inUse.pop();
 }
 
 void giveBlock(void* block, std::size_t size)
 {
-    if (!areUsedAgain || size > blockSize || !returnsAtItsEnd()) {
+    const std::size_t kind = kindFor(size);
+    if (!areUsedAgain || kind == kinds || !returnsAtItsEnd()) {
         ::operator delete(block);
         return;
     }
+    Supply& supply = supplies[kind];
     if (supply.inUse.count == Magazine::capacity) {
-        if (supply.full.count != 0 && !rack.put(supply.full)) {
+        if (supply.full.count != 0 && !racks[kind].put(supply.full)) {
             supply.full.freeAll();
         }
         supply.full = std::exchange(supply.inUse, Magazine());

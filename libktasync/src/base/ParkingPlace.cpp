@@ -23,7 +23,7 @@ public:
     ParkingPlace& of(const void* object)
     {
         const auto address = reinterpret_cast<std::uintptr_t>(object);
-        // Jobs are 128 bytes apart; the factor spreads what is in between over all bits.
+        // Jobs are 112 bytes apart or more; the factor spreads what is in between over all bits.
         return places[address / 64 * 0x9E3779B97F4A7C15U >> (64 - bits)];
     }
 

@@ -51,6 +51,7 @@ void WorkQueue::putBack(WorkPointer work)
     const Lock hold(oldMutex);
     work->queue.store(this, std::memory_order_relaxed);
     older.pushFront(std::move(work));
+    hasOlder.store(true, std::memory_order_relaxed);
     add(taken, minusOne, std::memory_order_seq_cst);
 }
 
@@ -62,7 +63,8 @@ WorkPointer WorkQueue::takeOut(WorkPointer work)
 
 WorkPointer WorkQueue::takeFirst()
 {
-    if (size() == 0) {
+    // `size` would fetch the cache line that the threads which submit write to.
+    if (!hasOlder.load(std::memory_order_relaxed) && size() == 0) {
         return nullptr;
     }
     const Lock hold(oldMutex);
@@ -75,6 +77,7 @@ WorkPointer WorkQueue::takeFirst()
     }
     add(taken, 1, std::memory_order_relaxed);
     WorkPointer oldest = takeOut(older.popFront());
+    hasOlder.store(!older.isEmpty(), std::memory_order_relaxed);
     // The next one was written by another processor. It is here by the time that it is asked for.
     __builtin_prefetch(older.front());
     return oldest;
@@ -96,6 +99,7 @@ WorkPointer WorkQueue::takeLast()
     const Lock holdNew(newMutex);
     if (newer.isEmpty()) {
         newer.swap(older);
+        hasOlder.store(false, std::memory_order_relaxed);
     }
     if (newer.isEmpty()) {
         return nullptr;
@@ -123,6 +127,7 @@ bool WorkQueue::remove(Work& work)
     }
     // In the middle of a list it makes no difference whose it is.
     removed = takeOut((newer.hasAtAnEnd(work) ? newer : older).remove(work));
+    hasOlder.store(!older.isEmpty(), std::memory_order_relaxed);
     add(added, minusOne, std::memory_order_relaxed);
     return true;
 }

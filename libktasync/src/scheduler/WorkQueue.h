@@ -68,6 +68,7 @@ private:
     // Under `oldMutex`.
     WorkList older;
     std::atomic<std::uint64_t> taken{0};  ///< from this end
+    std::atomic<bool> hasOlder{false};    ///< whether `older` has any
 };
 
 }  // namespace detail

@@ -1,7 +1,10 @@
+#include <cstddef>
 #include <cstring>
 #include <set>
 #include <thread>
 #include <vector>
+
+#include <malloc.h>
 
 #include <gtest/gtest.h>
 
@@ -28,6 +31,24 @@ TEST(Blocks, AreNeverInUseTwice)
     }
     for (void* const block : inUse) {
         giveBlock(block, 100);
+    }
+}
+
+/// Those of each size have a list of their own.
+TEST(Blocks, HaveTheSizeThatWasTaken)
+{
+    for (int round = 0; round < 3; ++round) {
+        for (const std::size_t size :
+             {std::size_t(1), std::size_t(96), std::size_t(97), std::size_t(128)}) {
+            std::vector<void*> blocks(100);
+            for (void*& block : blocks) {
+                block = takeBlock(size);
+                EXPECT_GE(malloc_usable_size(block), size);
+            }
+            for (void* const block : blocks) {
+                giveBlock(block, size);
+            }
+        }
     }
 }
 
