@@ -64,11 +64,14 @@ stage_libcxx() { build_and_run_some libcxx '^(core|ktasync)$' 'core-tests ktasyn
 # The libraries for another processor, and their tests under qemu.
 stage_arm64() {
   quietly unpack-arm64 packaging/unpack-arm64 build/arm64-root \
-    libspdlog1.10 libspdlog-dev libfmt9 libfmt-dev libgtest-dev libgmock-dev systemtap-sdt-dev
+    libspdlog1.10 libspdlog-dev libfmt9 libfmt-dev libgtest-dev libgmock-dev systemtap-sdt-dev \
+    libssl3 libssl-dev libncurses6 libncursesw6 libncurses-dev libtinfo6 libc6 libgcc-s1 libstdc++6
   quietly arm64-configure cmake --preset arm64
   quietly arm64-build compile --preset arm64
   quietly arm64 alone tests/tools/arm64-checks build/arm64
   grep ' ran\. (' build/arm64.log
+  quietly arm64-packages without_cache nice packaging/test-arm64-packages build/arm64-root
+  tail -n 1 build/arm64-packages.log
 }
 
 stage_boost() {
