@@ -278,8 +278,8 @@ case_examples() {
   cp -r "$sources/examples" "$work/source"
   cd "$work/source"
   build_with_cmake -DCMAKE_BUILD_TYPE=Debug
-  # None at all would be no failure to ctest.
-  ctest --test-dir "$work/build" --no-tests=error --output-on-failure >"$work/log" 2>&1 ||
+  # None at all would be no failure to ctest. Behind a proxy a service that was built here is no other one.
+  ctest --test-dir "$work/build" --no-tests=error -LE '^deploy$' --output-on-failure >"$work/log" 2>&1 ||
     { cat "$work/log"; fail "they don't do what they say"; }
 }
 
