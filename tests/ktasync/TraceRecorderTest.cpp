@@ -350,6 +350,28 @@ void fillADisk(const std::string& path)
     recordAndLeave(path, 5000);
 }
 
+/// Whether a recorder tells of a full disk, and not before.
+bool tellsOfAFullDisk(const std::string& path)
+{
+    std::signal(SIGXFSZ, SIG_IGN);
+    KT::KTScopedPool pool(fixedSize(1));
+    KT::KTTraceRecorder trace(pool, path);
+    trace.flush();
+    const bool tooEarly = trace.hasFailed();
+    const rlimit none = {1, 1};
+    setrlimit(RLIMIT_FSIZE, &none);
+    KT::submit(pool, "too much", [] {}).get();
+    trace.flush();
+    return !tooEarly && trace.hasFailed();
+}
+
+TEST_F(TraceRecorderDeathTest, TellsThatItHasFailed)
+{
+    setenv("KT_TRACE", path.c_str(), 0);
+    EXPECT_EXIT(std::_Exit(tellsOfAFullDisk(std::getenv("KT_TRACE")) ? 0 : 1),
+                testing::ExitedWithCode(0), "");
+}
+
 TEST_F(TraceRecorderDeathTest, AFullDiskEndsTheRecording)
 {
     setenv("KT_TRACE", path.c_str(), 0);

@@ -31,8 +31,9 @@ namespace KT {
 /// The file is a JSON array after each write, also after a crash: what is not yet in it then is at
 /// most 64 KiB, and no older than a second (or `sampleMs`, if that is more). It needs no more
 /// memory than that, however long it records; when the disk is slower than the tasks, they wait for
-/// it. An error in writing ends the recording, with one log record (category "ktasync", a warning);
-/// the file keeps what it has. In a child of the process that made it (fork) it does nothing.
+/// it. An error in writing ends the recording, with one log record (category "ktasync", a warning),
+/// and `hasFailed` tells; the file keeps what it has. In a child of the process that made it (fork)
+/// it does nothing.
 ///
 /// Several may record the same pool, into different files. Constructing and destroying it may
 /// happen on any thread, while the pool works. It has a thread of its own, named "KTTrace". It
@@ -60,6 +61,13 @@ public:
 
     /// Writes what it has so far. Blocks for as long as the disk does. Any thread may call it.
     void flush();
+
+    /// Whether an error in writing has ended the recording. What ended last may not have been tried
+    /// yet: `flush` comes first. Blocks while something is being written. Any thread may call it.
+    /// False in a child of the process that made it.
+    ///
+    /// \return  true: the file lacks what came after the error
+    bool hasFailed() const;
 
 private:
     class Recording;

@@ -46,4 +46,9 @@ void KTTraceRecorder::flush()
     recording->flush();
 }
 
+bool KTTraceRecorder::hasFailed() const
+{
+    return recording->hasFailed();
+}
+
 }  // namespace KT

@@ -88,6 +88,16 @@ void KTTraceRecorder::Recording::flush()
     writeLocked([this] { file->flush(); });
 }
 
+bool KTTraceRecorder::Recording::hasFailed() const
+{
+    if (!isOfThisProcess()) {
+        return false;
+    }
+    const detail::NoCancellation off;
+    const std::lock_guard<std::mutex> hold(mutex);
+    return failed;
+}
+
 void KTTraceRecorder::Recording::nameLaneLocked(pid_t thread)
 {
     if (lanes.count(thread) != 0) {
@@ -137,13 +147,13 @@ void KTTraceRecorder::Recording::sampleUntilTheEnd(int sampleMs)
 template <typename Action>
 void KTTraceRecorder::Recording::writeLocked(const Action& action)
 {
-    if (hasFailed) {
+    if (failed) {
         return;
     }
     try {
         action();
     } catch (const std::system_error& error) {
-        hasFailed = true;
+        failed = true;
         detail::logWarning("KTTraceRecorder", [&] {
             return detail::poolLabel(pool->name()) + "'" + path +
                    "' can't be written, and records no more: " + error.code().message();

@@ -38,6 +38,7 @@ public:
 
     void taskEnded(const detail::TaskReport& report) override;
     void flush() override;
+    bool hasFailed() const;
     /// Or of the one that this was forked from.
     bool isOfThisProcess() const { return getpid() == maker; }
 
@@ -53,10 +54,10 @@ private:
     const pid_t maker;
     const detail::TraceEvents events;
     detail::Observers& observers;  ///< as long as the pool
-    std::mutex mutex;
+    mutable std::mutex mutex;
     // `mutex`
     const std::unique_ptr<detail::TraceFile> file;
-    bool hasFailed = false;
+    bool failed = false;
     std::unordered_set<pid_t> lanes;
     std::optional<KTThreadPoolStatus> shown;
     bool isEnding = false;
