@@ -1,12 +1,9 @@
 #include "HttpServer.h"
 
 #include <exception>
-#include <future>
 #include <new>
-#include <stdexcept>
+#include <string>
 #include <utility>
-
-#include <sys/socket.h>
 
 #include <ktasync/post.h>
 
@@ -15,10 +12,9 @@
 
 namespace {
 
-/// Connections that the kernel accepts ahead of the server.
-const int backlog = 1024;
+const char* const requestId = "X-Request-Id";
 
-/// The stop token of the task that this thread runs a connection in. Null: it is to be refused.
+/// The stop token of the task that this thread runs a connection in.
 thread_local const KT::KTStopToken* currentStop = nullptr;
 
 /// For a scope.
@@ -45,14 +41,11 @@ bool hasBody(const httplib::Request& request)
            request.get_header_value("Content-Length", 0) > "0";
 }
 
-void requireGet(const httplib::Request& request, httplib::Response& response)
+/// Lets a client, and what is between it and here, tell which answer belongs to which request.
+void returnId(const httplib::Request& request, httplib::Response& response)
 {
-    if (request.method != "GET" && request.method != "HEAD") {
-        response.set_header("Allow", "GET, HEAD");
-        throw HttpError(405, "there is only GET and HEAD");
-    }
-    if (hasBody(request)) {
-        throw HttpError(413, "a request has no body here");
+    if (request.has_header(requestId)) {
+        response.set_header(requestId, request.get_header_value(requestId));
     }
 }
 
@@ -61,48 +54,28 @@ void requireGet(const httplib::Request& request, httplib::Response& response)
 /// A connection on its way through the pool. If the pool refuses or drops it, it is answered so.
 class HttpServer::Ticket {
 public:
-    explicit Ticket(std::function<void()> forConnection) : connection(std::move(forConnection)) {}
-    Ticket(Ticket&& other) noexcept : connection(std::exchange(other.connection, nullptr)) {}
+    Ticket(HttpServer& ofServer, Descriptor accepted)
+        : server(ofServer), connection(std::move(accepted))
+    {
+    }
+    Ticket(Ticket&& other) noexcept = default;
     ~Ticket()
     {
-        if (connection) {
-            const WithStop none(nullptr);
-            try {
-                connection();
-            } catch (const std::bad_alloc&) {
-                // Closed without a word.
-            }
+        if (connection.get() < 0) {
+            return;
         }
-    }
-
-    void operator()(const KT::KTStopToken& stop)
-    {
-        const WithStop its(&stop);
-        std::exchange(connection, nullptr)();
-    }
-
-private:
-    std::function<void()> connection;
-};
-
-/// How cpp-httplib hands out connections.
-class HttpServer::Queue : public httplib::TaskQueue {
-public:
-    explicit Queue(HttpServer& ofServer) : server(ofServer) {}
-
-    void enqueue(std::function<void()> connection) override
-    {
         try {
-            KT::post(server.workers, "http", Ticket(std::move(connection)));
+            server.refuse(std::move(connection));
         } catch (const std::bad_alloc&) {
-            // The ticket has refused it.
+            // Closed without a word.
         }
     }
 
-    void shutdown() override { server.workersEnded = server.workers.close(); }
+    void operator()(const KT::KTStopToken& stop) { server.serve(std::move(connection), stop); }
 
 private:
     HttpServer& server;
+    Descriptor connection;
 };
 
 HttpServer::HttpServer(const Limits& within, KT::KTPoolOptions options, Handler toAnswer)
@@ -113,11 +86,6 @@ HttpServer::HttpServer(const Limits& within, KT::KTPoolOptions options, Handler 
     });
     set_expect_100_continue_handler(
         [](const httplib::Request&, httplib::Response& response) { return response.status = 413; });
-    // Not cpp-httplib's own, with which a second process could share the port unnoticed.
-    set_socket_options([](socket_t socket) {
-        const int yes = 1;
-        setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-    });
 }
 
 HttpServer::~HttpServer()
@@ -127,46 +95,45 @@ HttpServer::~HttpServer()
 
 int HttpServer::start(const std::string& host, int port)
 {
-    const int bound = port == 0 ? bind_to_any_port(host) : bind_to_port(host, port) ? port : -1;
-    if (bound <= 0 || ::listen(svr_sock_, backlog) != 0) {
-        throw std::runtime_error("can't listen on " + host + ", port " + std::to_string(port));
-    }
-    std::promise<void> begun;
-    new_task_queue = [this, &begun] {
-        begun.set_value();
-        return new Queue(*this);
-    };
-    listener = std::thread([this] { listen_after_bind(); });
-    begun.get_future().wait();  // before that, stop() would do nothing
+    listener.emplace(host, port);
+    const int bound = listener->port();
+    acceptor = std::thread([this] {
+        listener->run([this](Descriptor connection) { enqueue(std::move(connection)); });
+    });
     return bound;
 }
 
 bool HttpServer::stopped()
 {
-    if (listener.joinable()) {
-        isStopping = true;
-        stop();
-        listener.join();
+    if (acceptor.joinable()) {
+        listener->stop();
+        acceptor.join();
+        hasAcceptedAll = true;
+        workersEnded = workers.close();
         lingering.finish();
     }
     return workersEnded && unanswered == 0;
 }
 
-bool HttpServer::process_and_close_socket(socket_t socket)
+void HttpServer::enqueue(Descriptor connection)
 {
-    Descriptor connection(socket);
-    if (currentStop != nullptr) {
-        serve(std::move(connection), *currentStop);
-    } else {
-        unanswered += isStopping ? 1 : 0;
-        sendRefusal(socket, 503, limits.retryAfterS);
-        lingering.close(std::move(connection));
+    try {
+        KT::post(workers, "http", Ticket(*this, std::move(connection)));
+    } catch (const std::bad_alloc&) {
+        // The ticket has refused it.
     }
-    return true;
+}
+
+void HttpServer::refuse(Descriptor connection)
+{
+    unanswered += hasAcceptedAll ? 1 : 0;
+    sendRefusal(connection.get(), 503, limits.retryAfterS);
+    lingering.close(std::move(connection));
 }
 
 void HttpServer::serve(Descriptor socket, const KT::KTStopToken& stop)
 {
+    const WithStop its(&stop);
     Connection connection(std::move(socket), limits);
     bool allRead = false;
     const int refused = connection.readHead();
@@ -193,7 +160,10 @@ httplib::Server::HandlerResponse HttpServer::answer(const httplib::Request& requ
                                                     httplib::Response& response) const
 {
     try {
-        requireGet(request, response);
+        returnId(request, response);
+        if (hasBody(request)) {
+            throw HttpError(413, "a request has no body here");
+        }
         handler(request, response, *currentStop);
     } catch (const HttpError& error) {
         response.status = error.status();

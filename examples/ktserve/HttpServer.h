@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <functional>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -11,13 +12,18 @@
 #include <ktasync/KTScopedPool.h>
 #include <ktasync/KTStopToken.h>
 
+#include "Descriptor.h"
+#include "Listener.h"
 #include "Options.h"
 #include "Refusal.h"
 
-/// Serves HTTP/1.1 by cpp-httplib: GET and HEAD, without bodies, and one request a connection, so
-/// that each task is one request and no worker waits for a client without any. A connection for
-/// which the pool has no room gets a 503 at once, from the thread that accepts. It is made and
-/// stopped by one thread.
+/// Serves HTTP/1.1 by cpp-httplib: requests without bodies, one a connection, so that each task is
+/// one request and no worker waits for a client without any. A connection for which the pool has no
+/// room gets a 503 at once, from the thread that accepts. An X-Request-Id comes back with the
+/// answer. It is made and stopped by one thread.
+///
+/// It accepts by itself: cpp-httplib's own loop ends for good at the first error of accept that it
+/// doesn't know, and resets the connections that wait when it is stopped.
 ///
 /// Made for cpp-httplib 0.11, Debian 12's: newer ones give process_request other parameters.
 class HttpServer : private httplib::Server {
@@ -44,7 +50,8 @@ public:
     /// \return      the port
     int start(const std::string& host, int port);
 
-    /// Accepts no more, and closes the pool, as its options say. Blocks for that.
+    /// Accepts what clients have connected by now and no more, and closes the pool, as its options
+    /// say. Blocks for that.
     ///
     /// \return  whether all that was accepted has been answered; if not, threads may still be busy
     ///          with it, and this object must not be destroyed
@@ -57,21 +64,20 @@ public:
     using httplib::Server::set_logger;
 
 private:
-    class Queue;
     class Ticket;
 
-    // Of httplib::Server.
-    bool process_and_close_socket(socket_t socket) override;
-
+    void enqueue(Descriptor connection);
+    void refuse(Descriptor connection);
     void serve(Descriptor socket, const KT::KTStopToken& stop);
     HandlerResponse answer(const httplib::Request& request, httplib::Response& response) const;
 
     const Limits limits;
     const Handler handler;
-    std::atomic<bool> isStopping{false};
-    std::atomic<int> unanswered{0};  ///< of those that had been accepted when it was stopped
+    std::atomic<bool> hasAcceptedAll{false};
+    std::atomic<int> unanswered{0};  ///< when the time was over; not those without room
     bool workersEnded = true;
     LingeringClose lingering;
     KT::KTScopedPool workers;
-    std::thread listener;
+    std::optional<Listener> listener;
+    std::thread acceptor;
 };

@@ -1,6 +1,6 @@
 #include "Service.h"
 
-#include <charconv>
+#include <algorithm>
 #include <string_view>
 
 #include <prometheus/text_serializer.h>
@@ -9,10 +9,9 @@
 #include "HttpError.h"
 #include "Log.h"
 #include "Sum.h"
+#include "Target.h"
 
 namespace {
-
-const int longestSleepMs = 60000;
 
 KT::KTPoolOptions poolOf(const Options& options)
 {
@@ -27,41 +26,27 @@ KT::KTPoolOptions poolOf(const Options& options)
     return pool;
 }
 
-KT::KTPoolOptions adminPool()
+KT::KTPoolOptions adminPool(const Options& options)
 {
     KT::KTPoolOptions pool;
     pool.threads = 1;
-    pool.maxThreads = 2;
+    pool.maxThreads = 3;  // one of them may record a timeline
     pool.maxQueued = 16;
-    pool.finishTimeoutMs = 1000;
+    // A timeline is sent at the end.
+    pool.finishTimeoutMs = options.limits.clientTimeoutMs + 1000;
     return pool;
 }
 
-/// Its target without a query.
-std::string_view pathIn(const httplib::Request& request)
+void requireMethod(const httplib::Request& request, httplib::Response& response, bool isPost)
 {
-    const std::string_view target = request.target;
-    return target.substr(0, target.find_first_of("?#"));
+    if (isPost ? request.method != "POST" : request.method != "GET" && request.method != "HEAD") {
+        response.set_header("Allow", isPost ? "POST" : "GET, HEAD");
+        throw HttpError(405, isPost ? "there is only POST" : "there is only GET and HEAD");
+    }
 }
 
-/// Whether `path` begins with `prefix`, which is removed then.
-bool consume(std::string_view& path, std::string_view prefix)
+void sleepFor(int milliseconds, const KT::KTStopToken& stop)
 {
-    if (path.substr(0, prefix.size()) != prefix) {
-        return false;
-    }
-    path.remove_prefix(prefix.size());
-    return true;
-}
-
-void sleepFor(std::string_view text, const KT::KTStopToken& stop)
-{
-    int milliseconds = -1;
-    const auto [end, error] = std::from_chars(text.begin(), text.end(), milliseconds);
-    if (error != std::errc() || end != text.end() || milliseconds < 0 ||
-        milliseconds > longestSleepMs) {
-        throw HttpError(400, "milliseconds must be 0 to " + std::to_string(longestSleepMs));
-    }
     if (stop.waitFor(milliseconds)) {
         throw HttpError(503, "the service ends");
     }
@@ -83,7 +68,8 @@ Service::Service(const Options& given)
              [this](const Request& request, Response& response, const KT::KTStopToken& stop) {
                  answer(request, response, stop);
              }),
-      admin(given.limits, adminPool(),
+      tracer(server.pool()),
+      admin(given.limits, adminPool(given),
             [this](const Request& request, Response& response, const KT::KTStopToken&) {
                 answerAdmin(request, response);
             }),
@@ -99,29 +85,38 @@ Service::Service(const Options& given)
     itsPort = server.start(options.host, options.port);
 }
 
+void Service::drain()
+{
+    isDraining = true;
+    tracer.end();
+}
+
 bool Service::finish()
 {
     const bool all = server.stopped();
     return admin.stopped() && all;
 }
 
-void Service::answer(const Request& request, Response& response, const KT::KTStopToken& stop) const
+void Service::answer(const Request& request, Response& response, const KT::KTStopToken& stop)
 {
-    std::string_view path = pathIn(request);
+    std::string_view path = pathIn(request.target);
     if (consume(path, "/sum/")) {
+        requireMethod(request, response, false);
         const Descriptor file = root.open(pathOf(path));
         response.set_content(sha256Of(file.get(), stop) + "\n", "text/plain");
     } else if (consume(path, "/sleep/")) {
-        sleepFor(path, stop);
+        requireMethod(request, response, false);
+        sleepFor(millisecondsIn(path), stop);
         response.set_content("slept\n", "text/plain");
     } else {
         answerAdmin(request, response);
     }
 }
 
-void Service::answerAdmin(const Request& request, Response& response) const
+void Service::answerAdmin(const Request& request, Response& response)
 {
-    const std::string_view path = pathIn(request);
+    const std::string_view path = pathIn(request.target);
+    requireMethod(request, response, path == "/trace");
     if (path == "/healthz") {
         response.set_content("alive\n", "text/plain");
     } else if (path == "/readyz") {
@@ -135,6 +130,10 @@ void Service::answerAdmin(const Request& request, Response& response) const
                              "text/plain; version=0.0.4; charset=utf-8");
     } else if (path == "/status") {
         writeStatus(response);
+    } else if (path == "/trace") {
+        const std::chrono::seconds time(secondsIn(request.target));
+        response.set_content(tracer.record(time), "application/json");
+        response.set_header("Content-Disposition", "attachment; filename=\"ktserve-trace.json\"");
     } else {
         throw HttpError(404, "there is no such resource");
     }

@@ -76,6 +76,8 @@ int main(int argc, char** argv)
     // Before there are other threads, which inherit it.
     const sigset_t signals = stopSignals();
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    // A file that would get too large is an error in writing, as a full disk is.
+    std::signal(SIGXFSZ, SIG_IGN);
     try {
         return run(*options, signals);
     } catch (const std::exception& error) {

@@ -14,6 +14,14 @@ Client::Client(int port, const std::string& address)
     const timeval limit = {60, 0};
     setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+    // From another address than the service's. Else one that connects when nobody listens any more
+    // may get that port for its own side, and so connect to itself.
+    sockaddr_in from = {};
+    from.sin_family = AF_INET;
+    inet_pton(AF_INET, "127.0.0.3", &from.sin_addr);
+    const int yes = 1;
+    setsockopt(socket.get(), IPPROTO_IP, IP_BIND_ADDRESS_NO_PORT, &yes, sizeof yes);
+    static_cast<void>(bind(socket.get(), reinterpret_cast<const sockaddr*>(&from), sizeof from));
     sockaddr_in to = {};
     to.sin_family = AF_INET;
     to.sin_port = htons(static_cast<std::uint16_t>(port));
@@ -45,9 +53,17 @@ Reply Client::reply() const
     return reply;
 }
 
-std::string requestOf(const std::string& path, const std::string& headers)
+void Client::reset()
 {
-    return "GET " + path + " HTTP/1.1\r\nHost: localhost\r\n" + headers + "\r\n";
+    const linger now = {1, 0};
+    setsockopt(socket.get(), SOL_SOCKET, SO_LINGER, &now, sizeof now);
+    socket = Descriptor();
+}
+
+std::string requestOf(const std::string& path, const std::string& headers,
+                      const std::string& method)
+{
+    return method + " " + path + " HTTP/1.1\r\nHost: localhost\r\n" + headers + "\r\n";
 }
 
 Reply get(int port, const std::string& path, const std::string& headers)

@@ -25,6 +25,11 @@ public:
     /// Reads until the server closes.
     Reply reply() const;
 
+    /// Closes it so that the server's side is reset.
+    void reset();
+
+    int descriptor() const { return socket.get(); }
+
 private:
     Descriptor socket;
     bool connected;
@@ -34,4 +39,5 @@ private:
 Reply get(int port, const std::string& path, const std::string& headers = "");
 
 /// A request to send.
-std::string requestOf(const std::string& path, const std::string& headers = "");
+std::string requestOf(const std::string& path, const std::string& headers = "",
+                      const std::string& method = "GET");

@@ -59,15 +59,50 @@ inline bool until(const std::function<bool()>& condition)
 
 class KtserveTest : public testing::Test {
 protected:
-    void start(std::vector<std::string> arguments = {})
+    void start(const std::vector<std::string>& options = {},
+               const Program::Environment& environment = {}, uid_t user = 0)
     {
-        arguments.insert(arguments.begin(),
-                         {files.root(), "--port", "0", "--admin-port", "0", "--quiet"});
-        program = std::make_unique<Program>(arguments);
+        std::vector<std::string> arguments = {files.root(),   "--port", "0",
+                                              "--admin-port", "0",      "--quiet"};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        program = std::make_unique<Program>(arguments, environment, user);
         port = program->nextPort();
         adminPort = program->nextPort();
         ASSERT_GT(port, 0);
         ASSERT_GT(adminPort, 0);
+    }
+
+    /// The answer to a POST.
+    static Reply post(int port, const std::string& path)
+    {
+        const Client client(port);
+        client.send(requestOf(path, "", "POST"));
+        return client.reply();
+    }
+
+    /// Of the service; its connections among them.
+    int sockets() const
+    {
+        int count = 0;
+        for (const auto& entry : std::filesystem::directory_iterator(processFolder() + "/fd")) {
+            std::error_code closed;
+            const std::string what = read_symlink(entry.path(), closed).string();
+            count += what.rfind("socket:", 0) == 0 ? 1 : 0;
+        }
+        return count;
+    }
+
+    /// Whether the service has a thread of that name.
+    bool hasThread(const std::string& name) const
+    {
+        for (const auto& entry : std::filesystem::directory_iterator(processFolder() + "/task")) {
+            std::string line;
+            std::getline(std::ifstream(entry.path() / "comm"), line);
+            if (line == name) {
+                return true;
+            }
+        }
+        return false;
     }
 
     /// Waits until the pool has this many busy workers and queued tasks.
@@ -84,6 +119,8 @@ protected:
         const Ended ended = program->end();
         EXPECT_EQ(status, ended.status) << ended.errors;
     }
+
+    std::string processFolder() const { return "/proc/" + std::to_string(program->id()); }
 
     Files files;
     std::unique_ptr<Program> program;
