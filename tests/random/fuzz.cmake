@@ -18,3 +18,9 @@ kt_add_fuzz_target(fuzz-list
           ${ktsum}/CheckList.cpp ${ktsum}/Digest.cpp ${ktsum}/Names.cpp
   USES random_use OpenSSL::Crypto)
 target_include_directories(fuzz-list PRIVATE ${ktsum})
+
+set(ktserve ${PROJECT_SOURCE_DIR}/examples/ktserve)
+kt_add_fuzz_target(fuzz-request
+  SOURCES FuzzRequest.cpp ${ktserve}/Root.cpp ${ktserve}/Target.cpp
+  USES random_use)
+target_include_directories(fuzz-request PRIVATE ${ktserve})
