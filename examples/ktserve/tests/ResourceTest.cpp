@@ -32,6 +32,9 @@ protected:
 
 TEST_F(Resource, WithoutDescriptorsClientsWait)
 {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "UndefinedBehaviorSanitizer looks at objects through a pipe, and so needs two";
+#endif
     start();
     const auto running = askMany(port, 1, "/sleep/60000");
     ASSERT_TRUE(untilPoolHas(1, 0));
