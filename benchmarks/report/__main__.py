@@ -13,6 +13,7 @@ import sys
 import goals
 import plots
 import results
+import service
 import tables
 
 HERE = pathlib.Path(__file__).parent
@@ -38,13 +39,17 @@ def main():
     docs = pathlib.Path(sys.argv[2]) if len(sys.argv) == 3 else HERE.parent.parent / "docs"
     comparisons = results.read(folder)
     calls = results.read_primitives(folder)
+    burst = service.read_burst(folder)
     plots.draw(comparisons, docs / "benchmarks")
+    service.draw(comparisons, burst, docs / "benchmarks")
     text = {
         "machine": machine(),
         "repetitions": json.loads((folder / "pools.json").read_text())["repetitions"],
         "goals": goals.table(comparisons, calls),
         "primitives": tables.primitives(calls),
         "instructions": json.loads((HERE.parent / "instructions.json").read_text())["instructions a task"],
+        "W9": service.table(comparisons),
+        "quiet": f"{burst['quiet_s']:g}",
         "W1": tables.grid(comparisons, "W1"),
         "W6": tables.grid([one for one in comparisons if "memory" not in one.title], "W6"),
         "memory": tables.workload([one for one in comparisons if "memory" in one.title], "W6"),
