@@ -40,7 +40,7 @@ Time::time_point Scheduler::look(Time::time_point now)
     const bool isCoreWaiting = pool->wake();
     const bool isWorkWaiting = hasWork();
     const KTThreadPoolStatus status = pool->status();
-    mostBusy = std::max({mostBusy, status.busyThreads, carriers.load()});
+    noteNeed(status, now);
     if (isWorkWaiting && status.threads < 1) {
         abandonAll();  // no worker will ever get to it
     } else if (isWorkWaiting) {
@@ -126,6 +126,14 @@ void Scheduler::grow(KTThreadPool& pool, int present, int wanted, Time::time_poi
     growthPausedUntil = now + pauseAfterFailure;
 }
 
+// Busy workers are needed, and so are new ones: somebody wanted them just now.
+void Scheduler::noteNeed(const KTThreadPoolStatus& status, Time::time_point now)
+{
+    const int busy = std::max(status.busyThreads, carriers.load());
+    mostNeeded.add(status.threads > threadsSeen ? status.threads : busy, now);
+    threadsSeen = status.threads;
+}
+
 // Has workers retire that weren't needed for a while; when to look next.
 Time::time_point Scheduler::shrink(KTThreadPool& pool, const KTThreadPoolStatus& status,
                                    Time::time_point now)
@@ -134,15 +142,7 @@ Time::time_point Scheduler::shrink(KTThreadPool& pool, const KTThreadPoolStatus&
     if (!options.shrinks || status.threads <= least) {
         return never;
     }
-    if (shrinkAt == never) {
-        shrinkAt = now + options.idleTimeout;
-        mostBusy = 0;
-    }
-    if (now < shrinkAt) {
-        return shrinkAt;
-    }
-    shrinkAt = never;
-    const int surplus = status.threads - std::max(least, mostBusy);
+    const int surplus = status.threads - std::max(least, mostNeeded.most(now));
     if (surplus > 0) {
         concurrency.reset();
         most = concurrency.target();
@@ -152,7 +152,7 @@ Time::time_point Scheduler::shrink(KTThreadPool& pool, const KTThreadPoolStatus&
             start();
         }
     }
-    return now + options.idleTimeout;
+    return now + mostNeeded.quarter();
 }
 
 }  // namespace detail

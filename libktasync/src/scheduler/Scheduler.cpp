@@ -54,7 +54,8 @@ Scheduler::Scheduler(const boost::shared_ptr<KTThreadPool>& pool, const Schedule
       runners(static_cast<std::size_t>(chosen.maxThreads)),
       most(chosen.isAdaptive ? std::min(chosen.threads, chosen.processors) : chosen.maxThreads),
       concurrency(most, chosen.maxThreads, chosen.processors),
-      period(firstLook)
+      period(firstLook),
+      mostNeeded(chosen.idleTimeout)
 {
     for (std::unique_ptr<WorkQueue>& queue : outer) {
         queue = std::make_unique<WorkQueue>();

@@ -23,6 +23,7 @@
 #include "Concurrency.h"
 #include "IdleRunners.h"
 #include "Observers.h"
+#include "RecentMost.h"
 #include "Runner.h"
 #include "WorkQueue.h"
 
@@ -175,6 +176,7 @@ private:
     CarrierCensus count();
     void resize(KTThreadPool& pool, const KTThreadPoolStatus& status, Time::time_point now);
     void grow(KTThreadPool& pool, int present, int wanted, Time::time_point now);
+    void noteNeed(const KTThreadPoolStatus& status, Time::time_point now);
     Time::time_point rest(KTThreadPool& pool, const KTThreadPoolStatus& status,
                           Time::time_point now);
     Time::time_point shrink(KTThreadPool& pool, const KTThreadPoolStatus& status,
@@ -212,8 +214,8 @@ private:
     Time::duration period;
     int quietLooks = 0;
     int nextSample = 0;
-    int mostBusy = 0;
-    Time::time_point shrinkAt = never;
+    RecentMost mostNeeded;  ///< workers
+    int threadsSeen = 0;
     Time::time_point growthPausedUntil;
 };
 
