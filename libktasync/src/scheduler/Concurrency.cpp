@@ -38,6 +38,13 @@ int Concurrency::wanted(const CarrierCensus& census, double runnableShare) const
     return static_cast<int>(std::min({ideal, useful, static_cast<double>(most)}));
 }
 
+void Concurrency::fallTo(int better)
+{
+    if (better < aim) {
+        aim -= std::max((aim - better) / slowness, 1);
+    }
+}
+
 bool Concurrency::add(const CarrierCensus& census)
 {
     if (census.sampled < 1) {
@@ -47,11 +54,15 @@ bool Concurrency::add(const CarrierCensus& census)
     const double both = (share + shareBefore) / 2;
     shareBefore = share;
     const int before = aim;
+    if (census.isEnough) {
+        fallTo(least);
+        return aim != before;
+    }
     const int better = std::max(wanted(census, both), least);
     if (better >= aim) {
         aim = better;
     } else if (share * census.carriers > toleratedPerProcessor * processors) {
-        aim -= std::max((aim - better) / slowness, 1);
+        fallTo(better);
     }
     return aim != before;
 }

@@ -24,14 +24,20 @@ void Scheduler::workEnded()
     }
 }
 
+std::uint64_t Scheduler::ended() const
+{
+    std::uint64_t sum = endedElsewhere.load(std::memory_order_acquire);
+    const int known = runnerCount;
+    for (int i = 0; i < known; ++i) {
+        sum += runners[static_cast<std::size_t>(i)].load()->ended.load(std::memory_order_acquire);
+    }
+    return sum;
+}
+
 // What has ended is counted first: where both counts are equal, they were equal in between.
 int Scheduler::unfinished() const
 {
-    std::uint64_t ended = endedElsewhere.load(std::memory_order_acquire);
-    const int known = runnerCount;
-    for (int i = 0; i < known; ++i) {
-        ended += runners[static_cast<std::size_t>(i)].load()->ended.load(std::memory_order_acquire);
-    }
+    const std::uint64_t gone = ended();
     std::uint64_t pushed = 0;
     for (const std::unique_ptr<WorkQueue>& queue : outer) {
         pushed += queue->pushed();
@@ -39,7 +45,7 @@ int Scheduler::unfinished() const
     for (int i = 0, all = runnerCount; i < all; ++i) {
         pushed += runners[static_cast<std::size_t>(i)].load()->own.pushed();
     }
-    return static_cast<int>(pushed - ended);
+    return static_cast<int>(pushed - gone);
 }
 
 bool Scheduler::waitUntilFinished(const Deadline& end)

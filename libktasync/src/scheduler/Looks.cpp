@@ -1,6 +1,7 @@
 // What the clock does for a pool: it rescues, sizes and shrinks.
 #include <algorithm>
 #include <exception>
+#include <utility>
 
 #include "Scheduler.h"
 
@@ -25,6 +26,9 @@ const int largestSample = 16;
 /// The core retires workers only in a pool of more than this many.
 const int coreFloor = 18;
 
+/// Work that begins within this time doesn't wait long.
+const milliseconds shortWait(10);
+
 /// After a thread couldn't be made. Each attempt makes a log record.
 const milliseconds pauseAfterFailure(1000);
 
@@ -45,6 +49,8 @@ Time::time_point Scheduler::look(Time::time_point now)
         abandonAll();  // no worker will ever get to it
     } else if (isWorkWaiting) {
         resize(*pool, status, now);
+    } else {
+        relax(now);
     }
     if (isCoreWaiting || isWorkWaiting) {
         quietLooks = 0;
@@ -71,10 +77,10 @@ Time::time_point Scheduler::rest(KTThreadPool& pool, const KTThreadPoolStatus& s
     return next;
 }
 
-CarrierCensus Scheduler::count()
+CarrierCensus Scheduler::count(bool isEnough)
 {
     // One that isn't at work yet will take some of what waits.
-    CarrierCensus census{busyCarriers(), 0, 0, waiting()};
+    CarrierCensus census{busyCarriers(), 0, 0, waiting(), isEnough};
     const int known = runnerCount;
     for (int i = 0; i < known && census.sampled < largestSample; ++i) {
         nextSample = (nextSample + 1) % known;
@@ -88,13 +94,38 @@ CarrierCensus Scheduler::count()
     return census;
 }
 
+// Whether more carriers would gain nothing: the machine's processors are busy, and at the present
+// rate what waits begins soon.
+bool Scheduler::isEnough(Time::time_point now)
+{
+    using Seconds = std::chrono::duration<double>;
+    const Seconds since = now - rateSince;
+    if (since >= longestPeriod) {
+        const std::uint64_t before = std::exchange(endedBefore, ended());
+        rate = static_cast<double>(endedBefore - before) / since.count();
+        rateSince = now;
+    }
+    const double soon = rate * Seconds(shortWait).count();
+    return rate > 0 && static_cast<double>(waiting()) <= soon && saturation.look();
+}
+
+// Nothing waits: perhaps fewer carriers would do.
+void Scheduler::relax(Time::time_point now)
+{
+    if (options.isAdaptive && isEnough(now)) {
+        concurrency.add({busyCarriers(), 1, 1, 0, true});
+        most = concurrency.target();
+    }
+}
+
 void Scheduler::resize(KTThreadPool& pool, const KTThreadPoolStatus& status, Time::time_point now)
 {
     period = std::min<Time::duration>(period * 2, longestPeriod);
     if (options.isAdaptive) {
-        const bool isChanged = concurrency.add(count());
+        const int before = most;
+        concurrency.add(count(isEnough(now)));
         most = concurrency.target();
-        if (isChanged) {
+        if (most > before) {
             period = shortestPeriod;
         }
         // Without a worker for it, a carrier would only wait in another queue.

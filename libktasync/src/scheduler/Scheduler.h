@@ -18,6 +18,7 @@
 #include "../base/BriefMutex.h"
 #include "../base/Deadline.h"
 #include "../clock/Clock.h"
+#include "../clock/Saturation.h"
 #include "../clock/ThreadStates.h"
 #include "Admission.h"
 #include "Concurrency.h"
@@ -113,6 +114,7 @@ public:
     void workEnded();
     /// Work that was queued and hasn't ended.
     int unfinished() const;
+    std::uint64_t ended() const;
     /// Blocks until none is unfinished; false after the deadline, or once the pool has stopped.
     bool waitUntilFinished(const Deadline& end);
     /// Of the work that its carriers run. Throws std::bad_alloc.
@@ -173,7 +175,9 @@ private:
     void carrierDropped(Runner& runner);
 
     // The clock's looks.
-    CarrierCensus count();
+    CarrierCensus count(bool isEnough);
+    bool isEnough(Time::time_point now);
+    void relax(Time::time_point now);
     void resize(KTThreadPool& pool, const KTThreadPoolStatus& status, Time::time_point now);
     void grow(KTThreadPool& pool, int present, int wanted, Time::time_point now);
     void noteNeed(const KTThreadPoolStatus& status, Time::time_point now);
@@ -211,6 +215,10 @@ private:
     // The clock's own.
     Concurrency concurrency;
     ThreadStates threadStates;
+    Saturation saturation;
+    double rate = 0;  ///< work that ended, a second
+    Time::time_point rateSince;
+    std::uint64_t endedBefore = 0;
     Time::duration period;
     int quietLooks = 0;
     int nextSample = 0;

@@ -69,6 +69,29 @@ TEST(Concurrency, FallsSlowlyWhereCarriersWaitForProcessors)
     }
 }
 
+TEST(Concurrency, DoesNotGrowWhereThereAreEnough)
+{
+    Concurrency concurrency(2, 64, 2);
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_FALSE(concurrency.add({2, 2, 0, plenty, true}));
+        EXPECT_EQ(concurrency.target(), 2);
+    }
+}
+
+TEST(Concurrency, FallsToTheLeastWhileThereAreEnoughAndGrowsAtOnceAfterwards)
+{
+    Concurrency concurrency(2, 64, 2);
+    concurrency.add({2, 2, 0, plenty});
+    concurrency.add({2, 2, 0, plenty});
+    ASSERT_EQ(concurrency.target(), 64);
+    for (int looks = 0; concurrency.target() > 2; ++looks) {
+        EXPECT_TRUE(concurrency.add({concurrency.target(), 16, 0, plenty, true}));
+        ASSERT_LT(looks, 100);
+    }
+    concurrency.add({2, 2, 0, plenty});
+    EXPECT_EQ(concurrency.target(), 64);
+}
+
 TEST(Concurrency, GrowsToTheProcessorsFromLess)
 {
     Concurrency concurrency(1, 64, 4);
