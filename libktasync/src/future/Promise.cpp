@@ -8,6 +8,7 @@
 #include <ktasync/KTCancelled.h>
 
 #include "../base/Cancellation.h"
+#include "../job/outcomeOf.h"
 
 namespace KT {
 namespace detail {
@@ -53,20 +54,8 @@ bool FutureJob::settle(void (*keep)(void*), void* context)
     if (!claim()) {
         return false;
     }
-    Outcome outcome = Outcome::done;
     std::exception_ptr error;
-    try {
-        keep(context);
-    } catch (const KTCancelled&) {
-        outcome = Outcome::cancelled;
-        error = std::current_exception();
-    } catch (...) {
-        outcome = Outcome::failed;
-        error = std::current_exception();
-        if (!error) {
-            unwindOn();
-        }
-    }
+    const Outcome outcome = outcomeOf([keep, context] { keep(context); }, error);
     finish(outcome, std::move(error), {});
     return true;
 }

@@ -6,7 +6,6 @@
 
 #include <pthread.h>
 
-#include <ktasync/KTCancelled.h>
 #include <ktasync/KTStopToken.h>
 
 #include "../base/Cancellation.h"
@@ -16,6 +15,7 @@
 #include "../scheduler/Scheduler.h"
 #include "../scheduler/ThreadName.h"
 #include "CurrentJob.h"
+#include "outcomeOf.h"
 
 namespace KT {
 namespace detail {
@@ -148,22 +148,13 @@ void Job::run()
 void Job::runBody(int cancelStateOfCall)
 {
     JobTurn turn(*this);
-    Outcome outcome = Outcome::done;
-    // Ends after the handlers do: nobody but a waiter then holds the exception, and destroys it.
     std::exception_ptr error;
-    try {
-        const CancelState asGiven(cancelStateOfCall);
-        invoke();
-    } catch (const KTCancelled&) {
-        outcome = Outcome::cancelled;
-        error = std::current_exception();
-    } catch (...) {
-        outcome = Outcome::failed;
-        error = std::current_exception();
-        if (!error) {
-            unwindOn();
-        }
-    }
+    const Outcome outcome = outcomeOf(
+        [this, cancelStateOfCall] {
+            const CancelState asGiven(cancelStateOfCall);
+            invoke();
+        },
+        error);
     turn.end(outcome, std::move(error));
 }
 
