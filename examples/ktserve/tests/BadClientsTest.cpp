@@ -94,6 +94,7 @@ void dribble(const std::vector<std::unique_ptr<Client>>& clients)
 {
     std::size_t closed = 0;
     std::vector<pollfd> sockets;
+    sockets.reserve(clients.size());
     for (const auto& client : clients) {
         sockets.push_back({client->descriptor(), POLLIN, 0});
     }
