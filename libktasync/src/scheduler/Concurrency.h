@@ -12,7 +12,7 @@ struct CarrierCensus {
     int sampled;            ///< of those, that were looked at
     int runnable;           ///< of those, that compute or wait for a processor
     std::size_t queued;     ///< work that waits for a carrier
-    bool isEnough = false;  ///< no processor is free, and what waits begins soon all the same
+    bool isEnough = false;  ///< no processor is free, and all work ends soon all the same
 };
 
 /// The processors are best used with processors / (share of its time that a carrier isn't blocked)

@@ -26,7 +26,7 @@ const int largestSample = 16;
 /// The core retires workers only in a pool of more than this many.
 const int coreFloor = 18;
 
-/// Work that begins within this time doesn't wait long.
+/// Work that ends within this time has neither waited nor blocked for long.
 const milliseconds shortWait(10);
 
 /// After a thread couldn't be made. Each attempt makes a log record.
@@ -95,7 +95,7 @@ CarrierCensus Scheduler::count(bool isEnough)
 }
 
 // Whether more carriers would gain nothing: the machine's processors are busy, and at the present
-// rate what waits begins soon.
+// rate all that runs and waits ends soon.
 bool Scheduler::isEnough(Time::time_point now)
 {
     using Seconds = std::chrono::duration<double>;
@@ -106,7 +106,8 @@ bool Scheduler::isEnough(Time::time_point now)
         rateSince = now;
     }
     const double soon = rate * Seconds(shortWait).count();
-    return rate > 0 && static_cast<double>(waiting()) <= soon && saturation.look();
+    const auto present = static_cast<double>(waiting()) + busyCarriers();
+    return rate > 0 && present <= soon && saturation.look();
 }
 
 // Nothing waits: perhaps fewer carriers would do.
@@ -122,10 +123,9 @@ void Scheduler::resize(KTThreadPool& pool, const KTThreadPoolStatus& status, Tim
 {
     period = std::min<Time::duration>(period * 2, longestPeriod);
     if (options.isAdaptive) {
-        const int before = most;
-        concurrency.add(count(isEnough(now)));
+        const bool isChanged = concurrency.add(count(isEnough(now)));
         most = concurrency.target();
-        if (most > before) {
+        if (isChanged) {
             period = shortestPeriod;
         }
         // Without a worker for it, a carrier would only wait in another queue.
