@@ -104,17 +104,24 @@ void Carrier::runOne(Work& work)
 {
     /// Also where the work is cut off by force.
     struct Turn {
-        explicit Turn(CurrentWork& ofCarrier) : current(ofCarrier) {}
-        ~Turn() { current.end(); }
+        explicit Turn(Carrier& itsCarrier) : carrier(itsCarrier)
+        {
+            carrier.runner.isInWork.store(true, std::memory_order_relaxed);
+        }
+        ~Turn()
+        {
+            carrier.runner.isInWork.store(false, std::memory_order_relaxed);
+            carrier.current.end();
+        }
         Turn(const Turn&) = delete;
         Turn& operator=(const Turn&) = delete;
-        CurrentWork& current;
+        Carrier& carrier;
     };
     if (!current.begin(work)) {
         scheduler->outerQueue().putBack(&work);
         return;
     }
-    const Turn turn(current);
+    const Turn turn(*this);
     show(runner, work);
     scheduler->found(runner);
     work.execute();

@@ -11,16 +11,30 @@ namespace detail {
 
 void Scheduler::workEnded()
 {
-    if (Runner* const runner = Carrier::runnerOfThisThread(*this)) {
+    Runner* const runner = Carrier::runnerOfThisThread(*this);
+    if (runner != nullptr) {
         const std::uint64_t before = runner->ended.load(std::memory_order_relaxed);
         runner->ended.store(before + 1, std::memory_order_release);
     } else {
         endedElsewhere.fetch_add(1, std::memory_order_release);
     }
     if (waiters.load(std::memory_order_relaxed) != 0) {
+        tellWaiters(runner);
+    }
+}
+
+// A carrier that has to wait for the mutex here isn't blocked in a client's call.
+void Scheduler::tellWaiters(Runner* runner)
+{
+    const bool isInWork =
+        runner != nullptr && runner->isInWork.exchange(false, std::memory_order_relaxed);
+    {
         ParkingPlace& place = ParkingPlace::of(this);
         const std::lock_guard<std::mutex> hold(place.mutex);
         place.changed.notify_all();
+    }
+    if (isInWork) {
+        runner->isInWork.store(true, std::memory_order_relaxed);
     }
 }
 

@@ -87,8 +87,11 @@ CarrierCensus Scheduler::count(bool isEnough)
         const Runner& runner = *runners[static_cast<std::size_t>(nextSample)].load();
         const pid_t thread = runner.thread;
         if (thread != 0 && !runner.isIdle) {
+            // Between two tasks it may sleep for a queue's mutex, whose owner lost the processor:
+            // more carriers would be no help.
+            const bool isRunnable = !runner.isInWork || threadStates.isRunnable(thread);
             ++census.sampled;
-            census.runnable += threadStates.isRunnable(thread) ? 1 : 0;
+            census.runnable += isRunnable ? 1 : 0;
         }
     }
     return census;

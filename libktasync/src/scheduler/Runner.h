@@ -22,6 +22,8 @@ struct Runner {
 
     /// The kernel's number of the thread; 0 while no carrier has the place.
     std::atomic<pid_t> thread{0};
+    /// Whether it is a client's call that the thread may be blocked in. Only the carrier writes it.
+    std::atomic<bool> isInWork{false};
     /// How much counted work has ended on the thread. Only the carrier writes it.
     std::atomic<std::uint64_t> ended{0};
     // Under the scheduler's mutex.

@@ -158,6 +158,8 @@ private:
     void watch();
     void abandonAll();
 
+    void tellWaiters(Runner* runner);
+
     // A carrier's turns.
     Runner& takeRunner();
     void giveBack(Runner& runner);
