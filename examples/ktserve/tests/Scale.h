@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdlib>
 #include <functional>
 #include <thread>
@@ -18,6 +19,7 @@ inline int scaled(int base)
 inline void onThreads(int count, const std::function<void(int)>& action)
 {
     std::vector<std::thread> threads;
+    threads.reserve(static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i) {
         threads.emplace_back(action, i);
     }
