@@ -182,7 +182,7 @@ TEST_F(PoolMetrics, HaveThePoolsNameUnlessTheyAreGivenOne)
                                 HasSubstr("ktthread_workers{pool=\"given\"}")));
 }
 
-TEST_F(PoolMetrics, NonsenseIsRefused)
+TEST_F(PoolMetrics, InvalidOptionsAreRefused)
 {
     KT::KTScopedPool pool;
     EXPECT_THROW(KT::KTPoolMetrics(pool, nullptr, "name"), KT::KTError);

@@ -76,7 +76,7 @@ TEST_F(ControlGroups, Version1IsReadWhereItsControllerIs)
     EXPECT_EQ(granted(), 0);
 }
 
-TEST_F(ControlGroups, NonsenseMeansNoLimit)
+TEST_F(ControlGroups, AnInvalidFileMeansNoLimit)
 {
     write("/proc/self/cgroup", "0::/");
     for (const char* const text : {"", "many", "100000", "0 100000", "-5 100000", "100000 0"}) {

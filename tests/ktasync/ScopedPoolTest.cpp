@@ -48,14 +48,14 @@ TEST(ScopedPool, SizesNotSetFollowThoseThatAre)
     EXPECT_EQ(KT::KTScopedPool(few).status().threads, 1);
 }
 
-struct Nonsense {
+struct Invalid {
     std::string option;
     void (*set)(KT::KTPoolOptions&);
 };
 
-class ScopedPoolOptions : public testing::TestWithParam<Nonsense> {};
+class ScopedPoolOptions : public testing::TestWithParam<Invalid> {};
 
-TEST_P(ScopedPoolOptions, NonsenseIsRefusedByName)
+TEST_P(ScopedPoolOptions, InvalidOnesAreRefusedByName)
 {
     KT::KTPoolOptions options;
     GetParam().set(options);
@@ -69,25 +69,25 @@ TEST_P(ScopedPoolOptions, NonsenseIsRefusedByName)
 using Options = KT::KTPoolOptions;
 INSTANTIATE_TEST_SUITE_P(
     Each, ScopedPoolOptions,
-    testing::Values(Nonsense{"threads", [](Options& o) { o.threads = 0; }},
-                    Nonsense{"threads", [](Options& o) { o.threads = -3; }},
-                    Nonsense{"threads", [](Options& o) { o.threads = 65537; }},
-                    Nonsense{"maxThreads", [](Options& o) { o.maxThreads = 65537; }},
-                    Nonsense{"maxThreads",
-                             [](Options& o) {
-                                 o.threads = 3;
-                                 o.maxThreads = 2;
-                             }},
-                    Nonsense{"monitorPeriod", [](Options& o) { o.monitorPeriod = -1; }},
-                    Nonsense{"idleTimeoutMs", [](Options& o) { o.idleTimeoutMs = 0; }},
-                    Nonsense{"spinUs", [](Options& o) { o.spinUs = -1; }},
-                    Nonsense{"stopTimeoutMs", [](Options& o) { o.stopTimeoutMs = -1; }},
-                    Nonsense{"maxQueued", [](Options& o) { o.maxQueued = -1; }},
-                    Nonsense{"name", [](Options& o) { o.name = std::string(32, 'x'); }},
-                    Nonsense{"name", [](Options& o) { o.name = "two\nlines"; }},
-                    Nonsense{"stackSize", [](Options& o) { o.stackSize = 0; }},
-                    Nonsense{"stackSize", [](Options& o) { o.stackSize = 131071; }},
-                    Nonsense{"stackSize", [](Options& o) { o.stackSize = (1U << 30) + 1; }}));
+    testing::Values(Invalid{"threads", [](Options& o) { o.threads = 0; }},
+                    Invalid{"threads", [](Options& o) { o.threads = -3; }},
+                    Invalid{"threads", [](Options& o) { o.threads = 65537; }},
+                    Invalid{"maxThreads", [](Options& o) { o.maxThreads = 65537; }},
+                    Invalid{"maxThreads",
+                            [](Options& o) {
+                                o.threads = 3;
+                                o.maxThreads = 2;
+                            }},
+                    Invalid{"monitorPeriod", [](Options& o) { o.monitorPeriod = -1; }},
+                    Invalid{"idleTimeoutMs", [](Options& o) { o.idleTimeoutMs = 0; }},
+                    Invalid{"spinUs", [](Options& o) { o.spinUs = -1; }},
+                    Invalid{"stopTimeoutMs", [](Options& o) { o.stopTimeoutMs = -1; }},
+                    Invalid{"maxQueued", [](Options& o) { o.maxQueued = -1; }},
+                    Invalid{"name", [](Options& o) { o.name = std::string(32, 'x'); }},
+                    Invalid{"name", [](Options& o) { o.name = "two\nlines"; }},
+                    Invalid{"stackSize", [](Options& o) { o.stackSize = 0; }},
+                    Invalid{"stackSize", [](Options& o) { o.stackSize = 131071; }},
+                    Invalid{"stackSize", [](Options& o) { o.stackSize = (1U << 30) + 1; }}));
 
 TEST(ScopedPool, ThrowsAndLeavesNothingIfThreadsCannotBeMade)
 {

@@ -249,7 +249,7 @@ TEST_F(TraceRecorder, SeveralMayRecordAPool)
     EXPECT_EQ(eventsOf("X").size(), 2U);
 }
 
-TEST_F(TraceRecorder, NonsenseIsRefused)
+TEST_F(TraceRecorder, InvalidArgumentsAreRefused)
 {
     KT::KTScopedPool pool(fixedSize(1));
     const auto refusal = [&](const std::string& file, int sampleMs) {

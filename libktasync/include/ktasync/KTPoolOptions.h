@@ -18,8 +18,8 @@ namespace KT {
 /// \ingroup ktasync
 KTASYNC_EXPORT int availableProcessors();
 
-/// What a KTScopedPool is made with. Nonsense is refused by the constructor with a KTError that
-/// names the field.
+/// What a KTScopedPool is made with. Its constructor refuses invalid ones with a KTError that names
+/// the field.
 /// \code
 /// KT::KTPoolOptions options;
 /// options.maxThreads = 64;
