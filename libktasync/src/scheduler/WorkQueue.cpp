@@ -134,9 +134,10 @@ bool WorkQueue::remove(Work& work)
 
 std::size_t WorkQueue::size() const
 {
-    const std::int64_t roughly =
-        length(added.load(std::memory_order_relaxed), taken.load(std::memory_order_relaxed));
-    return roughly > 0 ? static_cast<std::size_t>(roughly) : 0;
+    // The other way round, a thread preempted in between would count all that came and went.
+    const std::uint64_t in = added.load(std::memory_order_acquire);
+    const std::int64_t present = length(in, taken.load(std::memory_order_relaxed));
+    return present > 0 ? static_cast<std::size_t>(present) : 0;
 }
 
 }  // namespace detail

@@ -42,7 +42,7 @@ public:
     /// Ordered with the other sequentially consistent accesses: what is pushed before one of them
     /// is seen after it.
     bool isEmpty() const { return length(added, taken) <= 0; }
-    /// Roughly, while threads push and take.
+    /// While threads push and take: not more than there were when it was called.
     std::size_t size() const;
     /// How much has ever been pushed.
     std::uint64_t pushed() const { return pushes.load(std::memory_order_acquire); }
