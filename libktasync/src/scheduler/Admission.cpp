@@ -7,14 +7,6 @@
 namespace KT {
 namespace detail {
 
-namespace {
-
-/// A thread that takes work looks at `blocked` without an order: it may miss a waiter that has just
-/// come. That one looks again after so long.
-const int lookAgainMs = 10;
-
-}  // namespace
-
 Admission::Admission(const std::vector<std::unique_ptr<WorkQueue>>& itsQueues, int limit,
                      WhenFull what)
     : queues(itsQueues), most(static_cast<std::size_t>(limit)), whenFull(what), isGuarded(limit > 0)
@@ -60,7 +52,7 @@ bool Admission::waitForRoomLocked(Lock& hold)
     const Waiter waiter(blocked);
     const unsigned stopsBefore = stops;
     while (isFull() && !isClosed && stops == stopsBefore) {
-        Deadline(lookAgainMs).wait(hold, changed);
+        Deadline(-1).wait(hold, changed);
     }
     return !isClosed;
 }

@@ -43,7 +43,8 @@ public:
     /// Tells threads that wait for room that work has left the queues.
     void left()
     {
-        if (blocked.load(std::memory_order_relaxed) != 0) {
+        // Not just a look: of a waiter that counts itself and this, the later one sees the other.
+        if (most != 0 && blocked.fetch_add(0) != 0) {
             wakeOne();
         }
     }
