@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -521,6 +522,7 @@ TEST(TaskGroupEnd, CancelsWhenTheTaskAroundIsAskedToStop)
     });
     ASSERT_TRUE(untilArrived(pool, gate));
     gate.open();
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));  // the group's end waits by now
     outer.cancel();
     outer.get();
 }

@@ -7,6 +7,8 @@
 namespace KT {
 namespace detail {
 
+class StopListener;
+
 /// A mutex and a condition, in a process-wide table: an object with none of its own, such as a job,
 /// uses the place that belongs to its address, and shares it with others. So a waiter sees wake-ups
 /// that weren't for it, and no thread may hold two places.
@@ -18,6 +20,7 @@ struct alignas(64) ParkingPlace {
 
     std::mutex mutex;
     std::condition_variable changed;
+    StopListener* listeners = nullptr;  ///< of such objects; under `mutex`
 };
 
 }  // namespace detail

@@ -7,17 +7,11 @@
 #include "../base/Cancellation.h"
 #include "../base/Deadline.h"
 #include "../job/CurrentJob.h"
+#include "../job/StopListener.h"
 #include "../scheduler/Scheduler.h"
 
 namespace KT {
 namespace detail {
-
-namespace {
-
-/// How often a group that is destroyed in a task looks whether that was asked to stop.
-const int lookForStopMs = 20;
-
-}  // namespace
 
 GroupMember::GroupMember(boost::intrusive_ptr<Group> ofGroup, Job& itself)
     : owner(std::move(ofGroup)), job(itself)
@@ -188,18 +182,16 @@ Group::Account Group::close(bool isUnwinding)
         return settle();
     }
     const NoCancellation off;
-    const Job* const around = CurrentJob::ofThisThread();
-    bool isToEnd = isUnwinding || wasCutOff;
     if (places != 0 && isCallersOwn()) {
         cancel();
         return Account();
     }
-    do {
-        isToEnd = isToEnd || (around != nullptr && around->stopRequested());
-        if (isToEnd) {
-            cancel();
-        }
-    } while (!wait(isToEnd || around == nullptr ? -1 : lookForStopMs));
+    const Job* const around = CurrentJob::ofThisThread();
+    const StopListener listener(around, mutex, changed);
+    if (isUnwinding || wasCutOff || !waitUnlessStopped(around)) {
+        cancel();
+        waitUnlessStopped(nullptr);
+    }
     return settle();
 }
 

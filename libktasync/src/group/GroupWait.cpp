@@ -63,6 +63,19 @@ bool Group::wait(int milliseconds)
     return true;
 }
 
+// As `wait`, outside of the group's tasks: false as soon as `heeded` is asked to stop.
+bool Group::waitUnlessStopped(const Job* heeded)
+{
+    Lock hold(mutex);
+    while (places != 0) {
+        if (heeded != nullptr && heeded->stopRequested()) {
+            return false;
+        }
+        runOneOrWait(hold, Deadline(-1));
+    }
+    return true;
+}
+
 // The group's next task; null if all have begun.
 boost::intrusive_ptr<Job> Group::takeWaitingLocked()
 {

@@ -15,6 +15,7 @@
 #include "../scheduler/Scheduler.h"
 #include "../scheduler/ThreadName.h"
 #include "CurrentJob.h"
+#include "StopListener.h"
 #include "outcomeOf.h"
 
 namespace KT {
@@ -237,6 +238,7 @@ void Job::raiseMark()
     const std::lock_guard<std::mutex> hold(place.mutex);
     state |= stopMark;
     place.changed.notify_all();
+    StopListener::notifyLocked(place, *this);
 }
 
 // The job is noted first: a stop that comes afterwards finds it, and one that came before is seen.

@@ -133,6 +133,7 @@ private:
     using Lock = std::unique_lock<std::mutex>;
 
     KTASYNC_HIDDEN bool isCallersOwn() const;
+    KTASYNC_HIDDEN bool waitUnlessStopped(const Job* heeded);
     KTASYNC_HIDDEN bool listLocked(GroupMember& member);
     KTASYNC_HIDDEN void moveToRunningLocked(GroupMember& member);
     bool isFullLocked() const { return limit > 0 && places >= limit; }
