@@ -15,6 +15,7 @@
 #include "Output.h"
 #include "Probes.h"
 #include "SharedPointers.h"
+#include "WorkerMap.h"
 
 namespace KT {
 
@@ -64,6 +65,7 @@ void KTThread::serve(KTThreadPool& served)
         const KTThreadPool& pool;
     };
     const Announced announced(*this, served);
+    const core::InWorkerMap inMap(served.name());
     // Kept from task to task: with a new reference for each, all workers would write to one
     // reference count. The monitor owns the pool, as the caller does.
     boost::shared_ptr<KTMonitor> monitor;
