@@ -76,6 +76,7 @@ WorkerReading reading()
     worker.voluntary = 8;
     worker.involuntary = 9;
     worker.waitsIn = "futex_wait_queue";
+    worker.pool = "ren\x1b\"der";
     return worker;
 }
 
@@ -90,6 +91,7 @@ TEST_F(KttopRecording, ComesBackAsItWas)
     first.workers[1].task = "";
     first.workers[1].waitNs.reset();
     first.workers[1].waitsIn = "";
+    first.workers[1].pool = "";
     Sample next;
     next.atNs = 1001;
     {
@@ -118,6 +120,8 @@ TEST_F(KttopRecording, ComesBackAsItWas)
     EXPECT_EQ(worker.voluntary, 8U);
     EXPECT_EQ(worker.involuntary, 9U);
     EXPECT_EQ(worker.waitsIn, "futex_wait_queue");
+    EXPECT_EQ(worker.pool, "ren\x1b\"der");
+    EXPECT_EQ(sample->workers[1].pool, "");
     EXPECT_EQ(sample->workers[1].state, WorkerState::sleeping);
     EXPECT_EQ(sample->workers[1].task, "");
     EXPECT_FALSE(sample->workers[1].waitNs);
@@ -193,12 +197,21 @@ INSTANTIATE_TEST_SUITE_P(
                ":3: it is older than the sample before it"},
         Broken{header + sampleLine("[" + without(entry, "running", "walking") + "]"),
                ":2: the state is none that a worker has"},
+        Broken{header + sampleLine("[" + without(entry, "{", "{\"pool\":7,") + "]"),
+               ":2: type must be string, but is number"},
         Broken{header + sampleLine("[" + without(entry, "11", "2147483648") + "]"),
                ":2: 'tid' is too large"}));
 
 TEST_F(KttopRecording, PassesOverFieldsThatItDoesNotKnow)
 {
     EXPECT_EQ(complaint(without(header, "{", "{\"more\":1,") + sampleLine("[" + entry + "]")), "");
+}
+
+TEST_F(KttopRecording, MayHaveNoPools)
+{
+    std::ofstream(file) << header << sampleLine("[" + entry + "]");
+    RecordingReader reader(file);
+    EXPECT_EQ(reader.next()->workers.at(0).pool, "");
 }
 
 TEST_F(KttopRecording, SaysWhyAFileCantBeUsed)
@@ -247,6 +260,7 @@ TEST(KttopJson, IsValidWhateverTheNames)
     snapshot.workers = {worker, worker};
     snapshot.workers[1].hasRates = false;
     snapshot.workers[1].reading.state = WorkerState::sleeping;
+    snapshot.workers[1].reading.pool = "";
     snapshot.counts = {2, 1, 1, 0, 0, 4};
     snapshot.tasks = {{"\xff\x1b\"\\\n", 3}};
     snapshot.taskLooks = 4;
@@ -260,6 +274,8 @@ TEST(KttopJson, IsValidWhateverTheNames)
     EXPECT_EQ(json["workers"][0]["task"], "\uFFFD\x1b\"\\\n");
     EXPECT_EQ(json["workers"][0]["cpu_percent"], 12.346);
     EXPECT_EQ(json["workers"][0]["waits_in"], "futex_wait_queue");
+    EXPECT_EQ(json["workers"][0]["pool"], "ren\x1b\"der");
+    EXPECT_TRUE(json["workers"][1]["pool"].is_null());
     EXPECT_TRUE(json["workers"][1]["task"].is_null());
     EXPECT_TRUE(json["workers"][1]["cpu_percent"].is_null());
     EXPECT_EQ(json["tasks"][0]["percent"], 75);

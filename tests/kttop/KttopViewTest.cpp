@@ -126,6 +126,11 @@ protected:
         return texts;
     }
 
+    std::vector<Column> columns(std::size_t width) const
+    {
+        return layoutFor(scene.snapshot, width).columns;
+    }
+
     std::vector<int> order(Column column, bool reverse = false, const std::string& filter = "")
     {
         std::vector<int> tids;
@@ -208,6 +213,7 @@ TEST_F(KttopView, FitsEverySize)
         add(tid, WorkerState::running, tid % 2 == 0 ? "日本" : "\x1b[31m\xff", 12345678)
             .stateSeconds = 1e12;
     }
+    scene.snapshot.workers[7].reading.pool = "日本日本日\x1b本日本日本日本日本日本日本日本日本";
     scene.process.name = "ünï日本 name";
     scene.snapshot.tasks = {{"日本", 10}, {"", 5}, {"\x1b", 1}};
     scene.snapshot.taskLooks = 16;
@@ -232,10 +238,33 @@ TEST_F(KttopView, FitsEverySize)
 
 TEST_F(KttopView, LeavesColumnsOutWhereThereIsNoRoom)
 {
-    EXPECT_THAT(columnsFor(40),
+    EXPECT_THAT(columns(40),
                 ElementsAre(Column::tid, Column::state, Column::task, Column::cpu, Column::since));
-    EXPECT_EQ(columnsFor(80).size(), static_cast<std::size_t>(columnCount));
-    EXPECT_THAT(columnsFor(1), ElementsAre(Column::tid));
+    EXPECT_EQ(columns(80).size(), static_cast<std::size_t>(columnCount) - 1);
+    EXPECT_THAT(columns(1), ElementsAre(Column::tid));
+    add(1, WorkerState::running, "a").reading.pool = "io";
+    EXPECT_THAT(columns(40),
+                ElementsAre(Column::tid, Column::state, Column::task, Column::pool, Column::cpu));
+    EXPECT_EQ(columns(85).size(), static_cast<std::size_t>(columnCount));
+}
+
+TEST_F(KttopView, HasAColumnForNamesOfPools)
+{
+    add(1, WorkerState::running, "load").reading.pool = "render\x1b";
+    add(2, WorkerState::sleeping);
+    EXPECT_EQ(page(120, 24)[5].substr(0, 40), "    TID STATE    TASK    POOL     CPU% W");
+    EXPECT_EQ(page(120, 24)[6].substr(0, 40), "      1 running  load    render?   0.0  ");
+    EXPECT_EQ(page(120, 24)[7].substr(0, 40), "      2 sleeping         -         0.0  ");
+}
+
+TEST_F(KttopView, CutsNamesOfPoolsWhereThereIsNoRoom)
+{
+    const std::string longest = "a-name-of-thirty-one-characters";
+    add(1, WorkerState::running, "load").reading.pool = longest + "-and-more";
+    EXPECT_THAT(page(120, 24)[6], HasSubstr(" load    " + longest + "   0.0 "));
+    EXPECT_THAT(page(80, 24)[6], HasSubstr(" load    a-name-of-thirty   0.0 "));
+    EXPECT_THAT(asText(scene, true), HasSubstr(" load    " + longest + "   0.0 "));
+    EXPECT_THAT(asText(scene, true), HasSubstr(" futex_wait_queue\n"));
 }
 
 TEST_F(KttopView, LeavesLinesOutWhereThereIsNoRoom)
@@ -295,10 +324,14 @@ TEST_F(KttopView, SortsByEveryColumn)
     scene.snapshot.workers[2].reading.cpuNs = 3;
     scene.snapshot.workers[1].reading.kernelState = 'R';
     scene.snapshot.workers[2].reading.waitsIn = "a";
+    scene.snapshot.workers[0].reading.pool = "a";
+    scene.snapshot.workers[2].reading.pool = "b";
     EXPECT_THAT(order(Column::tid), ElementsAre(1, 2, 3));
     EXPECT_THAT(order(Column::state), ElementsAre(1, 2, 3));
     EXPECT_THAT(order(Column::state, true), ElementsAre(3, 1, 2));
     EXPECT_THAT(order(Column::task), ElementsAre(3, 2, 1));
+    EXPECT_THAT(order(Column::pool), ElementsAre(3, 2, 1));
+    EXPECT_THAT(order(Column::pool, true), ElementsAre(2, 3, 1));
     EXPECT_THAT(order(Column::cpu), ElementsAre(2, 1, 3));
     EXPECT_THAT(order(Column::cpu, true), ElementsAre(3, 1, 2));
     EXPECT_THAT(order(Column::wait), ElementsAre(3, 1, 2));
@@ -339,6 +372,17 @@ TEST_F(KttopView, FiltersByTask)
     state.filter = "none";
     EXPECT_THAT(page(80, 24)[6], StartsWith("no worker runs such a task"));
     EXPECT_THAT(page(80, 24)[23], StartsWith("0 of 0 with 'none'"));
+}
+
+TEST_F(KttopView, FiltersByPool)
+{
+    add(1, WorkerState::running, "a").reading.pool = "Render";
+    add(2, WorkerState::sleeping).reading.pool = "Render";
+    add(3, WorkerState::sleeping);
+    EXPECT_THAT(order(Column::tid, false, "REN"), ElementsAre(1, 2));
+    EXPECT_THAT(order(Column::tid, false, "rendering"), ElementsAre());
+    state.filter = "none";
+    EXPECT_THAT(page(80, 24)[6], StartsWith("no worker runs such a task or is of such a pool"));
 }
 
 TEST_F(KttopView, HasAHelpThatFits)
@@ -391,6 +435,20 @@ TEST_F(KttopControls, SortByTheNextColumnAndTheOneBefore)
     EXPECT_EQ(controls.state().sorting.column, Column::waitsIn);
     type("s");
     EXPECT_EQ(controls.state().sorting.column, Column::tid);
+}
+
+TEST_F(KttopControls, SortByPoolWhereOneHasAName)
+{
+    type("ss");
+    EXPECT_EQ(controls.state().sorting.column, Column::cpu);
+    type("S");
+    EXPECT_EQ(controls.state().sorting.column, Column::task);
+    add(1, WorkerState::sleeping).reading.pool = "io";
+    press(KeyKind::resize);
+    type("s");
+    EXPECT_EQ(controls.state().sorting.column, Column::pool);
+    type("s");
+    EXPECT_EQ(controls.state().sorting.column, Column::cpu);
 }
 
 TEST_F(KttopControls, TakeAFilterIn)

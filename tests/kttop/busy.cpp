@@ -6,6 +6,7 @@
 ///     release NAME      lets the tasks of that name end
 ///     grow COUNT        so many workers more
 ///     shrink COUNT      so many workers may retire
+///     pool NAME COUNT   a pool of that name, with so many workers: what follows is for that one
 ///     quit              like the end of the input
 ///
 /// Answers "done" when a command has taken effect: tasks run or have ended, workers are there or
@@ -16,6 +17,7 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include <boost/make_shared.hpp>
 
@@ -61,21 +63,27 @@ private:
 
 class Demo {
 public:
-    Demo(int workers, int maxWorkers)
-        : pool(boost::make_shared<KT::KTThreadPool>(workers, maxWorkers, 0, 0, 0))
-    {
-        pool->init(workers, maxWorkers, 0, 0, 0);
-    }
+    Demo(int workers, int maxWorkers) { add("", workers, maxWorkers); }
 
     ~Demo()
     {
         for (const auto& [name, batch] : batches) {
             release(*batch);
         }
-        pool->close();
+        for (const auto& each : pools) {
+            each->close();
+        }
     }
     Demo(const Demo&) = delete;
     Demo& operator=(const Demo&) = delete;
+
+    void add(const std::string& name, int workers, int maxWorkers)
+    {
+        pool = boost::make_shared<KT::KTThreadPool>(workers, maxWorkers, 0, 0, 0);
+        pools.push_back(pool);
+        pool->setName(name);
+        pool->init(workers, maxWorkers, 0, 0, 0);
+    }
 
     void run(const std::string& name, int count, Manner manner)
     {
@@ -131,7 +139,8 @@ private:
     }
 
     std::map<std::string, boost::shared_ptr<Batch>> batches;
-    const boost::shared_ptr<KT::KTThreadPool> pool;
+    std::vector<boost::shared_ptr<KT::KTThreadPool>> pools;
+    boost::shared_ptr<KT::KTThreadPool> pool;  ///< the latest
 };
 
 bool obey(Demo& demo, const std::string& command)
@@ -147,6 +156,9 @@ bool obey(Demo& demo, const std::string& command)
     } else if (command == "release") {
         std::cin >> name;
         demo.release(name);
+    } else if (command == "pool") {
+        std::cin >> name >> count;
+        demo.add(name, count, count);
     } else if (command == "grow" || command == "shrink") {
         std::cin >> count;
         demo.resize(command == "grow" ? count : -count);

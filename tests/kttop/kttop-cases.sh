@@ -371,6 +371,43 @@ assert sample["tasks"][0] == {"task": "load", "looks": 4, "percent": 66.667}
 PYTHON
 }
 
+case_pools_with_names_are_told_apart() {
+  start_demo 2 2
+  tell run load 1
+  show 100 24 "$pid" --interval 0.1
+  expect_on_screen ' TASK     CPU% ' '^2 workers: 1 running'
+  press s s
+  expect_on_screen ' by CPU%'
+  tell pool render 2
+  tell run image-r 1
+  tell pool io 1
+  expect_on_screen ' TASK    POOL    CPU% ' ' running  image-r render ' ' sleeping         render ' \
+    ' sleeping         io  ' ' running  load    - '
+  press S
+  expect_on_screen ' by POOL '
+  press / R e N D Enter
+  expect_on_screen "^1-2 of 2 with 'ReND' by POOL"
+  await screen_lacks ' running  load '
+  press q
+  expect_end 0
+  "$kttop" --once "$pid" >output || fail "--once"
+  grep -q ' running  image-r render ' output || fail "no pool in the table"
+  "$kttop" --record samples --interval 0.05 "$pid" </dev/null &
+  local recorder=$!
+  await test -s samples
+  await recorded 3
+  kill -TERM "$recorder"
+  wait "$recorder"
+  "$kttop" --once --json "$pid" >now || fail "--once --json"
+  "$kttop" --once --json --replay samples >replayed || fail "--replay --once --json"
+  python3 -c '
+import json
+for name in "now", "replayed":
+    pools = sorted(str(worker["pool"]) for worker in json.load(open(name))["workers"])
+    assert pools == ["None", "None", "io", "render", "render"], (name, pools)
+' || fail "the pools in the JSON"
+}
+
 recorded() { [ "$(wc -l <samples)" -gt "$1" ]; }
 
 case_recordings_are_shown_again() {

@@ -85,7 +85,10 @@ void Controls::command(char letter)
 
 void Controls::sortByNeighbour(int step)
 {
-    const int next = (static_cast<int>(view.sorting.column) + step + columnCount) % columnCount;
+    int next = static_cast<int>(view.sorting.column);
+    do {
+        next = (next + step + columnCount) % columnCount;
+    } while (static_cast<Column>(next) == Column::pool && !hasPools);
     view.sorting = {static_cast<Column>(next), false};
 }
 
@@ -102,4 +105,5 @@ void Controls::shown(const Page& page)
 {
     view.first = page.first;
     visible = page.visible;
+    hasPools = page.hasPools;
 }

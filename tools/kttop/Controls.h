@@ -47,5 +47,6 @@ private:
     ViewState view;
     std::size_t visible = 0;
     std::size_t firstBeforeHelp = 0;
+    bool hasPools = false;
     bool quit = false;
 };

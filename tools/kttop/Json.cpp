@@ -27,6 +27,7 @@ json asJson(const Worker& worker)
     return {{"tid", reading.tid},
             {"state", nameOf(reading.state)},
             {"task", hasTask ? json(reading.task) : json()},
+            {"pool", reading.pool.empty() ? json() : json(reading.pool)},
             {"state_seconds", rounded(worker.stateSeconds)},
             {"state_seconds_is_minimum", worker.sinceBefore},
             {"cpu_percent", known(worker.hasRates, worker.cpuPercent)},

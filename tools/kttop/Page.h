@@ -25,6 +25,7 @@ struct Page {
     std::size_t rows = 0;
     std::size_t visible = 0;
     std::size_t first = 0;
+    bool hasPools = false;  ///< POOL is a column to sort by
 };
 
 inline std::string textOf(const Line& line)

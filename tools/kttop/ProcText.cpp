@@ -63,6 +63,9 @@ StatusText parseStatus(const std::string& text)
     }
     std::string_view group = valueOf(text, "\nTgid:\t");
     takeNumber(group, status.threadGroup);
+    std::string_view numbers = valueOf(text, "\nNSpid:\t");
+    while (takeNumber(numbers, status.innermost)) {
+    }
     std::string_view voluntary = valueOf(text, "\nvoluntary_ctxt_switches:\t");
     takeNumber(voluntary, status.voluntary);
     std::string_view involuntary = valueOf(text, "\nnonvoluntary_ctxt_switches:\t");

@@ -18,6 +18,7 @@ std::optional<StatText> parseStat(const std::string& text);
 struct StatusText {
     char state = '?';
     int threadGroup = 0;
+    int innermost = 0;  ///< its number in the namespace that it is in; 0: not told
     std::uint64_t voluntary = 0;
     std::uint64_t involuntary = 0;
 };

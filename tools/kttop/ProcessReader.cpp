@@ -72,7 +72,8 @@ ProcessReader::ProcessReader(const std::string& procfs, int pid, std::size_t kep
     if (!status) {
         throw ProcessError(why(pid, errno));
     }
-    const int group = parseStatus(*status).threadGroup;
+    const StatusText text = parseStatus(*status);
+    const int group = text.threadGroup;
     if (group != pid && group != 0) {
         throw ProcessError(std::to_string(pid) + " is a thread of process " +
                            std::to_string(group) + "; give that");
@@ -81,6 +82,7 @@ ProcessReader::ProcessReader(const std::string& procfs, int pid, std::size_t kep
     identity.start = stat.start;
     identity.name = stat.name;
     checkStillThere(listThreads().size());
+    pools.emplace(path, text.innermost != 0 ? text.innermost : pid);
 }
 
 // By its path, which leads to another process once the pid is in use again.
@@ -141,6 +143,7 @@ Sample ProcessReader::read(Details details)
 {
     Sample sample = startOfSample();
     const std::vector<int> tids = listThreads();
+    pools->read(sample.atNs);
     sample.workers.reserve(tids.size());
     for (const int tid : tids) {
         readThread(tid, details, sample);
@@ -174,6 +177,7 @@ void ProcessReader::readThread(int tid, Details details, Sample& sample)
     worker.state = parsed->state;
     worker.task = std::move(parsed->task);
     if (threads.readWorker(details, worker)) {
+        worker.pool = pools->of(pools->isEmpty() ? tid : threads.innermostNumber(tid));
         sample.workers.push_back(std::move(worker));
     }
 }

@@ -1,10 +1,12 @@
 /// Takes samples of a process from /proc.
 #pragma once
 
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "PoolNames.h"
 #include "ProcText.h"
 #include "Sample.h"
 #include "ThreadReader.h"
@@ -44,4 +46,5 @@ private:
     const std::string root;
     ThreadReader threads;
     ProcessIdentity identity;
+    std::optional<PoolNames> pools;
 };

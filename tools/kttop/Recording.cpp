@@ -34,6 +34,9 @@ json asRecorded(const WorkerReading& worker)
     if (!worker.task.empty()) {
         entry["task"] = worker.task;
     }
+    if (!worker.pool.empty()) {
+        entry["pool"] = worker.pool;
+    }
     if (!worker.waitsIn.empty()) {
         entry["wchan"] = worker.waitsIn;
     }
@@ -87,6 +90,7 @@ WorkerReading workerFrom(const json& entry)
         worker.waitNs = countIn(entry, "wait_ns");
     }
     worker.task = entry.value("task", "");
+    worker.pool = entry.value("pool", "");
     worker.waitsIn = entry.value("wchan", "");
     return worker;
 }

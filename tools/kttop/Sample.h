@@ -24,6 +24,7 @@ struct WorkerReading {
     std::uint64_t start = 0;  ///< clock ticks after the boot
     WorkerState state = WorkerState::sleeping;
     std::string task;  ///< of running and finished: any bytes, at most 7 of the task's name
+    std::string pool;  ///< any bytes, at most 31; empty: not known
     std::uint64_t cpuNs = 0;
     // Not every kernel tells these two.
     std::optional<std::uint64_t> waitNs;  ///< ready to run without a processor

@@ -23,15 +23,22 @@ const std::array<Format, columnCount> formats = {{
     {"TID", 7, true, 0, false},
     {"STATE", 8, false, 1, false},
     {"TASK", 7, false, 2, false},
-    {"CPU%", 5, true, 3, true},
-    {"WAIT%", 5, true, 5, true},
-    {"TIME+", 9, true, 6, true},
-    {"SINCE", 8, true, 4, true},
-    {"VOL/S", 5, true, 7, true},
-    {"INV/S", 5, true, 8, true},
-    {"S", 1, false, 9, false},
-    {"WAITS IN", 8, false, 10, false},
+    {"POOL", 4, false, 3, false},  // at least: see layoutFor
+    {"CPU%", 5, true, 4, true},
+    {"WAIT%", 5, true, 6, true},
+    {"TIME+", 9, true, 7, true},
+    {"SINCE", 8, true, 5, true},
+    {"VOL/S", 5, true, 8, true},
+    {"INV/S", 5, true, 9, true},
+    {"S", 1, false, 10, false},
+    {"WAITS IN", 8, false, 11, false},
 }};
+
+/// A name has no more; a recording may.
+const std::size_t widestPool = 31;
+
+/// This part of the width is for the pools' names, where the other columns need the rest.
+const std::size_t shareForPools = 5;
 
 const Format& formatOf(Column column)
 {
@@ -53,6 +60,7 @@ bool hasTask(const WorkerReading& worker)
 bool isKnown(Column column, const Worker& worker)
 {
     switch (column) {
+        case Column::pool: return !worker.reading.pool.empty();
         case Column::cpu: return worker.hasRates;
         case Column::wait: return worker.hasRates && worker.reading.waitNs;
         case Column::voluntary:
@@ -75,6 +83,7 @@ int comparedBy(Column column, const Worker& a, const Worker& b)
         case Column::tid: return compared(a.reading.tid, b.reading.tid);
         case Column::state: return compared(a.reading.state, b.reading.state);
         case Column::task: return compared(a.reading.task, b.reading.task);
+        case Column::pool: return compared(a.reading.pool, b.reading.pool);
         case Column::cpu: return compared(a.cpuPercent, b.cpuPercent);
         case Column::wait: return compared(a.waitPercent, b.waitPercent);
         case Column::cpuTime: return compared(a.reading.cpuNs, b.reading.cpuNs);
@@ -105,6 +114,7 @@ std::string cellText(Column column, const Worker& worker, bool utf8)
         case Column::tid: return std::to_string(reading.tid);
         case Column::state: return nameOf(reading.state);
         case Column::task: return taskOf(reading, utf8);
+        case Column::pool: return shown(reading.pool, utf8);
         case Column::cpu: return asPercent(worker.cpuPercent);
         case Column::wait: return asPercent(worker.waitPercent);
         case Column::cpuTime: return asCpuTime(reading.cpuNs);
@@ -132,16 +142,16 @@ Style styleOf(WorkerState state)
 
 /// The columns' cells with a blank between them, cut at the width. The last column has all the
 /// rest.
-Line lineOf(const std::vector<Column>& columns, std::size_t width,
-            const std::function<Span(Column)>& cell)
+Line lineOf(const TableLayout& layout, const std::function<Span(Column)>& cell)
 {
     Line line;
-    std::size_t left = width;
-    for (const Column column : columns) {
+    std::size_t left = layout.width;
+    for (const Column column : layout.columns) {
         Span span = cell(column);
-        const bool last = column == columns.back();
+        const bool last = column == layout.columns.back();
         const Format& format = formatOf(column);
-        const std::size_t room = std::min(left, last && !format.right ? left : format.width);
+        const std::size_t width = column == Column::pool ? layout.poolWidth : format.width;
+        const std::size_t room = std::min(left, last && !format.right ? left : width);
         span.text = format.right ? paddedLeft(span.text, room) : padded(span.text, room);
         left -= room;
         const Style style = span.style;
@@ -151,6 +161,17 @@ Line lineOf(const std::vector<Column>& columns, std::size_t width,
         left -= gap;
     }
     return line;
+}
+
+/// For the pools' names, on a screen of that width.
+std::size_t roomForPools(std::size_t width)
+{
+    std::size_t others = 0;
+    for (const Format& format : formats) {
+        others += &format == &formatOf(Column::pool) ? 0 : format.width + 1;
+    }
+    return std::max(
+        {formatOf(Column::pool).width, width / shareForPools, width - std::min(width, others)});
 }
 
 }  // namespace
@@ -171,11 +192,14 @@ bool matches(const WorkerReading& worker, const std::string& filter)
     if (filter.empty()) {
         return true;
     }
+    const std::string wanted = lowered(filter);
+    if (lowered(worker.pool).find(wanted) != std::string::npos) {
+        return true;
+    }
     if (!hasTask(worker)) {
         return false;
     }
     const std::string task = lowered(worker.task);
-    const std::string wanted = lowered(filter);
     const bool cut = task.size() == keptTaskBytes;
     return task.find(wanted) != std::string::npos ||
            (cut && wanted.compare(0, task.size(), task) == 0);
@@ -201,31 +225,44 @@ std::vector<const Worker*> selectWorkers(const Snapshot& snapshot, const std::st
     return selected;
 }
 
-std::vector<Column> columnsFor(std::size_t width)
+std::size_t poolColumns(const Snapshot& snapshot)
 {
+    std::size_t widest = 0;
+    for (const Worker& worker : snapshot.workers) {
+        if (isKnown(Column::pool, worker)) {
+            const std::size_t taken = columnsOf(shown(worker.reading.pool, true));
+            widest = std::max({widest, taken, formatOf(Column::pool).width});
+        }
+    }
+    return std::min(widest, widestPool);
+}
+
+TableLayout layoutFor(const Snapshot& snapshot, std::size_t width)
+{
+    TableLayout layout{width, std::min(poolColumns(snapshot), roomForPools(width)), {}};
     std::array<bool, columnCount> chosen{};
     std::size_t taken = 0;
     for (int rank = 0; rank < columnCount; ++rank) {
         for (std::size_t i = 0; i < formats.size(); ++i) {
-            if (formats.at(i).rank != rank) {
+            const bool isPool = static_cast<Column>(i) == Column::pool;
+            if (formats.at(i).rank != rank || (isPool && layout.poolWidth == 0)) {
                 continue;
             }
-            taken += formats.at(i).width + (rank == 0 ? 0 : 1);
+            taken += (isPool ? layout.poolWidth : formats.at(i).width) + (rank == 0 ? 0 : 1);
             chosen.at(i) = taken <= width || rank == 0;
         }
     }
-    std::vector<Column> columns;
     for (std::size_t i = 0; i < formats.size(); ++i) {
         if (chosen.at(i)) {
-            columns.push_back(static_cast<Column>(i));
+            layout.columns.push_back(static_cast<Column>(i));
         }
     }
-    return columns;
+    return layout;
 }
 
-Line tableHeader(const std::vector<Column>& columns, const Sorting& sorting, std::size_t width)
+Line tableHeader(const TableLayout& layout, const Sorting& sorting)
 {
-    return lineOf(columns, width, [&](Column column) {
+    return lineOf(layout, [&](Column column) {
         // A blank where the times have their mark.
         const std::string title =
             std::string(titleOf(column)) + (column == Column::since ? " " : "");
@@ -233,10 +270,9 @@ Line tableHeader(const std::vector<Column>& columns, const Sorting& sorting, std
     });
 }
 
-Line tableRow(const Worker& worker, const std::vector<Column>& columns, std::size_t width,
-              bool utf8)
+Line tableRow(const Worker& worker, const TableLayout& layout, bool utf8)
 {
-    return lineOf(columns, width, [&](Column column) {
+    return lineOf(layout, [&](Column column) {
         const bool named = column == Column::state || column == Column::task;
         return Span{cellText(column, worker, utf8),
                     named ? styleOf(worker.reading.state) : Style::plain};

@@ -75,6 +75,16 @@ bool ThreadReader::readWorker(Details details, WorkerReading& worker)
     return (details == Details::known && worker.slices) || readStatus(thread, worker);
 }
 
+int ThreadReader::innermostNumber(int tid)
+{
+    Thread& thread = threads[tid];
+    if (thread.innermost == 0) {
+        const int told = parseStatus(read(tid, thread.status).value_or("")).innermost;
+        thread.innermost = told != 0 ? told : tid;
+    }
+    return thread.innermost;
+}
+
 void ThreadReader::readDetails(WorkerReading& worker)
 {
     const auto thread = threads.find(worker.tid);
@@ -93,6 +103,7 @@ bool ThreadReader::readStart(Thread& thread, WorkerReading& worker, bool hasTime
         if (!stat) {
             return false;
         }
+        thread.innermost = thread.start == stat->start ? thread.innermost : 0;
         thread.start = stat->start;
         if (!hasTimes) {
             worker.cpuNs =

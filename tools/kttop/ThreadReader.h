@@ -26,6 +26,10 @@ public:
     /// What is known of a worker beside its name. False if it has ended.
     bool readWorker(Details details, WorkerReading& worker);
 
+    /// The number that a worker which was read has where its process is: another one in a
+    /// container.
+    int innermostNumber(int tid);
+
     /// Only the details, as they are now; leaves `worker` as it is if it has ended.
     void readDetails(WorkerReading& worker);
 
@@ -35,6 +39,7 @@ public:
 private:
     struct Thread {
         std::uint64_t start = 0;
+        int innermost = 0;  ///< 0: not read yet
         bool seen = false;
         WorkerReading last;  ///< with details
         ThreadFile comm{"comm"};

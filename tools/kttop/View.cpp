@@ -216,7 +216,11 @@ std::string emptyText(const Scene& scene, const ViewState& state)
     if (scene.snapshot.workers.empty()) {
         return "no thread has a name that libktthread gives its workers";
     }
-    return state.filter.empty() ? "" : "no worker runs such a task";
+    if (state.filter.empty()) {
+        return "";
+    }
+    return poolColumns(scene.snapshot) == 0 ? "no worker runs such a task"
+                                            : "no worker runs such a task or is of such a pool";
 }
 
 }  // namespace
@@ -237,14 +241,15 @@ Page buildPage(const Scene& scene, const ViewState& state, Size size, bool utf8)
     }
     Page page;
     addTop(scene, state, size, utf8, page);
-    const std::vector<Column> columns = columnsFor(size.columns);
-    page.lines.push_back(tableHeader(columns, state.sorting, size.columns));
+    const TableLayout layout = layoutFor(scene.snapshot, size.columns);
+    page.hasPools = layout.poolWidth != 0;
+    page.lines.push_back(tableHeader(layout, state.sorting));
     const Rows rows = rowsFor(scene.snapshot, state, size);
     page.rows = rows.workers.size();
     page.first = rows.first;
     page.visible = rows.visible;
     for (std::size_t i = page.first; i < page.first + page.visible; ++i) {
-        page.lines.push_back(tableRow(*rows.workers[i], columns, size.columns, utf8));
+        page.lines.push_back(tableRow(*rows.workers[i], layout, utf8));
     }
     if (page.rows == 0 && page.lines.size() + 1 < size.lines) {
         page.lines.push_back({{cutTo(emptyText(scene, state), size.columns), Style::faint}});
@@ -263,10 +268,11 @@ std::string asText(const Scene& scene, bool utf8)
     if (scene.recorded) {
         addHistory(scene.snapshot, size.columns, utf8, page.lines);
     }
-    const std::vector<Column> columns = columnsFor(size.columns);
-    page.lines.push_back(tableHeader(columns, state.sorting, size.columns));
+    const TableLayout layout =
+        layoutFor(scene.snapshot, size.columns + poolColumns(scene.snapshot));
+    page.lines.push_back(tableHeader(layout, state.sorting));
     for (const Worker* const worker : selectWorkers(scene.snapshot, "", state.sorting)) {
-        page.lines.push_back(tableRow(*worker, columns, size.columns, utf8));
+        page.lines.push_back(tableRow(*worker, layout, utf8));
     }
     if (scene.snapshot.workers.empty()) {
         page.lines.push_back({{emptyText(scene, state), Style::plain}});
