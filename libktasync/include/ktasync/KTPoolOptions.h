@@ -104,8 +104,8 @@ struct KTPoolOptions {
     /// touched. Not set: what the system gives a thread, 8 MiB in most places (`ulimit -s`).
     std::optional<std::size_t> stackSize;
 
-    /// What the pool is called in log records, `status`, metrics, timelines, probes and gdb: up to
-    /// 31 characters of printable ASCII. Empty: it has no name.
+    /// What the pool is called in log records, `status`, metrics, timelines, kttop, probes and gdb:
+    /// up to 31 characters of printable ASCII. Empty: it has no name.
     std::string name;
 };
 

@@ -149,8 +149,8 @@ public:
     /// \param bytes  0: the platform's default, 8 MiB on most systems
     void setStackSize(std::size_t bytes);
 
-    /// Names the pool, for status, log records, probes and gdb. To be called before init; throws
-    /// KTError afterwards, and for a name that is too long or has other characters.
+    /// Names the pool, for status, log records, kttop, probes and gdb. To be called before init;
+    /// throws KTError afterwards, and for a name that is too long or has other characters.
     /// \param chosen  up to 31 characters of printable ASCII; empty: no name
     void setName(const std::string& chosen);
     /// The pool's name. \return  null-terminated, as long as the pool; empty if it has none
