@@ -83,6 +83,7 @@ private:
 Pool running(int workers, int capacity, int period)
 {
     const Pool pool = boost::make_shared<KT::KTThreadPool>(workers, capacity, period, 0, 0);
+    pool->setName("exercise");
     pool->init(workers, capacity, period, 0, 0);
     return pool;
 }
