@@ -165,6 +165,38 @@ TEST_F(WorkerMap, IsNotInheritedByAProgramThatIsStarted)
     EXPECT_NE(std::system("ls -l /proc/self/fd | grep -q ktthread-workers"), 0);
 }
 
+/// Sets a limit of the process to nothing while it lives.
+class Without {
+public:
+    explicit Without(__rlimit_resource limited) : resource(limited)
+    {
+        getrlimit(resource, &before);
+        const rlimit none{0, before.rlim_max};
+        setrlimit(resource, &none);
+    }
+    ~Without() { setrlimit(resource, &before); }
+    Without(const Without&) = delete;
+    Without& operator=(const Without&) = delete;
+
+private:
+    const __rlimit_resource resource;
+    rlimit before{};
+};
+
+TEST_F(WorkerMap, HasALaterWorkerWhereItCouldNotBeMadeForAnEarlierOne)
+{
+    {
+        const Without files(RLIMIT_FSIZE);
+        const Pool early = made(1, 1);
+        early->setName("early");
+        early->init(1, 1, 0, 0, 0);
+        const auto task = makeTask();
+        early->enqueue(task);
+        EXPECT_TRUE(untilFinished(early, task));
+    }
+    const Pool late = named("late", 1);
+}
+
 #ifndef __SANITIZE_THREAD__  // which lets no child of a process with threads make any
 
 TEST_F(WorkerMap, IsNotMadeForPoolsWithoutAName)
@@ -239,15 +271,14 @@ TEST_P(WorkerMapWithout, LeavesThePoolAsItIs)
     EXPECT_TRUE(inForkedChild([&] {
         const Pool pool = made(1, 1);
         pool->setName("unseen");
-        rlimit before{};
-        getrlimit(resource, &before);
-        const rlimit none{0, before.rlim_max};
-        setrlimit(resource, &none);
-        pool->init(1, 1, 0, 0, 0);
-        const auto task = makeTask();
-        pool->enqueue(task);
-        const bool ran = untilFinished(pool, task);
-        setrlimit(resource, &before);
+        bool ran = false;
+        {
+            const Without limited(resource);
+            pool->init(1, 1, 0, 0, 0);
+            const auto task = makeTask();
+            pool->enqueue(task);
+            ran = untilFinished(pool, task);
+        }
         return ran && pool->close(false, 60000) && lookIntoMaps().maps == 0;
     }));
 }
