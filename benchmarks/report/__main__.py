@@ -1,14 +1,16 @@
-"""report RESULTS [DOCS]: makes DOCS/benchmarks.md and its pictures of what benchmarks/run left.
+"""report [--docs DOCS] RESULTS [EARLIER...]: makes DOCS/benchmarks.md and its pictures of what benchmarks/run left.
+
+The figures are those of RESULTS; goals are met if they were met in the earlier runs, too.
 
 The text comes from page.md beside this file; what stands in {braces} in it is put in.
 """
+import argparse
 import datetime
 import json
 import pathlib
 import platform
 import re
 import subprocess
-import sys
 
 import goals
 import plots
@@ -33,22 +35,24 @@ def machine():
 
 
 def main():
-    if len(sys.argv) not in (2, 3):
-        sys.exit("report: give the directory that benchmarks/run filled, and where the page is to go")
-    folder = pathlib.Path(sys.argv[1])
-    docs = pathlib.Path(sys.argv[2]) if len(sys.argv) == 3 else HERE.parent.parent / "docs"
-    comparisons = results.read(folder)
-    calls = results.read_primitives(folder)
+    parser = argparse.ArgumentParser(prog="report", description="Makes a page of what benchmarks/run left.")
+    parser.add_argument("--docs", type=pathlib.Path, default=HERE.parent.parent / "docs", help="where it goes")
+    parser.add_argument("folders", type=pathlib.Path, nargs="+", help="the run's directory, and those of earlier ones")
+    options = parser.parse_args()
+    folder, docs = options.folders[0], options.docs
+    runs = [(results.read(each), results.read_primitives(each)) for each in options.folders]
+    comparisons, calls = runs[0]
     burst = service.read_burst(folder)
     plots.draw(comparisons, docs / "benchmarks")
     service.draw(comparisons, burst, docs / "benchmarks")
     text = {
         "machine": machine(),
         "repetitions": json.loads((folder / "pools.json").read_text())["repetitions"],
-        "goals": goals.table(comparisons, calls),
+        "runs": ", ".join(each.name for each in options.folders),
+        "goals": goals.table(runs),
         "primitives": tables.primitives(calls),
         "instructions": json.loads((HERE.parent / "instructions.json").read_text())["instructions a task"],
-        "W9": service.table(comparisons),
+        "W9": service.table([run[0] for run in runs]),
         "quiet": f"{burst['quiet_s']:g}",
         "W1": tables.grid(comparisons, "W1"),
         "W6": tables.grid([one for one in comparisons if "memory" not in one.title], "W6"),
