@@ -77,11 +77,10 @@ struct EndOfProcess {
 
 class WorkerMap : public PoolFixture {
 protected:
+    /// Whose workers are all in the map.
     Pool named(const std::string& name, int workers)
     {
-        const Pool pool = made(workers, workers);
-        pool->setName(name);
-        pool->init(workers, workers, 0, 0, 0);
+        const Pool pool = PoolFixture::named(name, workers);
         EXPECT_TRUE(eventually([&] { return count(name) == workers; }));
         return pool;
     }

@@ -28,13 +28,6 @@ const std::int64_t nsASecond = 1000000000;
 
 class KttopPools : public PoolFixture {
 protected:
-    void named(const std::string& name, int workers)
-    {
-        const Pool pool = made(workers, workers);
-        pool->setName(name);
-        pool->init(workers, workers, 0, 0, 0);
-    }
-
     /// How many workers of this process each pool has.
     std::map<std::string, int> seen()
     {

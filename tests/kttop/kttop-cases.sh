@@ -392,12 +392,7 @@ case_pools_with_names_are_told_apart() {
   expect_end 0
   "$kttop" --once "$pid" >output || fail "--once"
   grep -q ' running  image-r render ' output || fail "no pool in the table"
-  "$kttop" --record samples --interval 0.05 "$pid" </dev/null &
-  local recorder=$!
-  await test -s samples
-  await recorded 3
-  kill -TERM "$recorder"
-  wait "$recorder"
+  record_some
   "$kttop" --once --json "$pid" >now || fail "--once --json"
   "$kttop" --once --json --replay samples >replayed || fail "--replay --once --json"
   python3 -c '
@@ -409,6 +404,16 @@ for name in "now", "replayed":
 }
 
 recorded() { [ "$(wc -l <samples)" -gt "$1" ]; }
+
+# Leaves a recording of a few samples.
+record_some() {
+  "$kttop" --record samples --interval 0.05 "$pid" </dev/null &
+  local recorder=$!
+  await test -s samples
+  await recorded 3
+  kill -TERM "$recorder"
+  wait "$recorder"
+}
 
 case_recordings_are_shown_again() {
   start_demo 4 4
@@ -453,12 +458,7 @@ case_a_recording_ends_with_the_process() {
 
 case_broken_recordings_are_named_with_the_line() {
   start_demo 4 4
-  "$kttop" --record samples --interval 0.05 "$pid" </dev/null &
-  local recorder=$!
-  await test -s samples
-  await recorded 3
-  kill -TERM "$recorder"
-  wait "$recorder"
+  record_some
   { head -n 3 samples; echo nonsense; } >broken
   expect_complaint 1 'kttop: broken:4: this is no JSON, from byte 2 on' --once --replay broken
   show 80 24 --replay broken

@@ -81,6 +81,14 @@ protected:
     /// A pool that nothing makes grow: it has all the workers that it may have.
     Pool fixed(int nbThreads) { return running(nbThreads, nbThreads); }
 
+    Pool named(const std::string& name, int nbThreads)
+    {
+        const Pool pool = made(nbThreads, nbThreads);
+        pool->setName(name);
+        pool->init(nbThreads, nbThreads, 0, 0, 0);
+        return pool;
+    }
+
     void TearDown() override
     {
         for (const Pool& pool : pools) {
