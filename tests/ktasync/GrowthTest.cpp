@@ -126,8 +126,8 @@ TEST(Shrinking, IsLeftOutIfToldTo)
     ASSERT_TRUE(gate.untilArrived(30));
     const int grown = pool.status().threads;
     gate.open();
-    // The clock has looked for the last time for now. Before, it may have found that the pool should
-    // grow further.
+    // The clock has looked for the last time for now. Before, it may have found that the pool
+    // should grow further.
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     EXPECT_GE(pool.status().threads, grown);
 }
