@@ -12,7 +12,7 @@ const int slowness = 16;
 
 /// Carriers that compute or wait for a processor, for each processor: with fewer of them it falls
 /// no further, since some processor would soon have nothing to do.
-const int toleratedPerProcessor = 2;
+const int toleratedPerProcessor = 4;
 
 }  // namespace
 
@@ -45,18 +45,17 @@ void Concurrency::fallTo(int better)
     }
 }
 
-bool Concurrency::add(const CarrierCensus& census)
+void Concurrency::add(const CarrierCensus& census)
 {
     if (census.sampled < 1) {
-        return false;
+        return;
     }
     const double share = static_cast<double>(census.runnable) / census.sampled;
     const double both = (share + shareBefore) / 2;
     shareBefore = share;
-    const int before = aim;
     if (census.isEnough) {
         fallTo(least);
-        return aim != before;
+        return;
     }
     const int better = std::max(wanted(census, both), least);
     if (better >= aim) {
@@ -64,7 +63,6 @@ bool Concurrency::add(const CarrierCensus& census)
     } else if (share * census.carriers > toleratedPerProcessor * processors) {
         fallTo(better);
     }
-    return aim != before;
 }
 
 }  // namespace detail

@@ -34,8 +34,8 @@ public:
     int target() const { return aim; }
     /// As after construction: the pool is idle.
     void reset();
-    /// Takes a look into account; whether the target has changed.
-    bool add(const CarrierCensus& census);
+    /// Takes a look into account.
+    void add(const CarrierCensus& census);
 
 private:
     void fallTo(int better);

@@ -1,6 +1,8 @@
 #include "IdleRunners.h"
 
+#include <algorithm>
 #include <mutex>
+#include <utility>
 
 #include "../base/Futex.h"
 
@@ -11,6 +13,7 @@ void IdleRunners::add(Runner& runner)
 {
     const std::lock_guard<BriefMutex> hold(mutex);
     runner.call.store(Runner::noCall, std::memory_order_relaxed);
+    runner.idleSince = Watched::never;
     runner.nextIdle = top;
     top = &runner;
     runner.isIdle = true;
@@ -59,6 +62,30 @@ void IdleRunners::callOneToLeave()
     }
     if (called != nullptr) {
         deliver(*called, Runner::callToLeave);
+    }
+}
+
+void IdleRunners::callPatientToLeave(Time::time_point now, Time::duration patience)
+{
+    Runner* called = nullptr;
+    if (size() != 0) {
+        const std::lock_guard<BriefMutex> hold(mutex);
+        for (Runner** link = &top; *link != nullptr;) {
+            Runner& runner = **link;
+            runner.idleSince = std::min(runner.idleSince, now);
+            if (now - runner.idleSince < patience) {
+                link = &runner.nextIdle;
+            } else {
+                *link = std::exchange(runner.nextIdle, called);
+                called = &runner;
+                runner.isIdle = false;
+                --count;
+            }
+        }
+    }
+    while (called != nullptr) {
+        // A carrier that has been called may wait again.
+        deliver(*std::exchange(called, called->nextIdle), Runner::callToLeave);
     }
 }
 

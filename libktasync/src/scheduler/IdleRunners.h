@@ -18,6 +18,9 @@ public:
     bool remove(Runner& runner);
     /// Calls one to leave, if there is one.
     void callOneToLeave();
+    /// Calls those to leave that have waited for `patience` since an earlier call of this one found
+    /// them.
+    void callPatientToLeave(Time::time_point now, Time::duration patience);
     /// Calls one to work, unless there is none: false then. Adds it to `searching`, and never
     /// anything else, not even for a moment: others would rely on a search that nobody makes.
     bool callOneToWork(std::atomic<int>& searching);

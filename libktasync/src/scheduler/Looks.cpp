@@ -13,15 +13,20 @@ namespace {
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
 
-// A look costs some ten microseconds: at these periods less than 1 % of a processor.
+// While work waits a look costs up to 100 microseconds, most of it for the states of threads: with
+// the longer period some 2 % of a processor.
 const microseconds shortestPeriod(500);
 const milliseconds longestPeriod(4);
+
+/// How long a carrier without work keeps its worker: starting another carrier costs more than a
+/// wake-up.
+const milliseconds patience(4);
 
 /// Looks that find nothing to do before the clock leaves a pool alone.
 const int quietLooksBeforeRest = 16;
 
 /// Threads looked at.
-const int largestSample = 16;
+const int largestSample = 8;
 
 /// The core retires workers only in a pool of more than this many.
 const int coreFloor = 18;
@@ -38,8 +43,11 @@ Time::time_point Scheduler::look(Time::time_point now)
 {
     const boost::shared_ptr<KTThreadPool> pool = target.lock();
     if (!pool) {
+        isWatched = false;
+        idle.callPatientToLeave(now, Time::duration::zero());
         return never;
     }
+    idle.callPatientToLeave(now, patience);
     // A wake-up that was lost, of a carrier or of a task of the core.
     const bool isCoreWaiting = pool->wake();
     const bool isWorkWaiting = hasWork();
@@ -70,8 +78,8 @@ Time::time_point Scheduler::rest(KTThreadPool& pool, const KTThreadPoolStatus& s
     quietLooks = 0;
     const Time::time_point next = shrink(pool, status, now);
     isWatched = false;
-    // Whoever queued something before that relies on the clock.
-    if (hasWork() || unstarted != 0) {
+    // Whoever queued something before that relies on the clock, and so does a carrier that waits.
+    if (hasWork() || unstarted != 0 || idle.size() != 0) {
         watch();
     }
     return next;
@@ -126,10 +134,11 @@ void Scheduler::resize(KTThreadPool& pool, const KTThreadPoolStatus& status, Tim
 {
     period = std::min<Time::duration>(period * 2, longestPeriod);
     if (options.isAdaptive) {
-        const bool isChanged = concurrency.add(count(isEnough(now)));
+        const int mostBefore = most;
+        concurrency.add(count(isEnough(now)));
         most = concurrency.target();
-        if (isChanged) {
-            period = shortestPeriod;
+        if (most > mostBefore) {
+            period = shortestPeriod;  // blocked tasks: perhaps these are not the last
         }
         // Without a worker for it, a carrier would only wait in another queue.
         const int atCoreTasks = std::max(status.busyThreads - busyCarriers(), 0);

@@ -33,6 +33,7 @@ struct Runner {
     // Of the set of idle runners.
     Runner* nextIdle = nullptr;
     std::atomic<bool> isIdle{false};
+    Time::time_point idleSince;  ///< a look of the clock's; never: none has seen it there
     /// What an idle carrier sleeps on.
     std::atomic<int> call{noCall};
     static constexpr int noCall = 0;

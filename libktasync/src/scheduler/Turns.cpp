@@ -17,10 +17,6 @@ namespace detail {
 
 namespace {
 
-/// How long a carrier without work keeps its worker: starting another carrier costs more than a
-/// wake-up.
-const std::chrono::milliseconds patience(4);
-
 /// How long a carrier goes on while tasks of the core's queue wait for a worker.
 const std::chrono::milliseconds slice(2);
 
@@ -161,10 +157,9 @@ bool Scheduler::park(Runner& runner, const Carrier& carrier)
     } else {
         KTThread::setThreadName("KTThread [sleeping]");
         runner.shownName = ShortName("");
-        futexWaitFor(runner.call, Runner::noCall, patience);
-        if (idle.remove(runner)) {
-            return false;
-        }
+        // Unless somebody else calls the carrier, the clock does. With a time limit of its own,
+        // each wake-up would first have to take back a timer.
+        watch();
     }
     // Called, or about to be.
     while (runner.call == Runner::noCall) {

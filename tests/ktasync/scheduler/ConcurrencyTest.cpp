@@ -60,7 +60,7 @@ TEST(Concurrency, FallsSlowlyWhereCarriersWaitForProcessors)
     int before = concurrency.target();
     ASSERT_EQ(before, 64);
     int looks = 0;
-    while (concurrency.target() > 4) {
+    while (concurrency.target() > 8) {
         concurrency.add({before, 16, 16, plenty});
         ASSERT_LT(concurrency.target(), before);
         ASSERT_GE(concurrency.target(), before - 8);
@@ -73,7 +73,7 @@ TEST(Concurrency, DoesNotGrowWhereThereAreEnough)
 {
     Concurrency concurrency(2, 64, 2);
     for (int i = 0; i < 10; ++i) {
-        EXPECT_FALSE(concurrency.add({2, 2, 0, plenty, true}));
+        concurrency.add({2, 2, 0, plenty, true});
         EXPECT_EQ(concurrency.target(), 2);
     }
 }
@@ -85,7 +85,7 @@ TEST(Concurrency, FallsToTheLeastWhileThereAreEnoughAndGrowsAtOnceAfterwards)
     concurrency.add({2, 2, 0, plenty});
     ASSERT_EQ(concurrency.target(), 64);
     for (int looks = 0; concurrency.target() > 2; ++looks) {
-        EXPECT_TRUE(concurrency.add({concurrency.target(), 16, 0, plenty, true}));
+        concurrency.add({concurrency.target(), 16, 0, plenty, true});
         ASSERT_LT(looks, 100);
     }
     concurrency.add({2, 2, 0, plenty});
@@ -102,7 +102,7 @@ TEST(Concurrency, GrowsToTheProcessorsFromLess)
 TEST(Concurrency, LearnsNothingFromALookAtNobody)
 {
     Concurrency concurrency(2, 64, 2);
-    EXPECT_FALSE(concurrency.add({0, 0, 0, plenty}));
+    concurrency.add({0, 0, 0, plenty});
     EXPECT_EQ(concurrency.target(), 2);
 }
 

@@ -1,3 +1,5 @@
+#include <chrono>
+
 #include <gtest/gtest.h>
 
 #include "scheduler/IdleRunners.h"
@@ -42,6 +44,31 @@ TEST(IdleRunners, TakesOutTheOneInTheMiddle)
     EXPECT_EQ(runners[0].call, Runner::callToLeave);
     EXPECT_EQ(idle.size(), 1);
     EXPECT_TRUE(idle.remove(runners[2]));
+    EXPECT_EQ(idle.size(), 0);
+}
+
+TEST(IdleRunners, CallsThoseToLeaveThatHaveWaitedForAWhile)
+{
+    using std::chrono::milliseconds;
+    IdleRunners idle;
+    Runner early;
+    Runner late;
+    const KT::detail::Time::time_point start = KT::detail::Time::now();
+    idle.add(early);
+    idle.callPatientToLeave(start, milliseconds(4));
+    idle.add(late);
+    idle.callPatientToLeave(start + milliseconds(3), milliseconds(4));
+    EXPECT_EQ(idle.size(), 2);
+    idle.callPatientToLeave(start + milliseconds(4), milliseconds(4));
+    EXPECT_EQ(early.call, Runner::callToLeave);
+    EXPECT_EQ(late.call, Runner::noCall);
+    EXPECT_EQ(idle.size(), 1);
+    idle.add(early);  // has waited before, but not since
+    idle.callPatientToLeave(start + milliseconds(6), milliseconds(4));
+    EXPECT_EQ(idle.size(), 2);
+    idle.callPatientToLeave(start + milliseconds(10), milliseconds(4));
+    EXPECT_EQ(early.call, Runner::callToLeave);
+    EXPECT_EQ(late.call, Runner::callToLeave);
     EXPECT_EQ(idle.size(), 0);
 }
 

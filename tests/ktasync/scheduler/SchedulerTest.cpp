@@ -138,6 +138,29 @@ TEST(Scheduler, KeepsQuietAboutItsCarriers)
     EXPECT_TRUE(eventually([&] { return scheduled.pool->status().busyThreads == 0; }));
 }
 
+/// Nobody calls them: the clock does.
+TEST(Scheduler, HasCarriersWithoutWorkGiveTheirWorkersBack)
+{
+    const int workers = 4;
+    Gate gate;
+    Scheduled scheduled(optionsFor(workers));
+    const auto withoutWork = [&] {
+        KT::KTThreadPoolStatus status{};
+        status.busyThreads = workers;
+        scheduled.scheduler.amend(status);
+        return workers - status.busyThreads;
+    };
+    for (int i = 0; i < workers; ++i) {
+        scheduled.submit([&gate] { gate.pass(); });
+    }
+    EXPECT_TRUE(eventually([&] { return gate.arrived() == workers; }));
+    gate.open();
+    scheduled.finish();
+    // The status leaves out carriers without work.
+    EXPECT_TRUE(
+        eventually([&] { return scheduled.pool->status().busyThreads + withoutWork() == 0; }));
+}
+
 /// The carrier spins for as long as a processor has nothing to do.
 TEST(Scheduler, SpinsForWork)
 {
