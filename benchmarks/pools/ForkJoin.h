@@ -1,14 +1,13 @@
 /// W10: tasks that submit tasks and wait for them.
 #pragma once
 
-#include <chrono>
-
 #include <tbb/global_control.h>
 #include <tbb/task_arena.h>
 #include <tbb/task_group.h>
 
 #include <ktasync/ktasync.h>
 
+#include "Average.h"
 #include "Ours.h"
 
 struct Fibonacci {
@@ -78,17 +77,13 @@ private:
     tbb::task_arena arena;
 };
 
-/// Milliseconds, the second of two runs.
+/// Milliseconds a run, after a first one.
 struct TimeOfForkJoin {
     template <typename Pool>
     static double of(const Fibonacci& what)
     {
         Pool pool(2);
         pool.run(what);
-        const auto start = std::chrono::steady_clock::now();
-        pool.run(what);
-        const std::chrono::duration<double, std::milli> took =
-            std::chrono::steady_clock::now() - start;
-        return took.count();
+        return 1e3 * averageSeconds([&] { pool.run(what); });
     }
 };

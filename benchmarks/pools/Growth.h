@@ -7,6 +7,7 @@
 
 #include <cstdio>
 
+#include "Average.h"
 #include "Countdown.h"
 
 /// A pool of one worker that a task keeps from working until the gate is opened.
@@ -58,11 +59,7 @@ struct TimeOfWorkers {
     {
         Pool pool(workers);
         run(pool, workers, false);  // all are there
-        const auto start = std::chrono::steady_clock::now();
-        run(pool, tasks, oneByOne);
-        const std::chrono::duration<double, std::nano> took =
-            std::chrono::steady_clock::now() - start;
-        return took.count() / tasks;
+        return 1e9 * averageSeconds([&] { run(pool, tasks, oneByOne); }) / tasks;
     }
 
 private:
