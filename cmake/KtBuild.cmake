@@ -33,6 +33,14 @@ function(kt_is_unwound_by_force target)
   endif()
 endfunction()
 
+# For code that isn't in a library. The checks left out take a third of the compiler's time: a null pointer is found
+# without them, too, and what is badly aligned in a library is found there.
+function(kt_sanitize_little target)
+  if(KT_SANITIZE MATCHES "undefined")
+    target_compile_options(${target} PRIVATE -fno-sanitize=null,alignment)
+  endif()
+endfunction()
+
 set(KT_WARNINGS -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
 
 function(kt_set_warnings target)
@@ -87,4 +95,5 @@ function(kt_add_program name)
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE ${ARG_USES})
   kt_set_warnings(${name})
+  kt_sanitize_little(${name})
 endfunction()
