@@ -59,7 +59,9 @@ stage_static() { build_and_test dev static -DBUILD_SHARED_LIBS=OFF -DKT_STRESS_T
 stage_asan() { build_and_test asan; }
 stage_tsan() { build_and_test tsan; }
 # The stage lint reads the tests and programs with clang, and the stage libcxx runs tests compiled with it.
-stage_clang() { build_and_run_some clang '^compiler$' 'ktasync ktasync-metrics' clang; }
+stage_clang() {
+  build_and_run_some clang '^(compiler|guide)$' 'ktasync ktasync-metrics document-programs' clang -DKT_PACKAGING_TESTS=OFF
+}
 
 stage_libcxx() { build_and_run_some libcxx '^(core|ktasync)$' 'core-tests ktasync-tests' libcxx; }
 

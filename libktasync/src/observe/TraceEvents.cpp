@@ -23,7 +23,7 @@ const char* nameOf(Outcome outcome)
 }
 
 /// Microseconds, in which the format counts.
-std::string microseconds(TraceEvents::Clock::duration time)
+std::string inMicroseconds(TraceEvents::Clock::duration time)
 {
     char text[48];
     std::snprintf(text, sizeof text, "%.3f",
@@ -51,7 +51,7 @@ std::string TraceEvents::beginning(const char* kind, const std::string& quotedNa
 
 std::string TraceEvents::at(Time time) const
 {
-    return ",\"ts\":" + microseconds(time - start);
+    return ",\"ts\":" + inMicroseconds(time - start);
 }
 
 std::string TraceEvents::processName() const
@@ -70,8 +70,8 @@ std::string TraceEvents::task(const TaskReport& report, pid_t thread, Time end) 
 {
     std::string text = beginning(report.hasRun ? "X" : "i", quoted(report.name)) +
                        ",\"tid\":" + std::to_string(thread) + at(end - report.ran);
-    text += report.hasRun ? ",\"dur\":" + microseconds(report.ran) : ",\"s\":\"t\"";
-    return text + ",\"args\":{\"waited_us\":" + microseconds(report.waited) + ",\"outcome\":\"" +
+    text += report.hasRun ? ",\"dur\":" + inMicroseconds(report.ran) : ",\"s\":\"t\"";
+    return text + ",\"args\":{\"waited_us\":" + inMicroseconds(report.waited) + ",\"outcome\":\"" +
            nameOf(report.outcome) + "\"}}";
 }
 
