@@ -13,8 +13,8 @@ namespace {
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
 
-// While work waits a look costs up to 100 microseconds, most of it for the states of threads: with
-// the longer period some 2 % of a processor.
+// While work waits a look reads the states of threads, a system call each: the longer period keeps
+// that small beside the work.
 const microseconds shortestPeriod(500);
 const milliseconds longestPeriod(4);
 
