@@ -89,8 +89,8 @@ public:
     void run(std::string_view name, F&& callable, Args&&... args)
     {
         detail::Place place(*group, true);
-        start<detail::GroupCall>(place, name, std::forward<F>(callable),
-                                 std::forward<Args>(args)...);
+        start(place, make<detail::GroupCall>(name, std::forward<F>(callable),
+                                             std::forward<Args>(args)...));
     }
 
     /// As `run`, but instead of blocking it does nothing and says false.
@@ -117,8 +117,8 @@ public:
         if (!place) {
             return false;
         }
-        start<detail::GroupCall>(place, name, std::forward<F>(callable),
-                                 std::forward<Args>(args)...);
+        start(place, make<detail::GroupCall>(name, std::forward<F>(callable),
+                                             std::forward<Args>(args)...));
         return true;
     }
 
@@ -144,8 +144,11 @@ public:
     auto submit(std::string_view name, F&& callable, Args&&... args)
     {
         detail::Place place(*group, true);
-        return detail::Start::futureOf(start<detail::GroupFutureCall>(
-            place, name, std::forward<F>(callable), std::forward<Args>(args)...));
+        auto job = make<detail::GroupFutureCall>(name, std::forward<F>(callable),
+                                                 std::forward<Args>(args)...);
+        auto future = detail::Start::futureOf(job);
+        start(place, std::move(job));
+        return future;
     }
 
     /// Blocks until all tasks have ended, and throws the first exception of those that ended since
@@ -178,26 +181,36 @@ public:
 
 private:
     template <template <typename> class JobOf, typename F, typename... Args>
-    auto start(detail::Place& place, std::string_view name, F&& callable, Args&&... args);
+    auto make(std::string_view name, F&& callable, Args&&... args);
+    template <typename JobType>
+    void start(detail::Place& place, boost::intrusive_ptr<JobType> job);
 
     boost::intrusive_ptr<detail::Group> group;
     int exceptionsAround;
 };
 
 template <template <typename> class JobOf, typename F, typename... Args>
-auto KTTaskGroup::start(detail::Place& place, std::string_view name, F&& callable, Args&&... args)
+auto KTTaskGroup::make(std::string_view name, F&& callable, Args&&... args)
 {
     using Call = detail::BoundOf<F, Args...>;
     static_assert(Call::Call::possible,
                   "the callable can't be called with these arguments: it gets moved copies of them "
                   "(std::ref passes a reference), after a const KTStopToken& if it takes one");
     if constexpr (Call::Call::possible) {
-        boost::intrusive_ptr<JobOf<Call>> job(
+        return boost::intrusive_ptr<JobOf<Call>>(
             new JobOf<Call>(group, name, std::forward<F>(callable), std::forward<Args>(args)...));
-        group->start(*job, place.passOn());
-        return job;
     } else {
         return boost::intrusive_ptr<detail::ResultJob<void>>();
+    }
+}
+
+template <typename JobType>
+void KTTaskGroup::start(detail::Place& place, boost::intrusive_ptr<JobType> job)
+{
+    // Otherwise the assertion of `make` has failed, and says why.
+    if constexpr (std::is_base_of_v<detail::GroupMember, JobType>) {
+        detail::GroupMember& member = *job;
+        group->start(member, std::move(job), place.passOn());
     }
 }
 

@@ -70,7 +70,8 @@ Group::Entry Group::enter(bool block)
     const bool mayWait = block && !isCallersOwn();
     Lock hold(mutex);
     while (isFullLocked() && mayWait && !isCancelled) {
-        runOneOrWait(hold, Deadline(-1));
+        runOneOrWait(std::move(hold), Deadline(-1));
+        hold = Lock(mutex);
     }
     if (isFullLocked() && !block) {
         return Entry::refused;
@@ -114,9 +115,8 @@ void Group::unlistLocked(GroupMember& member)
     }
 }
 
-void Group::start(GroupMember& member, Entry place)
+void Group::start(GroupMember& member, boost::intrusive_ptr<Job> job, Entry place)
 {
-    const boost::intrusive_ptr<Job> job(&member.job);
     bool isListed = false;
     {
         const Lock hold(mutex);
@@ -125,7 +125,7 @@ void Group::start(GroupMember& member, Entry place)
     if (!isListed) {
         job->drop();
     } else if (place == Entry::within) {
-        home.submitNear(job);
+        home.submitNear(std::move(job));
     } else if (job->claim()) {
         runForWaiter(*job);
     }

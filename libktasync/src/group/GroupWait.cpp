@@ -17,8 +17,10 @@ namespace detail {
 
 namespace {
 
-/// How often a waiter looks for work before it sleeps: some microseconds.
-const int looksBeforeSleep = 50;
+/// How often a waiter looks for work before it sleeps: for about as long as a sleep and a wake-up
+/// would cost, or, where the thread that it waits for may need the processor, some microseconds.
+const int looksBeforeSleep = 600;
+const int looksWhereCrowded = 50;
 
 /// Marks a scope that the unwinding of a cancelled thread leaves: a destructor further out can't
 /// tell that from a return.
@@ -50,13 +52,13 @@ bool Group::wait(int milliseconds)
     }
     const Deadline end(milliseconds);
     bool mayBlock = false;
-    Lock hold(mutex);
     while (places != 0) {
+        Lock hold(mutex);
         if (waiting.empty() && !std::exchange(mayBlock, true) && isCallersOwn()) {
             throw KTError("KTTaskGroup", "wait",
                           "called in a task of the group, which it waits for", __FILE__, __LINE__);
         }
-        if (!runOneOrWait(hold, end)) {
+        if (!runOneOrWait(std::move(hold), end)) {
             return false;
         }
     }
@@ -66,12 +68,12 @@ bool Group::wait(int milliseconds)
 // As `wait`, outside of the group's tasks: false as soon as `heeded` is asked to stop.
 bool Group::waitUnlessStopped(const Job* heeded)
 {
-    Lock hold(mutex);
     while (places != 0) {
+        Lock hold(mutex);
         if (heeded != nullptr && heeded->stopRequested()) {
             return false;
         }
-        runOneOrWait(hold, Deadline(-1));
+        runOneOrWait(std::move(hold), Deadline(-1));
     }
     return true;
 }
@@ -111,14 +113,15 @@ bool Group::mayRunTasks(const Deadline& end) const
     return (helps && end.isNever()) || pool->runningInThisThread();
 }
 
-bool Group::runOneOrWait(Lock& hold, const Deadline& end)
+// Releases the lock before it returns: as a rule nothing is left then, and `places` tells that.
+bool Group::runOneOrWait(Lock hold, const Deadline& end)
 {
     if (end.isOver()) {
         return false;
     }
     CutOff cutOff(wasCutOff);
     if (mayRunTasks(end)) {
-        runOneOrSleep(hold, end);
+        runOneOrSleep(std::move(hold), end);
     } else {
         end.wait(hold, changed);
     }
@@ -126,11 +129,11 @@ bool Group::runOneOrWait(Lock& hold, const Deadline& end)
     return true;
 }
 
-void Group::runOneOrSleep(Lock& hold, const Deadline& end)
+void Group::runOneOrSleep(Lock hold, const Deadline& end)
 {
     boost::intrusive_ptr<Job> job = takeWaitingLocked();
-    for (int looks = 0; !job && places != 0 && thief != nullptr && looks < looksBeforeSleep;
-         ++looks) {
+    const int most = home.isCrowded() ? looksWhereCrowded : looksBeforeSleep;
+    for (int looks = 0; !job && places != 0 && thief != nullptr && looks < most; ++looks) {
         job = takeDescendantLocked();
         if (!job) {
             hold.unlock();
@@ -143,8 +146,6 @@ void Group::runOneOrSleep(Lock& hold, const Deadline& end)
         if (job->claim()) {
             runForWaiter(*job);
         }
-        job.reset();
-        hold.lock();
     } else if (places != 0 && waiting.empty()) {
         end.wait(hold, changed);
     }

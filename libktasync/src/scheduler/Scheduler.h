@@ -110,6 +110,10 @@ public:
         }
     }
 
+    /// Whether more carriers run than there are processors: a thread that looks for work without
+    /// sleeping may keep another one from a processor.
+    bool isCrowded() const { return carriers - idle.size() > options.processors; }
+
     /// Counts the end of work that was queued.
     void workEnded();
     /// Work that was queued and hasn't ended.

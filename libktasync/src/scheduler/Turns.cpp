@@ -139,7 +139,7 @@ bool Scheduler::spin() const
             return true;
         }
         pause();
-    } while (carriers - idle.size() <= options.processors && Time::now() < end);
+    } while (!isCrowded() && Time::now() < end);
     return false;
 }
 

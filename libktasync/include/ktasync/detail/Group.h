@@ -90,9 +90,9 @@ public:
     Entry enter(bool block);
     void leave();
 
-    /// Has `job`, which has a place, run: by the pool or by a waiter, or here and now if the place
-    /// is beyond the limit.
-    void start(GroupMember& member, Entry place);
+    /// Has `job`, which is that member and has a place, run: by the pool or by a waiter, or here
+    /// and now if the place is beyond the limit.
+    void start(GroupMember& member, boost::intrusive_ptr<Job> job, Entry place);
 
     /// Has jobs of this group run that have no places yet, whatever the limit. Throws
     /// std::bad_alloc, and none runs then.
@@ -138,8 +138,8 @@ private:
     KTASYNC_HIDDEN void moveToRunningLocked(GroupMember& member);
     bool isFullLocked() const { return limit > 0 && places >= limit; }
     KTASYNC_HIDDEN bool mayRunTasks(const Deadline& end) const;
-    KTASYNC_HIDDEN bool runOneOrWait(Lock& hold, const Deadline& end);
-    KTASYNC_HIDDEN void runOneOrSleep(Lock& hold, const Deadline& end);
+    KTASYNC_HIDDEN bool runOneOrWait(Lock hold, const Deadline& end);
+    KTASYNC_HIDDEN void runOneOrSleep(Lock hold, const Deadline& end);
     KTASYNC_HIDDEN boost::intrusive_ptr<Job> takeWaitingLocked();
     KTASYNC_HIDDEN boost::intrusive_ptr<Job> takeDescendantLocked();
     KTASYNC_HIDDEN void unlistLocked(GroupMember& member);
