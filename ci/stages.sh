@@ -55,7 +55,9 @@ stage_dev() {
     -DKT_DOCS=ON -DKT_PEERS=ON
 }
 
-stage_static() { build_and_test dev static -DBUILD_SHARED_LIBS=OFF -DKT_STRESS_TESTS=OFF; }
+stage_static() {
+  build_and_test dev static -DBUILD_SHARED_LIBS=OFF -DKT_STRESS_TESTS=OFF -DKT_BENCHMARKS=OFF
+}
 stage_asan() { build_and_test asan; }
 stage_tsan() { build_and_test tsan; }
 # The stage lint reads the tests and programs with clang, and the stage libcxx runs tests compiled with it.

@@ -322,13 +322,5 @@ case_guide_pkg_config() {
   expect_output ./service "$(first_block text)"
 }
 
-case_own_platform_libraries() {
-  rm -rf "$work"
-  mkdir -p "$work"
-  cd "$sources/tests/platform"
-  build_with_cmake -DCMAKE_BUILD_TYPE=Debug -DCMAKE_UNITY_BUILD=ON
-  "$work/build/smoke" || fail "the client fails"
-}
-
 declare -F "case_$case" >/dev/null || fail "no such case"
 "case_$case"
