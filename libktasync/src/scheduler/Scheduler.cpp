@@ -25,7 +25,7 @@ const int processorsPerShard = 16;
 
 /// The clock's first look comes after this. Shorter than the later ones: tasks that block at once
 /// then have more workers soon.
-const std::chrono::microseconds firstLook(500);
+const std::chrono::microseconds firstLook(100);
 
 std::size_t shardsFor(const SchedulerOptions& options)
 {
